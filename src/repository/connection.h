@@ -1,0 +1,108 @@
+#pragma once
+// The data path: connections opened from ADO-style connection strings, statements executed into
+// record sets read forwards by field name. One code path, Qt SQL, for both kinds of server:
+//  - SQL Server through ODBC (FreeTDS on Linux, the SQL Server driver on Windows);
+//  - the embedded server: a folder whose <name>.sqlite files are its databases, read-only.
+// Failures are raised as HuntERR::Error with the numbers the procedures react to.
+
+#include "errors/hunterr.h"
+
+#include <QSharedDataPointer>
+#include <QString>
+#include <QStringList>
+#include <QVariant>
+#include <memory>
+
+namespace repo {
+
+constexpr qint32 ERR_UNREACHABLE = -2147467259;    // server unreachable or access refused
+constexpr qint32 ERR_LOGIN_REJECTED = -2147217843; // login rejected
+constexpr qint32 ERR_NO_OBJECT = -2147217865;      // object does not exist
+constexpr qint32 ERR_COMMAND = -2147217900;        // error in the command
+
+constexpr int adStateClosed = 0;
+constexpr int adStateOpen = 1;
+constexpr int adUseClient = 3;
+
+// The values an ADO connection string carries; keys are matched without regard to case and
+// blanks around "=" are allowed.
+struct ConnectionString {
+    QString provider;
+    QString userId;
+    QString password;
+    QString initialCatalog;
+    QString dataSource;
+    static ConnectionString parse(const QString &text);
+};
+
+// Rows of an executed statement, all fetched (client-side cursor), read forwards.
+class RecordSet {
+public:
+    RecordSet();
+    RecordSet(const RecordSet &);
+    RecordSet &operator=(const RecordSet &);
+    ~RecordSet();
+
+    bool isOpen() const;
+    void close();
+    int recordCount() const;
+    bool eof() const;
+    void moveFirst();
+    void moveNext();
+    // Field of the current row by name, any letter case. Unknown name: ERR_ITEM_NOT_FOUND;
+    // no current row: ERR_NO_CURRENT_RECORD.
+    QVariant value(const QString &field) const;
+    bool isNull(const QString &field) const;
+    QString text(const QString &field) const; // "" for null
+    QStringList fieldNames() const;
+
+    // Used by the connection to fill it.
+    void setFields(const QStringList &names);
+    void appendRow(QVariantList row);
+
+private:
+    struct Data;
+    QSharedDataPointer<Data> d;
+};
+
+class Connection : public HuntERR::DbObject {
+public:
+    Connection();
+    ~Connection() override;
+    Connection(const Connection &) = delete;
+    Connection &operator=(const Connection &) = delete;
+
+    QString connectionString; // the property; open("") uses it
+    int cursorLocation = adUseClient;
+
+    int state() const override;
+    void open(const QString &connectionText = {});
+    void close();
+    RecordSet execute(const QString &sql);
+    bool isEmbedded() const;
+
+    QString typeName() const override { return QStringLiteral("Connection"); }
+    QStringList errorDescriptions() const override;
+    void rollbackTrans() override;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> d;
+};
+
+// Every statement the tool sends, exactly as built, appended one per line to this file ("" = off).
+// Initialised from PARCELWISE_TRACE_SQL.
+void setTraceFile(const QString &path);
+QString traceFile();
+
+// The ODBC driver used for SQL Server: PARCELWISE_ODBC_DRIVER, else the setting, else the platform's.
+QString sqlServerDriver();
+// The driver used for the embedded server's files: "QSQLITE" (default) or "SQLite3" through ODBC
+// (PARCELWISE_EMBEDDED_DRIVER=odbc), so tests can exercise the ODBC path with real data.
+QString embeddedDriver();
+void setEmbeddedDriver(const QString &driver);
+
+// The driver manager's version for the error report, "?" when none.
+QString dataAccessVersion();
+
+} // namespace repo

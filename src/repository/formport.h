@@ -1,0 +1,71 @@
+#pragma once
+// What the procedures read from and write to the main window. The window implements it with its
+// controls; the command line with its arguments and a progress line. The core never sees a widget.
+
+#include <QString>
+#include <QStringList>
+
+class FormPort {
+public:
+    virtual ~FormPort() = default;
+
+    // The sign-in boxes, exactly as typed.
+    virtual QString serverText() const = 0;     // txServerName
+    virtual QString userText() const = 0;       // txtUserName
+    virtual QString passwordText() const = 0;   // txtPassword
+    virtual QString databaseText() const = 0;   // cboDBName
+    virtual QString dbTypeCaption() const = 0;  // lblDbTypeValue
+
+    // The database list (cboDBName) and the type label.
+    virtual void clearDatabases() = 0;
+    virtual void addDatabase(const QString &name) = 0;
+    virtual int databaseCount() const = 0;
+    // Choose entry 0; the window's list then raises its click, which shows the type.
+    virtual void selectFirstDatabase() = 0;
+    // Type caption; colour 0 black (live), 255 red (archive), -1 leaves it as it was.
+    virtual void setDbType(const QString &caption, int colour) = 0;
+
+    virtual void setStatus(const QString &text) = 0; // txtProg
+    virtual void repaint() = 0;                      // let the status text be seen during long work
+    virtual void setBusy(bool busy) = 0;             // hourglass pointer
+    // A validation message: exclamation icon, OK, title "zarnivo - Parcelwise".
+    virtual void message(const QString &text) = 0;
+    // Tree building refused the database: back to the database choice.
+    virtual void showSignInScreen() = 0;
+    // Show the export log with the platform's default application for text files.
+    virtual void openLog(const QString &folder, const QString &fileName) = 0;
+};
+
+// A port that reads fixed texts and ignores the rest; the base of the command line's port and of tests.
+class PlainFormPort : public FormPort {
+public:
+    QString server, user, password, database, dbType;
+    QStringList databases;
+    int dbTypeColour = 0;
+    QString status;
+    QStringList messages;
+    int signInScreenShown = 0;
+    QString openedLog;
+
+    QString serverText() const override { return server; }
+    QString userText() const override { return user; }
+    QString passwordText() const override { return password; }
+    QString databaseText() const override { return database; }
+    QString dbTypeCaption() const override { return dbType; }
+    void clearDatabases() override { databases.clear(); }
+    void addDatabase(const QString &name) override { databases << name; }
+    int databaseCount() const override { return int(databases.size()); }
+    void selectFirstDatabase() override { database = databases.value(0); }
+    void setDbType(const QString &caption, int colour) override
+    {
+        dbType = caption;
+        if (colour >= 0)
+            dbTypeColour = colour;
+    }
+    void setStatus(const QString &text) override { status = text; }
+    void repaint() override {}
+    void setBusy(bool) override {}
+    void message(const QString &text) override { messages << text; }
+    void showSignInScreen() override { ++signInScreenShown; }
+    void openLog(const QString &folder, const QString &fileName) override { openedLog = folder + "/" + fileName; }
+};

@@ -1,0 +1,55 @@
+#pragma once
+// The sign-in: the catalogue of company databases, the live/archive type and pairing, and the
+// sign-in state that the folder tree and the export read.
+
+#include "repository/connection.h"
+#include "repository/formport.h"
+
+#include <memory>
+
+QString correctQuotes(const QString &strInput);
+
+// "Provider=SQLOLEDB.1;Persist Security Info=true;User ID=...": the texts the tool builds.
+QString masterConnectionString(const QString &user, const QString &server, const QString &password);   // zar_Master
+QString serverMasterConnectionString(const QString &user, const QString &server, const QString &password); // MASTER
+QString databaseConnectionString(const QString &user, const QString &catalogue, const QString &server,
+                                 const QString &password);
+
+class SignIn {
+public:
+    explicit SignIn(FormPort &form);
+    ~SignIn();
+
+    // Created closed on first use after start or after release, so whether it is open can be asked.
+    repo::Connection &cnMaster();
+    repo::Connection &cnDb();
+    void releaseMaster();
+    void releaseDb();
+
+    repo::RecordSet rsDbList;
+    bool blnArchive = false;
+    QString strSelectedDb;
+    QString strLiveDb;
+    bool blnInvalidDb = false;
+    QString strUserName;
+    QString strPassword;
+    QString DestinationPath;
+
+    // cboDBName_GotFocus after its status text: validation, then the list refresh.
+    void refreshDatabaseList();
+    void FillDataBasename();
+    void cboDBName_Click();
+    QString fxnGetDBType(const QString &paramDBName);
+    bool fxnIsDBExists(const QString &paramDbName);
+    QString fxnGetLiveDb(const QString &paramArchiveDbNm);
+    // cmdlogin_Click's validation and sign-in steps 1-6; true when the screen steps may go on.
+    // focusTo receives "txServerName" or "txtUserName" when a message wants the focus there.
+    bool validateAndPrepare(QString *focusTo);
+
+    FormPort &form() { return m_form; }
+
+private:
+    FormPort &m_form;
+    std::unique_ptr<repo::Connection> m_master;
+    std::unique_ptr<repo::Connection> m_db;
+};
