@@ -1,0 +1,68 @@
+#pragma once
+// The export engine: the walk over the ticked tree, directories, documents under clean names,
+// file dates and the export log. Used by the window's "Start &Copy" and by the command line.
+
+#include "repository/signin.h"
+#include "tree/treeprocs.h"
+
+#include <QDateTime>
+
+// Cleans in place (the caller's text gets the replaced, untrimmed form) and returns it trimmed.
+QString RemoveSpChr(QString &strFileName);
+QString GetFileExtension(const QString &pFileName);
+// The user's documents folder, without a trailing separator; "" when the platform has none.
+QString fxnGetMyFolderLocation();
+// "\zarnivo Parcelwise Log " + year month day hour minute, unpadded, + ".txt" (leading separator
+// is the platform's).
+QString exportLogNameFor(const QDateTime &when);
+
+// What the command line wants to hear about while the walk runs; the window ignores it.
+class ExportObserver {
+public:
+    virtual ~ExportObserver() = default;
+    virtual void folderStarted(const QString &path) { Q_UNUSED(path); }
+    virtual void directoryRemoved(const QString &path) { Q_UNUSED(path); }   // an existing target deleted first
+    virtual void directoryCreated(const QString &path) { Q_UNUSED(path); }
+    virtual void documentWritten(const QString &filePath, qint64 bytes) { Q_UNUSED(filePath); Q_UNUSED(bytes); }
+    virtual void failureLogged(const QString &line) { Q_UNUSED(line); }
+};
+
+class Exporter {
+public:
+    Exporter(SignIn &signIn, TreeProcs &tree);
+
+    // cmdStart_Click's steps 4-7 without the dialogs: names the log, walks, and shows the log
+    // through the form when anything was logged. Returns true when something was logged.
+    bool run();
+
+    void CopyCheckedFolders();
+    void MakeDir(const QString &strPath);
+    void CopySubFolders(const QString &key, const QString &parentPath);
+    void CopySubFoldersDeep(const QString &key, const QString &parentPath);
+    void CopyFolderFiles(double folderId, const QString &path);
+    QString fxnSaveDocument(qint64 recId, const QString &path);
+    bool fxnSetFileDate(repo::Connection &paramConnection, qint64 paramRec_Id, const QString &paramFilePath);
+    void fxnWriteLog(qint32 paramId, QString paramName, QString paramLocation, quint8 paramType);
+
+    QString ExportLogName;
+    QString ExportLogFolder;
+    QString ExportLogPath;
+    bool LogWritten = false;
+    double ExportNodeIndex = 0;
+
+    // Command line extras.
+    QString logFolderOverride; // "" = the documents folder
+    bool dryRun = false;       // list what would be written, write nothing
+    ExportObserver *observer = nullptr;
+    struct Stats {
+        qint64 folders = 0;
+        qint64 documents = 0;
+        qint64 bytes = 0;
+        qint64 failures = 0;
+    } stats;
+
+private:
+    void copySubFolders(const QString &key, const QString &parentPath, const QString &ordering, const char *source);
+    SignIn &m_signIn;
+    TreeProcs &m_tree;
+};

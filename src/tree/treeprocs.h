@@ -1,0 +1,65 @@
+#pragma once
+// The folder tree's procedures: building the first level, loading a folder's children when it is
+// clicked (live and archive), tick propagation and the relative path of a ticked node. They work on
+// the FolderTree model and the sign-in state; the window and the command line both drive them.
+
+#include "repository/signin.h"
+#include "tree/foldertree.h"
+
+// Image list indices (1-based) the loaders choose.
+namespace TreeImage {
+constexpr int Root = 1;
+constexpr int Site = 2;
+constexpr int Cabinet = 3;
+constexpr int FirstFolder = 4;  // icon id 1 .. 11 -> 4 .. 14
+constexpr int Recycle = 15;
+constexpr int Admin = 16;
+constexpr int ArchiveFolder1 = 17;
+constexpr int ArchiveUnused = 18; // never chosen
+constexpr int ArchiveFolder2and3 = 19;
+constexpr int ArchiveFirstFolder4 = 20; // icon id 4 .. 11 -> 20 .. 27
+constexpr int ArchiveSite = 28;
+constexpr int ArchiveCabinet = 29;
+constexpr int Count = 29;
+} // namespace TreeImage
+
+// The platform's path separator, which stands for "\" in every path the export builds.
+QChar pathSeparator();
+
+class TreeProcs {
+public:
+    TreeProcs(SignIn &signIn, FolderTree &tree);
+
+    FolderTree &tree() { return m_tree; }
+    SignIn &signIn() { return m_signIn; }
+
+    // Tree building.
+    void Load_Trees();
+    void loadSitesFolders1();
+    void loadSitesAndCabinets1(FolderTree &sstTreeView, double lngStartFolderID);
+
+    // Child loading.
+    void loadChildren(const QString &parentnode);
+    void loadChildrenArchive(const QString &parentnode);
+    void DeleteChild(FolderTree &sstTreeView, double lngStartFolderID);
+
+    // Tick propagation and node paths.
+    void SelectAllChild(double nodeIdx);
+    void DeSelectAllChild(double nodeIdx);
+    QString FindParentPAth(double &pNodeidx);
+
+    // Tree events, each under its own event-handler error path (the error window shows a failure).
+    // They return false when the handler failed.
+    bool tvDefaultRoot_NodeClick(FolderTree::Node *node);
+    bool tvDefaultRoot_NodeCheck(FolderTree::Node *node);
+    bool tvDefaultRoot_Click();
+
+    double dblCheckedNodeIdx = 0; // the node whose tick changed last
+    bool treeStateFlag = false;   // cleared at every tree build
+
+private:
+    void setAllChildren(double nodeIdx, bool ticked);
+
+    SignIn &m_signIn;
+    FolderTree &m_tree;
+};
