@@ -1,19 +1,37 @@
 #include "errors/hunterr.h"
 
+#include "errors/report.h"
+
+#include <QByteArray>
+#include <QtGlobal>
+
 #include <new>
 
 namespace HuntERR {
 
 namespace {
+
+const QString ReportSource = QStringLiteral("HuntERR.ErrorIn");
+const QString NoStopMarker = QStringLiteral("NoStop");
+const QString LostErrorText = QStringLiteral("ErrorIn: Error information was lost. ")
+    + QStringLiteral("To fix: call ErrPreserve before doing anything in error handler.");
+
+constexpr int AnswerYes = 6;
+constexpr int AnswerNo = 7;
+constexpr int AnswerCancel = 2;
+
+struct Record {
+    ErrInfo error;
+    bool preserved = false;
+    QString reportText;
+};
+
 struct TrailState {
     ErrInfo current;
-    ErrInfo preserved;
-    bool isPreserved = false;
-    QString reportText;
+    Record record;
     QString lastShownMessage;
     QString lastRollbackNote;
-    bool stepMode = false;
-    bool stepModeSet = false;
+    int stepMode = -1; // -1: not decided yet
     Shower shower;
     StopPrompt stopPrompt;
     std::function<void()> pointerReset;
@@ -24,6 +42,63 @@ TrailState &state()
     static TrailState s;
     return s;
 }
+
+bool inUserMessageRange(qint32 number)
+{
+    return number >= USER_MESSAGE_FIRST && number <= USER_MESSAGE_LAST;
+}
+
+bool isShownUserMessage(qint32 number)
+{
+    return number == USER_MESSAGE_FIRST || number == USER_MESSAGE_FIRST + 1 || number == USER_MESSAGE_FIRST + 2;
+}
+
+// Building a report may itself run procedures of the trail (the solution version is one); what
+// they do to the trail must not touch the error being reported.
+class RecordGuard {
+public:
+    RecordGuard() : m_current(state().current), m_record(state().record) {}
+    ~RecordGuard()
+    {
+        state().current = m_current;
+        state().record = m_record;
+    }
+
+private:
+    ErrInfo m_current;
+    Record m_record;
+};
+
+template <class F>
+QString guarded(F &&build)
+{
+    QString text;
+    RecordGuard guard;
+    try {
+        text = build();
+    } catch (...) {
+        text.clear();
+    }
+    return text;
+}
+
+void applyTransactionStep(qint32 flags, DbObject *connection)
+{
+    if (!(flags & FlagRollback) || !connection)
+        return;
+    state().lastRollbackNote = guarded([&] { return transactionNote(connection); });
+}
+
+// The error's short text for the stop prompt: a report is named by its first line.
+QString shortText(const ErrInfo &error, bool *propagated)
+{
+    *propagated = error.source == ReportSource;
+    if (!*propagated)
+        return error.description;
+    const qsizetype end = error.description.indexOf(QStringLiteral("\r\n"));
+    return end < 0 ? error.description : error.description.left(end);
+}
+
 } // namespace
 
 Error::Error(ErrInfo info) : m_info(std::move(info)), m_what(m_info.description.toUtf8()) {}
@@ -38,6 +113,7 @@ void raise(qint32 number, const QString &description, const QString &source)
 }
 
 ErrInfo &current() { return state().current; }
+
 void clearCurrent() { state().current = ErrInfo{}; }
 
 void setCurrent(std::exception_ptr caught)
@@ -63,58 +139,144 @@ void setCurrent(std::exception_ptr caught)
 
 void ErrPreserve()
 {
-    if (state().isPreserved)
+    TrailState &s = state();
+    if (s.current.number == 0 || s.record.preserved)
         return;
-    state().preserved = state().current;
-    state().isPreserved = true;
+    s.record.error = s.current;
+    s.record.preserved = true;
 }
 
 void ErrRestore()
 {
-    if (state().isPreserved)
-        state().current = state().preserved;
+    TrailState &s = state();
+    if (!s.record.preserved)
+        return;
+    const ErrInfo &kept = s.record.error;
+    ErrInfo restored;
+    restored.number = kept.number;
+    restored.source = kept.source;
+    restored.description = kept.description;
+    if (!kept.helpContext.isEmpty())
+        restored.helpContext = kept.helpContext;
+    restored.helpFile = kept.helpFile;
+    s.current = restored;
 }
 
-bool ErrMustStop() { return false; }
-
-void ErrorIn(const QString &methodName, qint32 flags, const NamedValues &, const NamedValues &, DbObject *)
+bool ErrMustStop()
 {
     ErrPreserve();
-    ErrInfo info = state().preserved;
-    if (state().reportText.isEmpty())
-        state().reportText = QStringLiteral("Error Number: %1\r\nDescription: %2\r\nMethod: %3")
-                                 .arg(info.number)
-                                 .arg(info.description, methodName);
-    else
-        state().reportText += QStringLiteral("\r\n") + methodName;
-    if ((flags & FlagPassOn) && info.number != ERR_NOT_PASSED_ON) {
-        clearPreserved();
-        ErrInfo out = info;
-        out.source = QStringLiteral("HuntERR.ErrorIn");
-        throw Error(out);
+    TrailState &s = state();
+    if (!stepMode() || !s.record.preserved || s.record.error.helpFile == NoStopMarker)
+        return false;
+
+    bool propagated = false;
+    QString text = QStringLiteral("Error: ") + shortText(s.record.error, &propagated);
+    if (propagated)
+        text += QStringLiteral(" (Propagated)");
+    text += QStringLiteral("\r\nDo you want to retry the operation in step mode?")
+        + QStringLiteral("\r\nClick YES to retry, NO to move to the caller, CANCEL for no more stops");
+
+    int answer = AnswerNo;
+    if (s.stopPrompt) {
+        try {
+            answer = s.stopPrompt(QStringLiteral("Stopped on Error"), text);
+        } catch (...) {
+            answer = AnswerNo;
+        }
     }
+    switch (answer) {
+    case AnswerYes:
+        ErrRestore();
+        s.record.preserved = false;
+        return true;
+    case AnswerCancel:
+        s.record.error.helpFile = NoStopMarker;
+        ErrRestore();
+        return false;
+    default:
+        ErrRestore();
+        return false;
+    }
+}
+
+void ErrorIn(const QString &methodName, qint32 flags, const NamedValues &params, const NamedValues &env,
+             DbObject *dbConnection)
+{
+    TrailState &s = state();
+    if (s.current.number == 0 && !s.record.preserved) {
+        ErrInfo lost;
+        lost.number = ERRMAP_APP_FIRST;
+        lost.source = QStringLiteral("HuntERR");
+        lost.description = LostErrorText;
+        s.current = lost;
+    }
+    ErrPreserve();
+
+    ErrInfo &kept = s.record.error;
+    if (inUserMessageRange(kept.number)) {
+        // A message meant for the person, not a fault: it travels as it is.
+        s.record.reportText = kept.description;
+        applyTransactionStep(flags, dbConnection);
+    } else if (flags & FlagReport) {
+        QString report;
+        if (kept.source == ReportSource) {
+            report = kept.description; // built further in; only this procedure's entry is added
+        } else {
+            const ErrInfo error = kept;
+            report = guarded([&] { return buildReportHead(error, methodName) + adoInfoBlock(dbConnection); });
+        }
+        const qint32 line = kept.line;
+        report += guarded([&] { return callStackEntry(methodName, line, params, env); });
+        s.record.reportText = report;
+        applyTransactionStep(flags, dbConnection);
+        s.record.error.source = ReportSource;
+        s.record.error.description = report;
+    }
+
+    ErrRestore();
+    s.record.preserved = false;
+
+    if (s.current.number == ERR_NOT_PASSED_ON)
+        return;
+    if (flags & FlagPassOn)
+        throw Error(s.current);
 }
 
 void ErrHandlerExit()
 {
-    if (state().pointerReset)
-        state().pointerReset();
-    const QString text = state().reportText.isEmpty() ? state().preserved.description : state().reportText;
-    if (state().shower)
-        state().shower(text);
-    state().lastShownMessage.clear();
-    clearPreserved();
-    state().reportText.clear();
+    TrailState &s = state();
+    try {
+        if (s.pointerReset)
+            s.pointerReset();
+    } catch (...) {
+    }
+
+    const qint32 number = s.current.number;
+    const bool show = !inUserMessageRange(number) || isShownUserMessage(number);
+    if (show) {
+        QString message = s.record.reportText;
+        if (message.isEmpty() && s.current.source == ReportSource)
+            message = s.current.description;
+        s.lastShownMessage = message;
+        try {
+            if (s.shower)
+                s.shower(message);
+        } catch (...) {
+        }
+    }
+    s.lastShownMessage.clear();
 }
 
-const ErrInfo &preserved() { return state().preserved; }
-bool isPreserved() { return state().isPreserved; }
+const ErrInfo &preserved() { return state().record.error; }
+bool isPreserved() { return state().record.preserved; }
+
 void clearPreserved()
 {
-    state().preserved = ErrInfo{};
-    state().isPreserved = false;
+    state().record.error = ErrInfo{};
+    state().record.preserved = false;
 }
-QString reportText() { return state().reportText; }
+
+QString reportText() { return state().record.reportText; }
 QString lastShownMessage() { return state().lastShownMessage; }
 void clearLastShownMessage() { state().lastShownMessage.clear(); }
 QString lastRollbackNote() { return state().lastRollbackNote; }
@@ -123,14 +285,25 @@ void reset()
 {
     TrailState &s = state();
     s.current = ErrInfo{};
-    clearPreserved();
-    s.reportText.clear();
+    s.record = Record{};
     s.lastShownMessage.clear();
     s.lastRollbackNote.clear();
 }
 
-bool stepMode() { return state().stepMode; }
-void setStepMode(bool on) { state().stepMode = on; }
+bool stepMode()
+{
+    TrailState &s = state();
+    if (s.stepMode < 0) {
+#ifdef PARCELWISE_STEP_MODE
+        s.stepMode = 1;
+#else
+        s.stepMode = qEnvironmentVariableIntValue("PARCELWISE_STEP_MODE") == 1 ? 1 : 0;
+#endif
+    }
+    return s.stepMode == 1;
+}
+
+void setStepMode(bool on) { state().stepMode = on ? 1 : 0; }
 
 void setShower(Shower shower) { state().shower = std::move(shower); }
 void setStopPrompt(StopPrompt prompt) { state().stopPrompt = std::move(prompt); }

@@ -142,6 +142,7 @@ auto inner(const QString &source, F &&body, const NamedValues &params = {}) -> d
             if (ErrMustStop())
                 continue;
             ErrorIn(source, FlagsInner, params);
+            clearCurrent(); // not passed on: the procedure ends normally, as if nothing failed
             if constexpr (!std::is_void_v<decltype(body())>)
                 return decltype(body()){};
             else
@@ -168,6 +169,7 @@ bool handler(const QString &source, F &&body, const std::function<void()> &onErr
                 continue;
             ErrorIn(source, FlagsEventHandler);
             ErrHandlerExit();
+            clearCurrent(); // the handler is left normally; the error ends here
             return false;
         }
     }
