@@ -5,6 +5,8 @@
 #include <QStringList>
 
 #include <algorithm>
+#include <functional>
+#include <unordered_map>
 #include <unordered_set>
 
 FolderTree::FolderTree(QObject *parent)
@@ -50,6 +52,7 @@ FolderTree::Node *FolderTree::add(const QString &relativeKey, const QString &key
 
     std::vector<Node *> &siblings = parentNode ? parentNode->children : m_roots;
     const int row = int(siblings.size());
+    n->row = row;
     beginInsertRows(parentNode ? indexOf(parentNode) : QModelIndex(), row, row);
     siblings.push_back(n);
     m_nodes.push_back(std::move(created));
@@ -63,10 +66,10 @@ void FolderTree::remove(Node *n)
     if (!n)
         return;
     std::vector<Node *> &siblings = n->parent ? n->parent->children : m_roots;
-    const auto it = std::find(siblings.begin(), siblings.end(), n);
-    const int row = int(it - siblings.begin());
+    const int row = n->row;
     beginRemoveRows(n->parent ? indexOf(n->parent) : QModelIndex(), row, row);
-    siblings.erase(it);
+    siblings.erase(siblings.begin() + row);
+    renumberRows(siblings, size_t(row));
     eraseSubtrees({n});
     endRemoveRows();
 }
@@ -80,6 +83,56 @@ void FolderTree::removeChildren(Node *n)
     tops.swap(n->children);
     eraseSubtrees(tops);
     endRemoveRows();
+}
+
+void FolderTree::removeNodes(const std::vector<Node *> &nodes)
+{
+    std::unordered_set<const Node *> listed(nodes.begin(), nodes.end());
+    listed.erase(nullptr);
+    // Only the tops matter: a listed node below another listed node goes with its ancestor.
+    std::vector<Node *> tops;
+    for (Node *n : nodes) {
+        if (!n)
+            continue;
+        bool covered = false;
+        for (const Node *p = n->parent; p && !covered; p = p->parent)
+            covered = listed.count(p) != 0;
+        if (!covered)
+            tops.push_back(n);
+    }
+    if (tops.empty())
+        return;
+    std::sort(tops.begin(), tops.end());
+    tops.erase(std::unique(tops.begin(), tops.end()), tops.end());
+
+    // Per parent, the doomed rows go highest first in contiguous runs, so every signal describes
+    // the rows as they stand at that moment.
+    std::unordered_map<Node *, std::vector<int>> rowsByParent;
+    std::vector<Node *> parents;
+    for (Node *n : tops) {
+        auto [it, fresh] = rowsByParent.try_emplace(n->parent);
+        if (fresh)
+            parents.push_back(n->parent);
+        it->second.push_back(n->row);
+    }
+    for (Node *p : parents) {
+        std::vector<int> &rows = rowsByParent[p];
+        std::sort(rows.begin(), rows.end(), std::greater<int>());
+        std::vector<Node *> &siblings = p ? p->children : m_roots;
+        size_t i = 0;
+        while (i < rows.size()) {
+            const int last = rows[i];
+            int first = last;
+            while (i + 1 < rows.size() && rows[i + 1] == first - 1)
+                first = rows[++i];
+            ++i;
+            beginRemoveRows(indexOf(p), first, last);
+            siblings.erase(siblings.begin() + first, siblings.begin() + last + 1);
+            renumberRows(siblings, size_t(first));
+            endRemoveRows();
+        }
+    }
+    eraseSubtrees(tops);
 }
 
 // Drops whole subtrees in one pass over the insertion order, so removing ten thousand children
@@ -114,6 +167,12 @@ void FolderTree::eraseSubtrees(const std::vector<Node *> &tops)
     }
     m_nodes.resize(out);
     renumberFrom(std::min(first, m_nodes.size()));
+}
+
+void FolderTree::renumberRows(std::vector<Node *> &siblings, size_t from)
+{
+    for (size_t i = from; i < siblings.size(); ++i)
+        siblings[i]->row = int(i);
 }
 
 void FolderTree::renumberFrom(size_t position)
@@ -173,12 +232,7 @@ void FolderTree::setSelected(Node *n)
 
 int FolderTree::rowInParent(const Node *n) const
 {
-    const std::vector<Node *> &siblings = n->parent ? n->parent->children : m_roots;
-    // Children are mostly asked for near the end (just added), so search from the back.
-    for (size_t i = siblings.size(); i-- > 0;)
-        if (siblings[i] == n)
-            return int(i);
-    return -1;
+    return n->row;
 }
 
 QModelIndex FolderTree::indexOf(const Node *n) const

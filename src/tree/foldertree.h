@@ -22,6 +22,7 @@ public:
         Node *parent = nullptr;
         std::vector<Node *> children;
         int index = 0; // 1-based position in insertion order
+        int row = 0;   // position among its siblings, kept exact so model indices cost O(1)
     };
 
     enum Role {
@@ -46,6 +47,9 @@ public:
     Node *add(const QString &relativeKey, const QString &key, const QString &text, int image);
     void remove(Node *node);        // with its whole subtree
     void removeChildren(Node *node); // as removing the first child until none is left
+    // Removes every listed node with its subtree in one compaction (nodes inside a listed subtree
+    // may be listed too); the result is that of removing them one by one from the highest index down.
+    void removeNodes(const std::vector<Node *> &nodes);
     void clear();
 
     QString fullPath(const Node *node) const; // texts from the top down, joined by "\"
@@ -82,6 +86,7 @@ signals:
 private:
     int rowInParent(const Node *node) const;
     void renumberFrom(size_t position);
+    static void renumberRows(std::vector<Node *> &siblings, size_t from);
     void eraseSubtrees(const std::vector<Node *> &tops);
 
     std::vector<std::unique_ptr<Node>> m_nodes; // insertion order

@@ -1,0 +1,458 @@
+#include "tree/treeprocs.h"
+
+#include "errors/hunterr.h"
+#include "export/exporter.h"
+
+#include <cmath>
+
+namespace {
+
+const QString kModule = QStringLiteral("FrmSendtofolder.");
+const QString kKeyPrefix = QStringLiteral("Fold");
+const QString kProcessing = QStringLiteral(" Processing... Please Wait");
+
+// What the tree control raises when a procedure reaches through a node that is not there
+// (the parent of a top node, the first child of a leaf, the selection of an empty tree).
+constexpr qint32 ERR_OBJECT_NOT_SET = 91;
+
+[[noreturn]] void raiseNotSet()
+{
+    HuntERR::raise(ERR_OBJECT_NOT_SET, QStringLiteral("Object variable or With block variable not set"));
+}
+
+template <class T>
+T *required(T *object)
+{
+    if (!object)
+        raiseNotSet();
+    return object;
+}
+
+// A record id as decimal text, whatever numeric type the driver hands back.
+QString idText(const QVariant &value)
+{
+    if (value.isNull())
+        return {};
+    bool ok = false;
+    const qlonglong whole = value.toLongLong(&ok);
+    if (ok)
+        return QString::number(whole);
+    const double d = value.toDouble(&ok);
+    if (ok && std::isfinite(d) && d == std::floor(d))
+        return QString::number(qlonglong(d));
+    return value.toString().trimmed();
+}
+
+// A number put into a statement as it stands: whole numbers without a decimal part.
+QString numberText(double value)
+{
+    if (std::isfinite(value) && value == std::floor(value) && std::fabs(value) < 9.0e15)
+        return QString::number(qlonglong(value));
+    return QString::number(value, 'g', 15);
+}
+
+// The icon id of a row, or 0 when it is missing or not a number (no rule then applies).
+int iconId(const repo::RecordSet &rs)
+{
+    if (rs.isNull(QStringLiteral("icon_rec_id")))
+        return 0;
+    bool ok = false;
+    const double icon = rs.value(QStringLiteral("icon_rec_id")).toDouble(&ok);
+    if (!ok || icon != std::floor(icon) || icon < 1 || icon > 11)
+        return 0;
+    return int(icon);
+}
+
+// Image of a child row; `image` keeps the previous row's value when no rule applies.
+void chooseChildImage(int &image, const QString &folderType, int icon, bool archiveOrigin)
+{
+    if (folderType == QLatin1String("SITE")) {
+        image = archiveOrigin ? TreeImage::ArchiveSite : TreeImage::Site;
+    } else if (folderType == QLatin1String("CABINET")) {
+        image = archiveOrigin ? TreeImage::ArchiveCabinet : TreeImage::Cabinet;
+    } else if (folderType == QLatin1String("ADMIN")) {
+        image = TreeImage::Admin;
+    } else if (folderType == QLatin1String("RECYCLE")) {
+        image = TreeImage::Recycle;
+    } else if (folderType == QLatin1String("FOLDER") && icon >= 1) {
+        if (!archiveOrigin)
+            image = icon + 3;
+        else if (icon == 1)
+            image = TreeImage::ArchiveFolder1;
+        else if (icon <= 3)
+            image = TreeImage::ArchiveFolder2and3; // icons 2 and 3 share one archive picture
+        else
+            image = icon + 16;
+    }
+}
+
+FolderTree::Node *nodeAtIndex(FolderTree &tree, double index)
+{
+    return tree.node(int(std::lround(index)));
+}
+
+} // namespace
+
+QChar pathSeparator()
+{
+#ifdef Q_OS_WIN
+    return QLatin1Char('\\');
+#else
+    return QLatin1Char('/');
+#endif
+}
+
+TreeProcs::TreeProcs(SignIn &signIn, FolderTree &tree)
+    : m_signIn(signIn)
+    , m_tree(tree)
+{
+}
+
+// --- Tree building ---------------------------------------------------------------------------
+
+void TreeProcs::Load_Trees()
+{
+    HuntERR::inner(kModule + QStringLiteral("Load_Trees"), [&] {
+        treeStateFlag = false;
+        loadSitesFolders1();
+    });
+}
+
+void TreeProcs::loadSitesFolders1()
+{
+    HuntERR::inner(kModule + QStringLiteral("loadSitesFolders1"), [&] {
+        FormPort &form = m_signIn.form();
+        const QString user = correctQuotes(form.userText());
+        const QString server = correctQuotes(form.serverText().trimmed());
+        const QString password = correctQuotes(form.passwordText().trimmed());
+        // An archive's folders live in its paired live database; only the bytes are archived.
+        const QString catalogue = m_signIn.blnArchive ? m_signIn.strLiveDb
+                                                      : correctQuotes(form.databaseText().trimmed());
+        const QString text = QStringLiteral("Provider=SQLOLEDB.1;Persist Security Info=true")
+                             + QStringLiteral(";User ID=") + user
+                             + QStringLiteral(";Initial Catalog=") + catalogue
+                             + QStringLiteral(";Data Source=") + server
+                             + QStringLiteral(";Password=") + password;
+
+        repo::Connection &cn = m_signIn.cnDb();
+        if (cn.state() == repo::adStateOpen)
+            cn.close();
+        cn.cursorLocation = repo::adUseClient;
+        cn.connectionString = text;
+        cn.open();
+
+        m_tree.clear();
+        loadSitesAndCabinets1(m_tree, 0);
+
+        if (m_tree.count() >= 1)
+            m_tree.setSelected(m_tree.node(1));
+        m_tree.setDropHighlight(m_tree.dropHighlight());
+    });
+}
+
+void TreeProcs::loadSitesAndCabinets1(FolderTree &sstTreeView, double lngStartFolderID)
+{
+    const QString source = kModule + QStringLiteral("loadSitesAndCabinets1(sstTreeView,lngStartFolderID)");
+    for (;;) {
+        try {
+            const QString sql = QStringLiteral("SELECT ") + QStringLiteral(" a.Rec_ID, ")
+                                + QStringLiteral(" a.Folder_Parent, ") + QStringLiteral(" a.Folder_Name, ")
+                                + QStringLiteral(" a.IsAdmin , ") + QStringLiteral(" a.Icon_rec_id , ")
+                                + QStringLiteral(" a.Folder_Type ")
+                                + QStringLiteral(" FROM ZAR_Folder a, zar_FolderLive b")
+                                + QStringLiteral(" where a.rec_id = b.rec_id and (a.Folder_Parent=")
+                                + numberText(lngStartFolderID) + QStringLiteral(")")
+                                + QStringLiteral(" ORDER BY a.Folder_Parent, a.Folder_Name");
+            repo::RecordSet rs = m_signIn.cnDb().execute(sql);
+            int image = 0;
+            while (!rs.eof()) {
+                const QString folderType = rs.text(QStringLiteral("Folder_Type"));
+                if (folderType == QLatin1String("ROOT")) {
+                    const QString text = rs.text(QStringLiteral("Folder_Name")) + QStringLiteral(" [")
+                                         + m_signIn.strSelectedDb + QStringLiteral(" <")
+                                         + m_signIn.form().dbTypeCaption() + QStringLiteral("> ]");
+                    FolderTree::Node *root = sstTreeView.add(
+                        QString(), kKeyPrefix + idText(rs.value(QStringLiteral("Rec_Id"))), text, TreeImage::Root);
+                    // A top node is always visible; nothing above it needs expanding.
+                    Q_UNUSED(root);
+                    return;
+                }
+                if (folderType == QLatin1String("SITE")) {
+                    image = TreeImage::Site;
+                } else if (folderType == QLatin1String("CABINET")) {
+                    image = TreeImage::Cabinet;
+                } else if (folderType == QLatin1String("ADMIN")) {
+                    image = TreeImage::Admin;
+                } else {
+                    const int icon = iconId(rs);
+                    if (icon >= 1)
+                        image = icon + 3;
+                }
+                if (folderType != QLatin1String("FOLDER")) {
+                    FolderTree::Node *added =
+                        sstTreeView.add(kKeyPrefix + idText(rs.value(QStringLiteral("Folder_Parent"))),
+                                        kKeyPrefix + idText(rs.value(QStringLiteral("Rec_ID"))),
+                                        rs.text(QStringLiteral("Folder_Name")), image);
+                    sstTreeView.setTag(added, rs.text(QStringLiteral("FOLDER_NAME")));
+                }
+                rs.moveNext();
+            }
+            return;
+        } catch (...) {
+            HuntERR::setCurrent(std::current_exception());
+            HuntERR::ErrPreserve();
+            const qint32 number = HuntERR::preserved().number;
+            // A database without the repository tables: the user picked the wrong database,
+            // which is a message and a way back, not a fault.
+            if (number == repo::ERR_NO_OBJECT || number == repo::ERR_COMMAND) {
+                m_signIn.form().message(QStringLiteral("Invalid database selected"));
+                m_signIn.blnInvalidDb = true;
+                m_signIn.form().showSignInScreen();
+                HuntERR::clearCurrent();
+                HuntERR::clearPreserved();
+                return;
+            }
+            if (HuntERR::ErrMustStop())
+                continue;
+            HuntERR::ErrorIn(source, HuntERR::FlagsInner);
+            return;
+        }
+    }
+}
+
+// --- Child loading ---------------------------------------------------------------------------
+
+namespace {
+
+// The loaders' common start: busy feedback, then the node's previous children go, so a reload
+// never shows a child twice.
+void beginReload(FormPort &form, FolderTree &tree, const QString &parentnode)
+{
+    form.setBusy(true);
+    form.setStatus(kProcessing);
+    if (tree.count() >= 1 && folderIdOfKey(parentnode) > 0)
+        tree.removeChildren(tree.byKey(parentnode));
+}
+
+void endReload(FormPort &form)
+{
+    form.setStatus(QString());
+    form.setBusy(false);
+}
+
+} // namespace
+
+void TreeProcs::loadChildren(const QString &parentnode)
+{
+    HuntERR::inner(kModule + QStringLiteral("loadChildren(parentnode)"), [&] {
+        FormPort &form = m_signIn.form();
+        beginReload(form, m_tree, parentnode);
+
+        QString id = parentnode;
+        id.remove(kKeyPrefix);
+        const QString sql = QStringLiteral("SELECT a.rec_id, a.icon_rec_id, a.Folder_Type, a.Folder_Name ")
+                            + QStringLiteral(" FROM ZAR_FOLDER a, zar_folderLive b")
+                            + QStringLiteral(" WHERE a.rec_id = b.rec_id and  a.FOLDER_PARENT=") + id
+                            + QStringLiteral(" order by a.Folder_Parent, a.Folder_Name, a.rec_id");
+        repo::RecordSet rs = m_signIn.cnDb().execute(sql);
+
+        int image = 0;
+        while (!rs.eof()) {
+            chooseChildImage(image, rs.text(QStringLiteral("Folder_Type")), iconId(rs), false);
+            const QString name = rs.text(QStringLiteral("FOLDER_NAME"));
+            FolderTree::Node *added =
+                m_tree.add(parentnode, kKeyPrefix + idText(rs.value(QStringLiteral("REC_ID"))), name, image);
+            m_tree.setTag(added, name);
+            rs.moveNext();
+        }
+        endReload(form);
+    });
+}
+
+void TreeProcs::loadChildrenArchive(const QString &parentnode)
+{
+    HuntERR::inner(kModule + QStringLiteral("loadChildrenArchive(parentnode)"), [&] {
+        FormPort &form = m_signIn.form();
+        beginReload(form, m_tree, parentnode);
+
+        const QString id = QString::number(qRound64(folderIdOfKey(parentnode)));
+        const QString sql =
+            QStringLiteral("select a.rec_id, a.icon_rec_id, a.Folder_Parent, a.Folder_Name, ")
+            + QStringLiteral(" a.Folder_Type, c.TS as TS , b.relative_level_no relative_level_no, 'LIVE' as FOLDER ")
+            + QStringLiteral(" From zar_folder a , zar_folder_matrix b, zar_folder_name_path c, ")
+            + QStringLiteral(" ZAR_FolderLive d Where ")
+            + QStringLiteral(" a.rec_id = c.rec_id and a.Rec_id = b.child_rec_id And ")
+            + QStringLiteral(" a.Rec_ID = d.Rec_ID and ")
+            + QStringLiteral(" b.parent_rec_id = (") + id + QStringLiteral(") And b.relative_level_no = 1 ")
+            + QStringLiteral(" Union All ")
+            + QStringLiteral(" select a.rec_id, a.icon_rec_id, a.Folder_Parent, a.Folder_Name, ")
+            + QStringLiteral(" a.Folder_Type, c.TS as TS , b.relative_level_no relative_level_no, 'ARCHIVE' AS FOLDER ")
+            + QStringLiteral(" From zar_folder a , zar_folder_matrix b, zar_folder_name_path c, ")
+            + QStringLiteral(" ZAR_FolderArchived d Where ")
+            + QStringLiteral(" a.rec_id = c.rec_id and a.Rec_id = b.child_rec_id And ")
+            + QStringLiteral(" a.Rec_ID = d.Rec_ID and ")
+            + QStringLiteral(" b.parent_rec_id = (") + id + QStringLiteral(") And b.relative_level_no = 1 ")
+            + QStringLiteral(" order by a.Folder_Parent, a.Folder_Name, a.rec_id");
+        repo::Connection &cn = m_signIn.cnDb();
+        repo::RecordSet rs = cn.execute(sql);
+
+        int image = 0;
+        while (!rs.eof()) {
+            const QString recId = idText(rs.value(QStringLiteral("rec_id")));
+            bool shown = true;
+            if (m_signIn.blnArchive) {
+                // Only folders that lead to archived documents are worth showing in an archive.
+                const QString &archiveDb = m_signIn.strSelectedDb;
+                const QString probe =
+                    QStringLiteral("select parent_rec_id from zar_folder_matrix ")
+                    + QStringLiteral(" Where parent_rec_id = ") + recId + QStringLiteral(" and ")
+                    + QStringLiteral(" child_rec_id in (select folder_rec_id from zar_file a, zar_fileArchived b,  ")
+                    + archiveDb + QStringLiteral("..zar_FileArchive c")
+                    + QStringLiteral(" where a.rec_id = b.rec_id and b.rec_id = c.fileid ) ")
+                    + QStringLiteral(" Union All ")
+                    + QStringLiteral(" select folder_rec_id from zar_file a, zar_fileArchived b, ")
+                    + archiveDb + QStringLiteral("..zar_FileArchive c ")
+                    + QStringLiteral(" where a.rec_id = b.rec_id and b.rec_id = c.fileid and folder_rec_id = ")
+                    + recId;
+                shown = cn.execute(probe).recordCount() >= 1;
+            }
+            if (shown) {
+                const bool archiveOrigin =
+                    rs.text(QStringLiteral("FOLDER")).toUpper() == QLatin1String("ARCHIVE");
+                chooseChildImage(image, rs.text(QStringLiteral("Folder_Type")), iconId(rs), archiveOrigin);
+                const QString name = rs.text(QStringLiteral("FOLDER_NAME"));
+                FolderTree::Node *added = m_tree.add(parentnode, kKeyPrefix + recId, name, image);
+                m_tree.setTag(added, name);
+            }
+            rs.moveNext();
+        }
+        endReload(form);
+    });
+}
+
+void TreeProcs::DeleteChild(FolderTree &sstTreeView, double lngStartFolderID)
+{
+    HuntERR::inner(kModule + QStringLiteral("DeleteChild(sstTreeView,lngStartFolderID)"), [&] {
+        if (required(sstTreeView.selected())->children.empty())
+            return;
+        FolderTree::Node *start = sstTreeView.byKey(kKeyPrefix + numberText(lngStartFolderID));
+        const int first = required(sstTreeView.firstChild(start))->index;
+        const QString startPath = sstTreeView.fullPath(start);
+        // Removing from the highest index down only ever shifts nodes already visited, so the
+        // matches can be gathered first and dropped in one pass.
+        std::vector<FolderTree::Node *> doomed;
+        for (int i = sstTreeView.count(); i >= first; --i) {
+            FolderTree::Node *n = sstTreeView.node(i);
+            if (sstTreeView.fullPath(n).contains(startPath, Qt::CaseSensitive))
+                doomed.push_back(n);
+        }
+        sstTreeView.removeNodes(doomed);
+    });
+}
+
+// --- Tick propagation and node paths -----------------------------------------------------------
+
+void TreeProcs::SelectAllChild(double nodeIdx)
+{
+    HuntERR::inner(kModule + QStringLiteral("SelectAllChild(nodeIdx)"), [&] { setAllChildren(nodeIdx, true); });
+}
+
+void TreeProcs::DeSelectAllChild(double nodeIdx)
+{
+    HuntERR::inner(kModule + QStringLiteral("DeSelectAllChild(nodeIdx)"), [&] { setAllChildren(nodeIdx, false); });
+}
+
+// The descendants are found by their full path, not by walking the subtree: every node from the
+// first child on whose path contains the node's path is set, later look-alike siblings included.
+void TreeProcs::setAllChildren(double nodeIdx, bool ticked)
+{
+    if (required(m_tree.selected())->children.empty())
+        return;
+    FolderTree::Node *start = nodeAtIndex(m_tree, nodeIdx);
+    const int first = required(m_tree.firstChild(start))->index;
+    const QString startPath = m_tree.fullPath(start);
+    for (int i = m_tree.count(); i >= first; --i) {
+        FolderTree::Node *n = m_tree.node(i);
+        if (m_tree.fullPath(n).contains(startPath, Qt::CaseSensitive))
+            m_tree.setChecked(n, ticked);
+    }
+}
+
+QString TreeProcs::FindParentPAth(double &pNodeidx)
+{
+    return HuntERR::inner(kModule + QStringLiteral("FindParentPAth(pNodeidx)"), [&]() -> QString {
+        QString path;
+        const int passes = m_tree.count();
+        for (int pass = 0; pass < passes; ++pass) {
+            FolderTree::Node *parent = required(nodeAtIndex(m_tree, pNodeidx)->parent);
+            if (folderIdOfKey(parent->key) == 1)
+                return path;
+            // An unticked ancestor ends the climb: every pass left would look at the same node.
+            if (!parent->checked)
+                break;
+            QString name = parent->tag; // cleaned on a copy: the node keeps its tag
+            path = RemoveSpChr(name) + pathSeparator() + path;
+            pNodeidx = parent->index;
+        }
+        return path;
+    });
+}
+
+// --- Tree events -------------------------------------------------------------------------------
+
+bool TreeProcs::tvDefaultRoot_NodeClick(FolderTree::Node *node)
+{
+    return HuntERR::handler(kModule + QStringLiteral("tvDefaultRoot_NodeClick(Node)"), [&] {
+        if (node) {
+            m_tree.setSelected(node);
+            m_tree.setDropHighlight(node);
+        }
+        FolderTree::Node *clicked = required(node);
+        if (!m_signIn.blnArchive)
+            loadChildren(clicked->key);
+        else
+            loadChildrenArchive(clicked->key);
+        m_tree.setExpanded(clicked, true);
+        // Freshly loaded children take over the clicked node's tick.
+        if (clicked->checked)
+            SelectAllChild(clicked->index);
+        else
+            DeSelectAllChild(clicked->index);
+    });
+}
+
+bool TreeProcs::tvDefaultRoot_NodeCheck(FolderTree::Node *node)
+{
+    return HuntERR::handler(kModule + QStringLiteral("tvDefaultRoot_NodeCheck(Node)"), [&] {
+        // The repository root is never exported as such: its tick does not stick.
+        if (folderIdOfKey(required(node)->key) == 1) {
+            m_tree.setChecked(node, false);
+            m_tree.setSelected(node);
+            return;
+        }
+        m_tree.setSelected(node);
+        m_tree.setDropHighlight(node);
+        // Under a ticked parent a child stays ticked: an untick is undone at once.
+        if (required(node->parent)->checked)
+            m_tree.setChecked(node, false);
+        if (node->parent->checked)
+            m_tree.setChecked(node, true);
+        dblCheckedNodeIdx = node->index;
+    });
+}
+
+bool TreeProcs::tvDefaultRoot_Click()
+{
+    return HuntERR::handler(kModule + QStringLiteral("tvDefaultRoot_Click"), [&] {
+        FolderTree::Node *selected = required(m_tree.selected());
+        if (folderIdOfKey(selected->key) == 1)
+            m_tree.setChecked(selected, false);
+        if (dblCheckedNodeIdx > 0) {
+            FolderTree::Node *changed = nodeAtIndex(m_tree, dblCheckedNodeIdx);
+            if (changed->checked)
+                SelectAllChild(changed->index);
+            else
+                DeSelectAllChild(changed->index);
+        }
+    });
+}
