@@ -1,0 +1,29 @@
+#pragma once
+// Pictures of the error windows' buttons, drawn rather than shipped so they stay crisp at any
+// scale and need no resource files.
+
+#include <QIcon>
+#include <QKeySequence>
+#include <QString>
+
+class QBoxLayout;
+class QFrame;
+class QLabel;
+class QToolButton;
+class QWidget;
+
+namespace ErrorWindows {
+
+QIcon copyPicture();  // two sheets of paper, one over the other
+QIcon infoPicture();  // an "i" in a blue disc
+QIcon closePicture(); // a white cross in a red disc
+
+// A 3-D panel as the windows use for their button row and their content.
+QFrame *panel(const QString &objectName, QWidget *parent);
+
+// A picture button with its caption beneath, added as one column to row.
+QToolButton *addPictureButton(QBoxLayout *row, QWidget *parent, const QString &buttonName, const QIcon &icon,
+                              const QString &toolTip, const QKeySequence &shortcut, const QString &labelName,
+                              const QString &labelText);
+
+} // namespace ErrorWindows
