@@ -1,0 +1,381 @@
+#include "cli/arguments.h"
+
+#include <QStringBuilder>
+
+namespace cli {
+
+namespace {
+
+const QString Tool = QStringLiteral("parcelwise");
+
+OptionSpec option(const char *name, const char *valueName, const char *help, bool repeatable = false)
+{
+    OptionSpec o;
+    o.name = QString::fromLatin1(name);
+    o.valueName = QString::fromLatin1(valueName);
+    o.help = QString::fromLatin1(help);
+    o.repeatable = repeatable;
+    return o;
+}
+
+OptionSpec helpOption()
+{
+    OptionSpec o = option("--help", "", "Show this help and exit");
+    o.shortName = QStringLiteral("-h");
+    return o;
+}
+
+OptionSpec traceOption()
+{
+    return option("--trace-sql", "FILE", "Append every SQL statement sent, one per line, to FILE");
+}
+
+QList<OptionSpec> signInOptions()
+{
+    return {
+        option("--server", "NAME", "SQL Server to sign in to (or the folder of an embedded server)"),
+        option("--user", "NAME", "SQL Server user name"),
+        option("--password-stdin", "", "Read the password from the first line of standard input"),
+    };
+}
+
+QList<CommandSpec> buildCommands()
+{
+    QList<CommandSpec> list;
+
+    CommandSpec databases;
+    databases.name = QStringLiteral("databases");
+    databases.synopsis = QStringLiteral("databases --server NAME --user NAME [--password-stdin]");
+    databases.summary = QStringLiteral("List the catalogue's company databases with their type");
+    databases.description = QStringLiteral(
+        "Signs in to the server's master catalogue and lists every company database it records,\n"
+        "in catalogue order, with its type (Live or Archive) and, for an archive database, the\n"
+        "live database it is paired with.");
+    databases.options = signInOptions();
+    databases.options << traceOption() << helpOption();
+    databases.examples = {
+        QStringLiteral("parcelwise databases --server sql01 --user exporter --password-stdin < ~/.parcelwise-password"),
+        QStringLiteral("parcelwise databases --server ./demo-repository --user demo"),
+    };
+    list << databases;
+
+    CommandSpec tree;
+    tree.name = QStringLiteral("tree");
+    tree.synopsis = QStringLiteral("tree --server NAME --user NAME --database NAME [--depth N] [--password-stdin]");
+    tree.summary = QStringLiteral("Show a database's folder tree with folder ids");
+    tree.description = QStringLiteral(
+        "Opens the database as the window does and prints its folder tree as the window shows it\n"
+        "after clicking down N levels below the root: one folder per line, its id first, then its\n"
+        "name indented by its depth. An archive database shows only the folders that hold\n"
+        "archived documents, in them or below them.");
+    tree.options = signInOptions();
+    tree.options << option("--database", "NAME", "Company database to open (live or archive)")
+                 << option("--depth", "N", "Levels to show below the root folder (default 1; 0 shows the root only)")
+                 << traceOption() << helpOption();
+    tree.examples = {
+        QStringLiteral("parcelwise tree --server sql01 --user exporter --database Acme --depth 2 --password-stdin < ~/.parcelwise-password"),
+        QStringLiteral("parcelwise tree --server ./demo-repository --user demo --database AcmeArchive --depth 3"),
+    };
+    list << tree;
+
+    CommandSpec exportCommand;
+    exportCommand.name = QStringLiteral("export");
+    exportCommand.synopsis = QStringLiteral(
+        "export --server NAME --user NAME --database NAME (--folder PATH ... | --all) --dest DIR\n"
+        "                         [--dry-run] [--log-dir DIR] [--progress | --no-progress] [--password-stdin]");
+    exportCommand.summary = QStringLiteral("Export folders and their documents to a directory");
+    exportCommand.description = QStringLiteral(
+        "Ticks folders as a user would in the window and runs the copy: every ticked folder\n"
+        "becomes a directory under DIR (an existing one of that name is deleted first), every\n"
+        "document a file under its cleaned title, dated from the repository. A PATH is a chain of\n"
+        "folder names below the root separated by \"/\"; its ancestors are clicked open and the\n"
+        "folder itself is ticked, so its whole subtree is exported. Folders are ticked in the\n"
+        "order given. --all ticks every folder directly below the root.\n"
+        "\n"
+        "Items that cannot be written are listed in the export log (in the Documents folder, or\n"
+        "in --log-dir) and make the exit status 1. A progress line is shown on stderr when it is\n"
+        "a terminal; a summary line is printed at the end in any case.");
+    exportCommand.options = signInOptions();
+    exportCommand.options << option("--database", "NAME", "Company database to export from (live or archive)")
+                          << option("--folder", "PATH", "Folder to export, e.g. \"Projects/2016\"; may be repeated", true)
+                          << option("--all", "", "Export every folder directly below the root")
+                          << option("--dest", "DIR", "Existing directory that receives the folders")
+                          << option("--dry-run", "", "Write nothing; list the directories and files it would write\nand the existing directories it would delete")
+                          << option("--log-dir", "DIR", "Directory for the export log (default: your Documents folder)")
+                          << option("--progress", "", "Show the progress line even when stderr is not a terminal")
+                          << option("--no-progress", "", "Never show the progress line")
+                          << traceOption() << helpOption();
+    exportCommand.examples = {
+        QStringLiteral("parcelwise export --server sql01 --user exporter --database Acme \\\n"
+                       "      --folder \"Projects/2016\" --folder Contracts --dest /srv/export --password-stdin < ~/.parcelwise-password"),
+        QStringLiteral("read -rs PARCELWISE_PASSWORD && export PARCELWISE_PASSWORD\n"
+                       "    parcelwise export --server sql01 --user exporter --database AcmeArchive --all --dest /srv/archive --dry-run"),
+        QStringLiteral("parcelwise export --server ./demo-repository --user demo --database Acme --all --dest ./out --log-dir ./out"),
+    };
+    list << exportCommand;
+
+    CommandSpec demoCommand;
+    demoCommand.name = QStringLiteral("demo");
+    demoCommand.synopsis = QStringLiteral("demo DIR");
+    demoCommand.summary = QStringLiteral("Write the demo repository into a directory");
+    demoCommand.description = QStringLiteral(
+        "Writes a small repository for the embedded server into DIR: a master catalogue, a live\n"
+        "company database and its archive. Use DIR as the server name to try the other commands.");
+    demoCommand.positionalName = QStringLiteral("DIR");
+    demoCommand.options << traceOption() << helpOption();
+    demoCommand.examples = {
+        QStringLiteral("parcelwise demo ./demo-repository"),
+        QStringLiteral("parcelwise databases --server ./demo-repository --user demo"),
+    };
+    list << demoCommand;
+
+    return list;
+}
+
+CommandSpec buildTool()
+{
+    CommandSpec tool;
+    tool.synopsis = QStringLiteral("<command> [options]");
+    tool.description = QStringLiteral(
+        "Exports folders and documents from a document repository held in SQL Server onto disk.\n"
+        "Without a command the window opens; with a command the tool runs without a display.");
+    tool.options << traceOption() << helpOption()
+                 << option("--version", "", "Show the version and exit");
+    tool.examples = {
+        QStringLiteral("parcelwise demo ./demo-repository"),
+        QStringLiteral("parcelwise tree --server ./demo-repository --user demo --database Acme --depth 2"),
+        QStringLiteral("parcelwise export --server sql01 --user exporter --database Acme --folder Projects \\\n"
+                       "      --dest /srv/export --password-stdin < ~/.parcelwise-password"),
+    };
+    return tool;
+}
+
+const OptionSpec *findOption(const CommandSpec &spec, const QString &name)
+{
+    for (const OptionSpec &o : spec.options) {
+        if (o.name == name || (!o.shortName.isEmpty() && o.shortName == name))
+            return &o;
+    }
+    return nullptr;
+}
+
+QString tryHelp(const QString &command)
+{
+    return QStringLiteral("Try '") + Tool + (command.isEmpty() ? QString() : QStringLiteral(" ") + command)
+        + QStringLiteral(" --help' for more information.");
+}
+
+QString formatOptions(const QList<OptionSpec> &options)
+{
+    QStringList left;
+    int width = 0;
+    for (const OptionSpec &o : options) {
+        QString text = o.shortName.isEmpty() ? QStringLiteral("    ") : o.shortName + QStringLiteral(", ");
+        text += o.name;
+        if (!o.valueName.isEmpty())
+            text += QLatin1Char(' ') + o.valueName;
+        left << text;
+        width = qMax(width, int(text.size()));
+    }
+    QString result;
+    for (int i = 0; i < options.size(); ++i) {
+        const QStringList helpLines = options[i].help.split(QLatin1Char('\n'));
+        result += QStringLiteral("  ") + left[i].leftJustified(width) + QStringLiteral("  ") + helpLines.first()
+            + QLatin1Char('\n');
+        for (qsizetype line = 1; line < helpLines.size(); ++line)
+            result += QString(width + 4, QLatin1Char(' ')) + helpLines[line] + QLatin1Char('\n');
+    }
+    return result;
+}
+
+} // namespace
+
+const QList<CommandSpec> &commands()
+{
+    static const QList<CommandSpec> list = buildCommands();
+    return list;
+}
+
+const CommandSpec *findCommand(const QString &name)
+{
+    for (const CommandSpec &c : commands()) {
+        if (c.name == name)
+            return &c;
+    }
+    return nullptr;
+}
+
+const CommandSpec &toolSpec()
+{
+    static const CommandSpec tool = buildTool();
+    return tool;
+}
+
+bool looksLikeCommandLine(const QStringList &args)
+{
+    if (args.isEmpty())
+        return false;
+    const QString &first = args.first();
+    // Anything else that starts with a dash belongs to the window (Qt's own -platform, -style...).
+    if (!first.startsWith(QLatin1Char('-')))
+        return !first.isEmpty();
+    return first == QLatin1String("--help") || first == QLatin1String("-h") || first == QLatin1String("--version")
+        || first == QLatin1String("--trace-sql") || first.startsWith(QLatin1String("--trace-sql="));
+}
+
+ParseResult parseArguments(const QStringList &args)
+{
+    ParseResult result;
+    Parsed &p = result.parsed;
+    const CommandSpec *spec = &toolSpec();
+    bool optionsEnded = false;
+
+    auto fail = [&](const QString &message) {
+        result.error = message + QLatin1Char('\n') + tryHelp(p.command);
+        return result;
+    };
+
+    for (qsizetype i = 0; i < args.size(); ++i) {
+        const QString &arg = args[i];
+        const bool isOption = !optionsEnded && arg.startsWith(QLatin1Char('-')) && arg != QLatin1String("-");
+
+        if (!isOption) {
+            if (p.command.isEmpty() && spec == &toolSpec()) {
+                if (arg == QLatin1String("help")) {
+                    // "parcelwise help export" reads as "parcelwise export --help".
+                    p.help = true;
+                    if (i + 1 < args.size()) {
+                        const CommandSpec *named = findCommand(args[i + 1]);
+                        if (!named)
+                            return fail(QStringLiteral("unknown command '") + args[i + 1] + QLatin1Char('\''));
+                        p.command = named->name;
+                    }
+                    return result;
+                }
+                spec = findCommand(arg);
+                if (!spec)
+                    return fail(QStringLiteral("unknown command '") + arg + QLatin1Char('\''));
+                p.command = arg;
+                continue;
+            }
+            if (spec->positionalName.isEmpty() || !p.positionals.isEmpty())
+                return fail(QStringLiteral("unexpected argument '") + arg + QLatin1Char('\''));
+            p.positionals << arg;
+            continue;
+        }
+
+        if (arg == QLatin1String("--")) {
+            optionsEnded = true;
+            continue;
+        }
+
+        QString name = arg;
+        QString inlineValue;
+        bool hasInlineValue = false;
+        const qsizetype equals = arg.indexOf(QLatin1Char('='));
+        if (arg.startsWith(QLatin1String("--")) && equals > 0) {
+            name = arg.left(equals);
+            inlineValue = arg.mid(equals + 1);
+            hasInlineValue = true;
+        }
+
+        if (name == QLatin1String("--password") || name == QLatin1String("-p"))
+            return fail(QStringLiteral("a password is never taken from the command line; use --password-stdin "
+                                       "or the environment variable PARCELWISE_PASSWORD"));
+
+        const OptionSpec *o = findOption(*spec, name);
+        if (!o)
+            return fail(QStringLiteral("unknown option '") + name + QLatin1Char('\''));
+
+        if (o->name == QLatin1String("--help")) {
+            p.help = true;
+            continue;
+        }
+        if (o->name == QLatin1String("--version")) {
+            p.version = true;
+            continue;
+        }
+
+        if (o->valueName.isEmpty()) {
+            if (hasInlineValue)
+                return fail(QStringLiteral("option '") + o->name + QStringLiteral("' takes no value"));
+            if (!p.switches.contains(o->name))
+                p.switches << o->name;
+            continue;
+        }
+
+        QString value;
+        if (hasInlineValue) {
+            value = inlineValue;
+        } else {
+            if (i + 1 >= args.size())
+                return fail(QStringLiteral("option '") + o->name + QStringLiteral("' needs a value (") + o->valueName
+                            + QLatin1Char(')'));
+            value = args[++i];
+        }
+        if (!o->repeatable && p.values.contains(o->name))
+            return fail(QStringLiteral("option '") + o->name + QStringLiteral("' given more than once"));
+        p.values[o->name] << value;
+    }
+
+    if (p.help || p.version)
+        return result;
+    if (!p.command.isEmpty() && !spec->positionalName.isEmpty() && p.positionals.isEmpty())
+        return fail(QStringLiteral("missing ") + spec->positionalName);
+    return result;
+}
+
+QString helpText(const CommandSpec &spec)
+{
+    QString text;
+    if (spec.name.isEmpty()) {
+        text += QStringLiteral("Usage: parcelwise ") + spec.synopsis + QLatin1Char('\n');
+        text += QStringLiteral("       parcelwise                 (no command: open the window)\n\n");
+        text += spec.description + QStringLiteral("\n\nCommands:\n");
+        int width = 0;
+        for (const CommandSpec &c : commands())
+            width = qMax(width, int(c.name.size()));
+        for (const CommandSpec &c : commands())
+            text += QStringLiteral("  ") + c.name.leftJustified(width) + QStringLiteral("  ") + c.summary + QLatin1Char('\n');
+        text += QStringLiteral("\nOptions:\n") + formatOptions(spec.options);
+    } else {
+        text += QStringLiteral("Usage: parcelwise ") + spec.synopsis + QStringLiteral("\n\n");
+        text += spec.description + QStringLiteral("\n\n");
+        if (!spec.positionalName.isEmpty())
+            text += QStringLiteral("Arguments:\n  ") + spec.positionalName
+                + QStringLiteral("  Directory to write into (created when missing)\n\n");
+        text += QStringLiteral("Options:\n") + formatOptions(spec.options);
+    }
+    if (spec.name != QLatin1String("demo")) {
+        text += QStringLiteral(
+            "\nPassword:\n"
+            "  Give it on standard input with --password-stdin (one line, its line end removed), or\n"
+            "  in the environment variable PARCELWISE_PASSWORD. It is never accepted as an argument.\n"
+            "  No password at all signs in with an empty one.\n");
+    }
+    text += QStringLiteral(
+        "\nEnvironment:\n"
+        "  PARCELWISE_PASSWORD   password, when --password-stdin is not given\n"
+        "  PARCELWISE_TRACE_SQL  file to append the SQL statements to, as --trace-sql does\n");
+    text += QStringLiteral(
+        "\nExit status:\n"
+        "  0  done (every item exported)\n"
+        "  1  some items could not be exported; they are listed in the export log\n"
+        "  2  usage, sign-in or database error\n");
+    text += QStringLiteral("\nExamples:\n");
+    for (const QString &example : spec.examples)
+        text += QStringLiteral("  ") + example + QLatin1Char('\n');
+    if (spec.name.isEmpty())
+        text += QStringLiteral("\nRun 'parcelwise <command> --help' for the options of a command.\n");
+    return text;
+}
+
+QString versionText()
+{
+    return QStringLiteral("parcelwise %1.%2.%3\n")
+        .arg(PARCELWISE_VERSION_MAJOR)
+        .arg(PARCELWISE_VERSION_MINOR)
+        .arg(PARCELWISE_VERSION_PATCH);
+}
+
+} // namespace cli

@@ -1,0 +1,137 @@
+#include "cli/progress.h"
+
+#include "cli/terminal.h"
+
+#include <QDir>
+
+namespace cli {
+
+QString humanBytes(qint64 bytes)
+{
+    static const char *const units[] = {"KiB", "MiB", "GiB", "TiB"};
+    if (bytes < 1024)
+        return QString::number(bytes) + QStringLiteral(" B");
+    double value = double(bytes);
+    int unit = -1;
+    while (value >= 1024.0 && unit < 3) {
+        value /= 1024.0;
+        ++unit;
+    }
+    return QString::number(value, 'f', value < 10.0 ? 1 : 0) + QLatin1Char(' ') + QLatin1String(units[unit]);
+}
+
+ExportReporter::ExportReporter(const QString &destination, bool showProgress, bool listing)
+    : m_destination(QDir::toNativeSeparators(destination))
+    , m_progress(showProgress)
+    , m_listing(listing)
+{
+    m_clock.start();
+}
+
+QString ExportReporter::shown(const QString &path) const
+{
+    const QString native = QDir::toNativeSeparators(path);
+    QString prefix = m_destination;
+    if (!prefix.endsWith(QDir::separator()))
+        prefix += QDir::separator();
+    return native.startsWith(prefix) ? native.mid(prefix.size()) : native;
+}
+
+void ExportReporter::folderStarted(const QString &path)
+{
+    m_current = shown(path);
+    draw(false);
+}
+
+void ExportReporter::directoryRemoved(const QString &path)
+{
+    list(QStringLiteral("delete  ") + QDir::toNativeSeparators(path));
+}
+
+void ExportReporter::directoryCreated(const QString &path)
+{
+    ++m_folders;
+    m_current = shown(path);
+    list(QStringLiteral("mkdir   ") + QDir::toNativeSeparators(path));
+    draw(false);
+}
+
+void ExportReporter::documentWritten(const QString &filePath, qint64 bytes)
+{
+    ++m_documents;
+    m_bytes += qMax<qint64>(bytes, 0);
+    list(QStringLiteral("write   ") + QDir::toNativeSeparators(filePath) + QStringLiteral("  (")
+         + QString::number(bytes) + QStringLiteral(" bytes)"));
+    draw(false);
+}
+
+void ExportReporter::failureLogged(const QString &)
+{
+    ++m_failures;
+    draw(false);
+}
+
+void ExportReporter::list(const QString &line)
+{
+    if (!m_listing)
+        return;
+    // The listing and the progress line may share one terminal: the listing line goes in above.
+    if (m_progress)
+        clearLine();
+    writeOut(line + QLatin1Char('\n'));
+}
+
+void ExportReporter::draw(bool force)
+{
+    if (!m_progress)
+        return;
+    const qint64 now = m_clock.elapsed();
+    if (!force && m_lastDraw >= 0 && now - m_lastDraw < 100)
+        return;
+    m_lastDraw = now;
+
+    const double seconds = qMax(now, qint64(1)) / 1000.0;
+    QString line = QStringLiteral("%1 folders  %2 documents  %3  %4/s")
+                       .arg(m_folders)
+                       .arg(m_documents)
+                       .arg(humanBytes(m_bytes))
+                       .arg(humanBytes(qint64(double(m_bytes) / seconds)));
+    if (m_failures > 0)
+        line += QStringLiteral("  %1 failed").arg(m_failures);
+    if (!m_current.isEmpty()) {
+        // Keep the line inside the terminal: the folder loses its beginning, the counts stay.
+        const int room = terminalColumns() - 1 - int(line.size()) - 2;
+        QString folder = m_current;
+        if (room < 8)
+            folder.clear();
+        else if (folder.size() > room)
+            folder = QStringLiteral("...") + folder.right(room - 3);
+        if (!folder.isEmpty())
+            line += QStringLiteral("  ") + folder;
+    }
+    const int width = int(line.size());
+    if (width < m_drawnWidth)
+        line += QString(m_drawnWidth - width, QLatin1Char(' '));
+    m_drawnWidth = width;
+    writeErr(QLatin1Char('\r') + line);
+}
+
+void ExportReporter::clearLine()
+{
+    if (m_drawnWidth > 0)
+        writeErr(QLatin1Char('\r') + QString(m_drawnWidth, QLatin1Char(' ')) + QLatin1Char('\r'));
+    m_drawnWidth = 0;
+}
+
+void ExportReporter::finish()
+{
+    if (m_progress)
+        clearLine();
+}
+
+double ExportReporter::elapsedSeconds() const
+{
+    return m_clock.elapsed() / 1000.0;
+}
+
+} // namespace cli

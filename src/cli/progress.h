@@ -1,0 +1,49 @@
+#pragma once
+// What the export command shows while the walk runs: the dry run's listing on stdout and the
+// live progress line on stderr.
+
+#include "export/exporter.h"
+
+#include <QElapsedTimer>
+#include <QString>
+
+namespace cli {
+
+// "1.5 MiB", "312 B": sizes as people read them.
+QString humanBytes(qint64 bytes);
+
+class ExportReporter : public ExportObserver {
+public:
+    // destination: shown paths are relative to it. listing: the dry run's lines on stdout.
+    ExportReporter(const QString &destination, bool showProgress, bool listing);
+
+    void folderStarted(const QString &path) override;
+    void directoryRemoved(const QString &path) override;
+    void directoryCreated(const QString &path) override;
+    void documentWritten(const QString &filePath, qint64 bytes) override;
+    void failureLogged(const QString &line) override;
+
+    // Takes the progress line off the screen, so the summary starts on a clean line.
+    void finish();
+    double elapsedSeconds() const;
+
+private:
+    void list(const QString &line);
+    void draw(bool force);
+    void clearLine();
+    QString shown(const QString &path) const;
+
+    QString m_destination;
+    bool m_progress;
+    bool m_listing;
+    QElapsedTimer m_clock;
+    qint64 m_lastDraw = -1;
+    int m_drawnWidth = 0;
+    qint64 m_folders = 0;
+    qint64 m_documents = 0;
+    qint64 m_bytes = 0;
+    qint64 m_failures = 0;
+    QString m_current;
+};
+
+} // namespace cli

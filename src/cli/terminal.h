@@ -1,0 +1,21 @@
+#pragma once
+// The few things the command line needs from the console, kept apart because they differ per
+// platform.
+
+#include <QString>
+
+namespace cli {
+
+bool stderrIsTerminal();
+// Width of the terminal behind stderr; 80 when it cannot be told.
+int terminalColumns();
+
+// Writes text as the console expects it (UTF-8 here, the console's code page on Windows).
+void writeOut(const QString &text);
+void writeErr(const QString &text);
+
+// One line from standard input without its line end; false when the input ended before any
+// character of a line came.
+bool readStdinLine(QString *line);
+
+} // namespace cli
