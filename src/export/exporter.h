@@ -7,6 +7,10 @@
 
 #include <QDateTime>
 
+#include <memory>
+
+class ExportDisk;
+
 // Cleans in place (the caller's text gets the replaced, untrimmed form) and returns it trimmed.
 QString RemoveSpChr(QString &strFileName);
 QString GetFileExtension(const QString &pFileName);
@@ -15,6 +19,16 @@ QString fxnGetMyFolderLocation();
 // "\zarnivo Parcelwise Log " + year month day hour minute, unpadded, + ".txt" (leading separator
 // is the platform's).
 QString exportLogNameFor(const QDateTime &when);
+
+// A document title with the characters file names cannot hold turned into blanks; not trimmed.
+QString cleanDocumentTitle(const QString &description);
+// Whether cleanedTitle + ext can be created as a file here; when not, the document is saved
+// under "[" + rec_id + "]" + ext instead. Platform rules live only here.
+bool titleCanBeFileName(const QString &cleanedTitle, const QString &ext);
+// The instant a document's date text ("yyyyMMdd hhmmss.mmm", read at fixed positions, the
+// milliseconds ignored) stands for, taken as local time with the offset in force today.
+// Raises HuntERR::Error (13) on a text too short or not numeric where digits belong.
+QDateTime fileDateFromRepositoryText(const QString &text);
 
 // What the command line wants to hear about while the walk runs; the window ignores it.
 class ExportObserver {
@@ -30,6 +44,7 @@ public:
 class Exporter {
 public:
     Exporter(SignIn &signIn, TreeProcs &tree);
+    ~Exporter();
 
     // cmdStart_Click's steps 4-7 without the dialogs: names the log, walks, and shows the log
     // through the form when anything was logged. Returns true when something was logged.
@@ -63,6 +78,11 @@ public:
 
 private:
     void copySubFolders(const QString &key, const QString &parentPath, const QString &ordering, const char *source);
+    // Writes one failure line and keeps a failure of the log itself from ending the walk.
+    void logFailure(const QString &source, qint64 id, const QString &name, const QString &location, quint8 type);
+    QString logFolder() const;
+    ExportDisk &disk();
+    std::unique_ptr<ExportDisk> m_disk;
     SignIn &m_signIn;
     TreeProcs &m_tree;
 };

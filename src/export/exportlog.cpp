@@ -1,0 +1,99 @@
+// The export log: its name per run, the folder it lives in, and one appended line per failure.
+
+#include "export/exporter.h"
+
+#include "errors/hunterr.h"
+
+#include <QDir>
+#include <QFile>
+#include <QStandardPaths>
+
+namespace {
+
+constexpr qint32 ERR_LOG_WRITE = HuntERR::ERR_PATH_FILE_ACCESS;
+
+// The log name starts with a separator, so the folder must not end with one.
+QString withoutTrailingSeparators(QString folder)
+{
+    folder = QDir::toNativeSeparators(folder);
+    const QChar sep = pathSeparator();
+    while (folder.endsWith(sep) || folder.endsWith(QLatin1Char('/')))
+        folder.chop(1);
+    return folder;
+}
+
+// A log written into a folder that does not exist yet would be lost.
+QString existingFolder(const QString &folder)
+{
+    if (folder.isEmpty())
+        return {};
+    QDir().mkpath(folder);
+    return withoutTrailingSeparators(folder);
+}
+
+} // namespace
+
+QString exportLogNameFor(const QDateTime &when)
+{
+    const QDate date = when.date();
+    const QTime time = when.time();
+    return QString(pathSeparator()) + QStringLiteral("zarnivo Parcelwise Log ") + QString::number(date.year())
+           + QString::number(date.month()) + QString::number(date.day()) + QString::number(time.hour())
+           + QString::number(time.minute()) + QStringLiteral(".txt");
+}
+
+QString fxnGetMyFolderLocation()
+{
+    return existingFolder(QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation));
+}
+
+QString Exporter::logFolder() const
+{
+    if (!logFolderOverride.isEmpty())
+        return existingFolder(logFolderOverride);
+    return fxnGetMyFolderLocation();
+}
+
+void Exporter::fxnWriteLog(qint32 paramId, QString paramName, QString paramLocation, quint8 paramType)
+{
+    HuntERR::inner(QStringLiteral("modGlobal.fxnWriteLog(paramId,paramName,paramLocation,paramType)"), [&] {
+        ExportLogFolder = logFolder();
+        ExportLogPath = logFolder() + ExportLogName;
+
+        // Locations under the destination are shown relative to it.
+        const QString location =
+            paramLocation.replace(m_signIn.DestinationPath + pathSeparator(), QString(), Qt::CaseSensitive);
+
+        QString line;
+        if (paramType == 0)
+            line = QStringLiteral("File ID: ") + QString::number(paramId) + QStringLiteral(" , File Name: ")
+                   + paramName + QStringLiteral(" , File Location: ") + location;
+        else if (paramType == 1)
+            line = QStringLiteral("Folder ID: ") + QString::number(paramId) + QStringLiteral(" , Folder Name: ")
+                   + paramName + QStringLiteral(" , Folder Location: ") + location;
+
+        ++stats.failures;
+        if (observer)
+            observer->failureLogged(line);
+        if (dryRun)
+            return;
+
+        QFile log(ExportLogPath);
+        if (!log.open(QIODevice::WriteOnly | QIODevice::Append))
+            HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: cannot open the export log %1 (%2)")
+                                              .arg(ExportLogPath, log.errorString()));
+        const QByteArray bytes = line.toLocal8Bit() + QByteArrayLiteral("\r\n");
+        const qint64 written = log.write(bytes);
+        log.close();
+        if (written != bytes.size() || log.error() != QFileDevice::NoError)
+            HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: cannot write the export log %1 (%2)")
+                                              .arg(ExportLogPath, log.errorString()));
+        LogWritten = true;
+    });
+}
+
+void Exporter::logFailure(const QString &source, qint64 id, const QString &name, const QString &location,
+                          quint8 type)
+{
+    HuntERR::resume(source, [&] { fxnWriteLog(qint32(id), name, location, type); });
+}
