@@ -86,6 +86,18 @@ void chooseChildImage(int &image, const QString &folderType, int icon, bool arch
     }
 }
 
+// Trims blanks only, as the sign-in boxes are trimmed everywhere else.
+QString trimBlanks(const QString &s)
+{
+    qsizetype begin = 0;
+    qsizetype end = s.size();
+    while (begin < end && s.at(begin) == u' ')
+        ++begin;
+    while (end > begin && s.at(end - 1) == u' ')
+        --end;
+    return s.mid(begin, end - begin);
+}
+
 FolderTree::Node *nodeAtIndex(FolderTree &tree, double index)
 {
     return tree.node(int(std::lround(index)));
@@ -122,17 +134,12 @@ void TreeProcs::loadSitesFolders1()
 {
     HuntERR::inner(kModule + QStringLiteral("loadSitesFolders1"), [&] {
         FormPort &form = m_signIn.form();
-        const QString user = correctQuotes(form.userText());
-        const QString server = correctQuotes(form.serverText().trimmed());
-        const QString password = correctQuotes(form.passwordText().trimmed());
         // An archive's folders live in its paired live database; only the bytes are archived.
         const QString catalogue = m_signIn.blnArchive ? m_signIn.strLiveDb
-                                                      : correctQuotes(form.databaseText().trimmed());
-        const QString text = QStringLiteral("Provider=SQLOLEDB.1;Persist Security Info=true")
-                             + QStringLiteral(";User ID=") + user
-                             + QStringLiteral(";Initial Catalog=") + catalogue
-                             + QStringLiteral(";Data Source=") + server
-                             + QStringLiteral(";Password=") + password;
+                                                      : correctQuotes(trimBlanks(form.databaseText()));
+        // The helper trims and quotes user, server and password itself.
+        const QString text = databaseConnectionString(form.userText(), catalogue, trimBlanks(form.serverText()),
+                                                      trimBlanks(form.passwordText()));
 
         repo::Connection &cn = m_signIn.cnDb();
         if (cn.state() == repo::adStateOpen)
