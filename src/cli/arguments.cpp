@@ -90,7 +90,8 @@ QList<CommandSpec> buildCommands()
         "document a file under its cleaned title, dated from the repository. A PATH is a chain of\n"
         "folder names below the root separated by \"/\"; its ancestors are clicked open and the\n"
         "folder itself is ticked, so its whole subtree is exported. Folders are ticked in the\n"
-        "order given. --all ticks every folder directly below the root.\n"
+        "order given. A name that itself holds \"/\" is matched whole (\"Q1: Plans/Drafts\").\n"
+        "--all ticks every folder directly below the root.\n"
         "\n"
         "Items that cannot be written are listed in the export log (in the Documents folder, or\n"
         "in --log-dir) and make the exit status 1. A progress line is shown on stderr when it is\n"
@@ -330,7 +331,7 @@ QString helpText(const CommandSpec &spec)
     QString text;
     if (spec.name.isEmpty()) {
         text += QStringLiteral("Usage: parcelwise ") + spec.synopsis + QLatin1Char('\n');
-        text += QStringLiteral("       parcelwise                 (no command: open the window)\n\n");
+        text += QStringLiteral("       parcelwise [--server NAME] (no command: open the window, the server box filled)\n\n");
         text += spec.description + QStringLiteral("\n\nCommands:\n");
         int width = 0;
         for (const CommandSpec &c : commands())

@@ -345,6 +345,8 @@ FolderTree::Node *childNamed(const FolderTree::Node *parent, const QString &segm
 }
 
 // Clicks down the path and returns the folder it names; error names the first missing segment.
+// A folder whose own name holds "/" is found by its whole name: at each level the longest run of
+// segments that names a child wins.
 FolderTree::Node *resolve(Session &session, const QString &path, QString *error)
 {
     const QStringList segments = path.split(QLatin1Char('/'), Qt::SkipEmptyParts);
@@ -357,11 +359,17 @@ FolderTree::Node *resolve(Session &session, const QString &path, QString *error)
         *error = QStringLiteral("the database has no root folder");
         return nullptr;
     }
-    for (qsizetype i = 0; i < segments.size(); ++i) {
+    qsizetype i = 0;
+    while (i < segments.size()) {
         if (!session.open(current))
             return nullptr;
+        FolderTree::Node *next = nullptr;
         QString ambiguity;
-        FolderTree::Node *next = childNamed(current, segments[i], &ambiguity);
+        qsizetype used = 0;
+        for (qsizetype take = segments.size() - i; take >= 1 && !next && ambiguity.isEmpty(); --take) {
+            next = childNamed(current, segments.mid(i, take).join(QLatin1Char('/')), &ambiguity);
+            used = take;
+        }
         if (!next) {
             const QString where = i == 0 ? QStringLiteral("below the root folder")
                                          : QStringLiteral("in \"") + segments.mid(0, i).join(QLatin1Char('/'))
@@ -373,6 +381,7 @@ FolderTree::Node *resolve(Session &session, const QString &path, QString *error)
             return nullptr;
         }
         current = next;
+        i += used;
     }
     return current;
 }
@@ -463,7 +472,9 @@ int runExport(const Parsed &p)
     const Exporter::Stats &stats = exporter.stats;
     const bool logged = stats.failures > 0 || !session.port.openedLog.isEmpty();
     QString logPath = QStringLiteral("none");
-    if (logged) {
+    if (logged && dryRun) {
+        logPath = QStringLiteral("none (dry run)");
+    } else if (logged) {
         logPath = !exporter.ExportLogPath.isEmpty() ? exporter.ExportLogPath : session.port.openedLog;
         logPath = QDir::toNativeSeparators(logPath);
     }
