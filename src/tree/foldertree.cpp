@@ -209,6 +209,30 @@ void FolderTree::setChecked(Node *n, bool checked)
     emit dataChanged(at, at, {Qt::CheckStateRole});
 }
 
+void FolderTree::setCheckedMany(const std::vector<Node *> &nodes, bool checked)
+{
+    std::unordered_map<Node *, std::pair<int, int>> spans; // parent -> first and last changed row
+    std::vector<Node *> parents;
+    for (Node *n : nodes) {
+        if (!n || n->checked == checked)
+            continue;
+        n->checked = checked;
+        auto [it, fresh] = spans.try_emplace(n->parent, n->row, n->row);
+        if (fresh) {
+            parents.push_back(n->parent);
+        } else {
+            it->second.first = std::min(it->second.first, n->row);
+            it->second.second = std::max(it->second.second, n->row);
+        }
+    }
+    for (Node *p : parents) {
+        const auto [first, last] = spans[p];
+        const std::vector<Node *> &siblings = p ? p->children : m_roots;
+        emit dataChanged(createIndex(first, 0, siblings[size_t(first)]), createIndex(last, 0, siblings[size_t(last)]),
+                         {Qt::CheckStateRole});
+    }
+}
+
 void FolderTree::setExpanded(Node *n, bool expanded)
 {
     if (n->expanded == expanded)

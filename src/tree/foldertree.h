@@ -57,6 +57,9 @@ public:
     int childCount(const Node *node) const { return int(node->children.size()); }
 
     void setChecked(Node *node, bool checked);
+    // Ticks many nodes with one change notice per run of siblings, so a view is not asked to
+    // find ten thousand rows one at a time.
+    void setCheckedMany(const std::vector<Node *> &nodes, bool checked);
     void setExpanded(Node *node, bool expanded);
     void setTag(Node *node, const QString &tag);
 

@@ -378,11 +378,13 @@ void TreeProcs::setAllChildren(double nodeIdx, bool ticked)
     FolderTree::Node *start = nodeAtIndex(m_tree, nodeIdx);
     const int first = required(m_tree.firstChild(start))->index;
     const QString startPath = m_tree.fullPath(start);
+    std::vector<FolderTree::Node *> matches;
     for (int i = m_tree.count(); i >= first; --i) {
         FolderTree::Node *n = m_tree.node(i);
         if (m_tree.fullPath(n).contains(startPath, Qt::CaseSensitive))
-            m_tree.setChecked(n, ticked);
+            matches.push_back(n);
     }
+    m_tree.setCheckedMany(matches, ticked);
 }
 
 QString TreeProcs::FindParentPAth(double &pNodeidx)

@@ -201,6 +201,15 @@ private slots:
         tree.setChecked(tree.node(2), true);
         QCOMPARE(byUser.count(), 1);
         QCOMPARE(tree.data(tree.indexOf(tree.node(2)), Qt::CheckStateRole).toInt(), int(Qt::Checked));
+
+        // Ticks set in bulk: one change notice per parent, none for nodes already in that state.
+        QSignalSpy changed(&tree, &QAbstractItemModel::dataChanged);
+        addNode(tree, QStringLiteral("Fold4"), 6, QStringLiteral("B2"));
+        tree.setCheckedMany({tree.node(4), tree.node(3), tree.node(2), tree.node(1)}, true);
+        QCOMPARE(changed.count(), 2);
+        for (int i = 1; i <= 4; ++i)
+            QVERIFY(tree.node(i)->checked);
+        QCOMPARE(byUser.count(), 1);
     }
 
     void modelBulkRemoval()
