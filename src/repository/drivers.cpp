@@ -1,0 +1,264 @@
+#include "repository/drivers.h"
+
+#include "errors/hunterr.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <QUrl>
+
+namespace repo {
+
+QString odbcValue(const QString &value)
+{
+    static const QRegularExpression special(QStringLiteral(R"([;{}=]|^\s|\s$)"));
+    if (!value.contains(special))
+        return value;
+    QString v = value;
+    v.replace(u'}', QStringLiteral("}}"));
+    return u'{' + v + u'}';
+}
+
+namespace {
+
+// SQL Server's names for the local machine, which FreeTDS does not know.
+QString localHostForFreeTds(const QString &host)
+{
+    if (host == u"." || host.compare(u"(local)", Qt::CaseInsensitive) == 0)
+        return QStringLiteral("localhost");
+    return host;
+}
+
+} // namespace
+
+QString sqlServerOdbcText(const ConnectionString &cs, const QString &driver)
+{
+    const bool freeTds = driver.contains(u"tds", Qt::CaseInsensitive);
+    QString server = cs.dataSource.trimmed();
+    if (server.startsWith(u"tcp:", Qt::CaseInsensitive))
+        server = server.mid(4).trimmed();
+
+    QStringList parts;
+    parts << QStringLiteral("DRIVER={%1}").arg(driver);
+    if (freeTds) {
+        QString host = server;
+        QString port;
+        const qsizetype comma = server.indexOf(u',');
+        if (comma >= 0) {
+            host = server.left(comma).trimmed();
+            port = server.mid(comma + 1).trimmed();
+        }
+        const qsizetype slash = host.indexOf(u'\\');
+        if (slash >= 0)
+            host = localHostForFreeTds(host.left(slash)) + host.mid(slash);
+        else
+            host = localHostForFreeTds(host);
+        parts << QStringLiteral("Server=") + odbcValue(host);
+        if (!port.isEmpty())
+            parts << QStringLiteral("Port=") + odbcValue(port);
+    } else {
+        parts << QStringLiteral("Server=") + odbcValue(server);
+    }
+    const QString catalogue = cs.initialCatalog.trimmed();
+    if (!catalogue.isEmpty())
+        parts << QStringLiteral("Database=") + odbcValue(catalogue);
+    parts << QStringLiteral("UID=") + odbcValue(cs.userId);
+    parts << QStringLiteral("PWD=") + odbcValue(cs.password);
+    if (freeTds) {
+        QString version = qEnvironmentVariable("PARCELWISE_TDS_VERSION").trimmed();
+        if (version.isEmpty())
+            version = QStringLiteral("7.4");
+        parts << QStringLiteral("TDS_Version=") + odbcValue(version);
+    }
+    return parts.join(u';');
+}
+
+bool looksLikeFolderPath(const QString &dataSource)
+{
+    const QString ds = dataSource.trimmed();
+    if (ds.isEmpty())
+        return false;
+    if (ds.contains(u'/') || QDir::isAbsolutePath(ds))
+        return true;
+    if (ds.startsWith(u'.')) {
+        // "." and ".\SQLEXPRESS" are SQL Server's local server, not folders.
+        static const QRegularExpression localInstance(QStringLiteral(R"(^\.(\\[A-Za-z0-9_$#]+)?$)"));
+        return !localInstance.match(ds).hasMatch();
+    }
+    return false;
+}
+
+QString embeddedDatabaseFile(const QString &folder, const QString &name)
+{
+    const QString wanted = name.trimmed();
+    if (wanted.isEmpty())
+        return {};
+    const QFileInfoList files = QDir(folder).entryInfoList(QDir::Files | QDir::Readable | QDir::Hidden, QDir::Name);
+    for (const QFileInfo &fi : files) {
+        const QString fileName = fi.fileName();
+        if (!fileName.endsWith(QStringLiteral(".sqlite"), Qt::CaseInsensitive))
+            continue;
+        if (fileName.chopped(7).compare(wanted, Qt::CaseInsensitive) == 0)
+            return fi.absoluteFilePath();
+    }
+    return {};
+}
+
+QStringList embeddedDatabaseNames(const QString &folder)
+{
+    QStringList names;
+    const QFileInfoList files = QDir(folder).entryInfoList(QDir::Files | QDir::Hidden, QDir::Name);
+    for (const QFileInfo &fi : files) {
+        const QString fileName = fi.fileName();
+        if (fileName.size() > 7 && fileName.endsWith(QStringLiteral(".sqlite"), Qt::CaseInsensitive))
+            names << fileName.chopped(7);
+    }
+    return names;
+}
+
+QString readOnlyUri(const QString &filePath)
+{
+    const QString path = QDir::fromNativeSeparators(QFileInfo(filePath).absoluteFilePath());
+    // "file:///tmp/x", "file:///C:/x" and, for a share, "file:////server/share/x".
+    const QString prefix = path.startsWith(u'/') ? QStringLiteral("file://") : QStringLiteral("file:///");
+    return prefix + QString::fromLatin1(QUrl::toPercentEncoding(path, "/:")) + QStringLiteral("?mode=ro");
+}
+
+QStringList splitDriverMessages(const QString &text)
+{
+    static const QRegularExpression prefixes(QStringLiteral(R"((?:\[[^\[\]]*\])+)"));
+    QStringList out;
+    qsizetype last = 0;
+    bool any = false;
+    auto it = prefixes.globalMatch(text);
+    while (it.hasNext()) {
+        const auto m = it.next();
+        if (any || m.capturedStart() > 0) {
+            const QString piece = text.mid(last, m.capturedStart() - last).trimmed();
+            if (!piece.isEmpty())
+                out << piece;
+        }
+        any = true;
+        last = m.capturedEnd();
+    }
+    const QString rest = text.mid(last).trimmed();
+    if (!rest.isEmpty())
+        out << rest;
+    return out;
+}
+
+namespace {
+
+QList<int> nativeCodes(const QSqlError &error)
+{
+    QList<int> codes;
+    static const QRegularExpression digits(QStringLiteral(R"(-?\d+)"));
+    auto it = digits.globalMatch(error.nativeErrorCode());
+    while (it.hasNext())
+        codes << it.next().captured(0).toInt();
+    return codes;
+}
+
+bool anyOf(const QList<int> &codes, std::initializer_list<int> wanted)
+{
+    for (int c : codes)
+        for (int w : wanted)
+            if (c == w)
+                return true;
+    return false;
+}
+
+QStringList messagesOf(const QSqlError &error)
+{
+    QStringList messages = splitDriverMessages(error.databaseText());
+    if (messages.isEmpty() && !error.driverText().trimmed().isEmpty())
+        messages << error.driverText().trimmed();
+    if (messages.isEmpty())
+        messages << QStringLiteral("Unspecified error");
+    return messages;
+}
+
+} // namespace
+
+DriverFailure sqlServerFailure(const QSqlError &error, bool connecting)
+{
+    DriverFailure f;
+    f.messages = messagesOf(error);
+    f.description = f.messages.first();
+    const QList<int> codes = nativeCodes(error);
+    const bool loginText = f.messages.join(u' ').contains(u"Login failed", Qt::CaseInsensitive);
+
+    if (connecting) {
+        // 18456 and its relatives: the server was reached and refused the login.
+        f.number = (anyOf(codes, {18456, 18452, 18470, 18486, 18487, 18488}) || loginText) ? ERR_LOGIN_REJECTED
+                                                                                            : ERR_UNREACHABLE;
+        return f;
+    }
+    if (anyOf(codes, {208}))
+        f.number = ERR_NO_OBJECT;
+    else if (anyOf(codes, {102, 103, 104, 105, 107, 156, 170, 174, 195, 207, 209, 4104, 8116, 8120, 8127, 1038, 145})
+             || f.description.startsWith(u"Incorrect syntax", Qt::CaseInsensitive)
+             || f.description.startsWith(u"Invalid column name", Qt::CaseInsensitive))
+        f.number = ERR_COMMAND;
+    else if (anyOf(codes, {20003, 20004, 20006, 20009, 20017, 20047, 10053, 10054, 233, 4060}) || loginText)
+        f.number = loginText ? ERR_LOGIN_REJECTED : ERR_UNREACHABLE;
+    else
+        f.number = HuntERR::ERR_GENERAL;
+    return f;
+}
+
+DriverFailure sqliteFailure(const QSqlError &error, bool connecting)
+{
+    DriverFailure f;
+    QStringList messages = messagesOf(error);
+    // The SQLite ODBC driver ends its texts with the result code: "no such table: x (1)".
+    static const QRegularExpression codeSuffix(QStringLiteral(R"(\s*\(\d+\)$)"));
+    for (QString &m : messages)
+        m.remove(codeSuffix);
+    const QString text = messages.first();
+    f.messages = messages;
+    f.description = text;
+
+    const QList<int> codes = nativeCodes(error);
+    const int primary = codes.isEmpty() ? -1 : (codes.first() & 0xff);
+    enum { SQLITE_ERROR_ = 1, SQLITE_PERM_ = 3, SQLITE_IOERR_ = 10, SQLITE_CORRUPT_ = 11, SQLITE_CANTOPEN_ = 14,
+           SQLITE_AUTH_ = 23, SQLITE_NOTADB_ = 26 };
+
+    static const QRegularExpression noTable(QStringLiteral(R"(^no such table:\s*(.+)$)"));
+    static const QRegularExpression noColumn(QStringLiteral(R"(^no such column:\s*(.+)$)"));
+    static const QRegularExpression nearSyntax(QStringLiteral(R"re(^near "(.*)": syntax error$)re"));
+    static const QRegularExpression noFunction(QStringLiteral(R"(^no such function:\s*(.+)$)"));
+    static const QRegularExpression ambiguous(QStringLiteral(R"(^ambiguous column name:\s*(.+)$)"));
+
+    if (connecting || primary == SQLITE_CORRUPT_ || primary == SQLITE_NOTADB_ || primary == SQLITE_CANTOPEN_
+        || primary == SQLITE_IOERR_ || primary == SQLITE_PERM_ || primary == SQLITE_AUTH_) {
+        f.number = ERR_UNREACHABLE;
+        return f;
+    }
+    QRegularExpressionMatch m;
+    if ((m = noTable.match(text)).hasMatch()) {
+        f.number = ERR_NO_OBJECT;
+        f.description = QStringLiteral("Invalid object name '%1'.").arg(m.captured(1).trimmed());
+    } else if ((m = noColumn.match(text)).hasMatch()) {
+        f.number = ERR_COMMAND;
+        f.description = QStringLiteral("Invalid column name '%1'.").arg(m.captured(1).trimmed());
+    } else if ((m = nearSyntax.match(text)).hasMatch()) {
+        f.number = ERR_COMMAND;
+        f.description = QStringLiteral("Incorrect syntax near '%1'.").arg(m.captured(1));
+    } else if ((m = noFunction.match(text)).hasMatch()) {
+        f.number = ERR_COMMAND;
+        f.description = QStringLiteral("'%1' is not a recognized built-in function name.").arg(m.captured(1).trimmed());
+    } else if ((m = ambiguous.match(text)).hasMatch()) {
+        f.number = ERR_COMMAND;
+        f.description = QStringLiteral("Ambiguous column name '%1'.").arg(m.captured(1).trimmed());
+    } else if (primary == SQLITE_ERROR_) {
+        f.number = ERR_COMMAND; // every other error in the text of the statement
+    } else {
+        f.number = HuntERR::ERR_GENERAL;
+    }
+    if (f.description != text)
+        f.messages.first() = f.description;
+    return f;
+}
+
+} // namespace repo

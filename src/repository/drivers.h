@@ -1,0 +1,49 @@
+#pragma once
+// What the two kinds of server need from the connection: the ODBC text that reaches SQL Server,
+// the embedded server's file names, and the translation of driver failures into the error numbers
+// the procedures react to. Kept apart from Connection so each piece can be checked on its own.
+
+#include "repository/connection.h"
+
+#include <QSqlError>
+#include <QString>
+#include <QStringList>
+
+namespace repo {
+
+// The DSN-less ODBC text for SQL Server: DRIVER, Server (and Port for FreeTDS, which does not
+// understand "host,port"), Database, UID, PWD and, for FreeTDS, TDS_Version. Values holding
+// ; { } = or outer blanks are put in braces with "}" doubled.
+QString sqlServerOdbcText(const ConnectionString &cs, const QString &driver);
+
+// ODBC value quoting as above.
+QString odbcValue(const QString &value);
+
+// A Data Source that names a folder rather than a host: it contains "/", starts with "." (other
+// than SQL Server's own ".", ".\instance") or is an absolute path.
+bool looksLikeFolderPath(const QString &dataSource);
+
+// The file of database name in an embedded server folder ("<name>.sqlite", letter case ignored);
+// "" when there is none.
+QString embeddedDatabaseFile(const QString &folder, const QString &name);
+// The names of all databases of an embedded server folder, sorted.
+QStringList embeddedDatabaseNames(const QString &folder);
+// A read-only SQLite URI for the file ("file:///...?mode=ro").
+QString readOnlyUri(const QString &filePath);
+
+struct DriverFailure {
+    qint32 number = 0;
+    QString description;  // the first message, without the drivers' "[...]" prefixes
+    QStringList messages; // every message
+};
+
+// SQL Server through ODBC. connecting: the failure happened while opening.
+DriverFailure sqlServerFailure(const QSqlError &error, bool connecting);
+// An embedded database file (QSQLITE or the SQLite ODBC driver); texts are given SQL Server's wording
+// where the procedures or the person may read them.
+DriverFailure sqliteFailure(const QSqlError &error, bool connecting);
+
+// The messages of a driver text: Qt joins ODBC's diagnostic records, each led by "[vendor][component]".
+QStringList splitDriverMessages(const QString &text);
+
+} // namespace repo
