@@ -102,7 +102,9 @@ FDmsShowError::FDmsShowError(QWidget *parent) : QDialog(parent)
     connect(m_cmdInfo, &QToolButton::clicked, this, &FDmsShowError::cmdInfo_Click);
     connect(m_btnCancel, &QToolButton::clicked, this, &FDmsShowError::btnCancel_Click);
 
-    resize(760, 480);
+    // Wide enough for a whole call-stack line without scrolling, where the screen allows.
+    const int reportWidth = m_tbxErrorReport->fontMetrics().horizontalAdvance(QString(101, QLatin1Char('-'))) + 60;
+    resize(qMax(760, reportWidth), 480);
     setSizeGripEnabled(true);
 
     HuntERR::clearLastShownMessage();
