@@ -46,6 +46,13 @@ QLabel *fieldLabel(const QString &caption, const QString &name, QWidget *parent)
     return label;
 }
 
+// Every typed character of a password shows as "*".
+void echoStars(QLineEdit *box)
+{
+    box->setEchoMode(QLineEdit::Password);
+    box->setStyleSheet(QStringLiteral("QLineEdit { lineedit-password-character: 42; }"));
+}
+
 QPushButton *button(const QString &caption, const QString &name, QWidget *parent)
 {
     auto *b = new QPushButton(caption, parent);
@@ -124,6 +131,7 @@ void FrmSendtofolder::buildScreens()
     resize(720, 540);
 
     m_stack = new QStackedWidget(this);
+    m_stack->setObjectName(QStringLiteral("screens"));
 
     // --- Tool password -----------------------------------------------------------------------
     m_FramePassword = new QGroupBox(QStringLiteral("User Login"), m_stack);
@@ -131,7 +139,7 @@ void FrmSendtofolder::buildScreens()
     m_Label1 = fieldLabel(QStringLiteral("User Password"), QStringLiteral("Label1"), m_FramePassword);
     m_TxtLoginPsw = new QLineEdit(m_FramePassword);
     m_TxtLoginPsw->setObjectName(QStringLiteral("TxtLoginPsw"));
-    m_TxtLoginPsw->setEchoMode(QLineEdit::Password);
+    echoStars(m_TxtLoginPsw);
     m_TxtLoginPsw->setMinimumWidth(220);
     m_cmdUserLogin = button(QStringLiteral("&OK"), QStringLiteral("cmdUserLogin"), m_FramePassword);
     {
@@ -159,7 +167,7 @@ void FrmSendtofolder::buildScreens()
     auto *lblPassword = fieldLabel(QStringLiteral("Password :"), QStringLiteral("lblPassword"), m_frameConnectDb);
     m_txtPassword = new QLineEdit(m_frameConnectDb);
     m_txtPassword->setObjectName(QStringLiteral("txtPassword"));
-    m_txtPassword->setEchoMode(QLineEdit::Password);
+    echoStars(m_txtPassword);
     auto *lblDBName = fieldLabel(QStringLiteral("Database :"), QStringLiteral("lblDBName"), m_frameConnectDb);
     m_cboDBName = new DatabaseList(m_frameConnectDb);
     m_cboDBName->setObjectName(QStringLiteral("cboDBName"));
