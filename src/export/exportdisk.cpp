@@ -63,11 +63,18 @@ QString ExportDisk::parentOf(const QString &path)
 
 bool ExportDisk::underRemoved(const QString &path) const
 {
-    for (const QString &gone : m_removed) {
-        if (isUnder(path, gone))
+    if (m_removed.isEmpty())
+        return false;
+    // Up the path one level at a time: as cheap for a deep tree as for a wide one.
+    QString at = path;
+    for (;;) {
+        if (m_removed.contains(at))
             return true;
+        const QString up = parentOf(at);
+        if (up == at || up == QLatin1String("."))
+            return false;
+        at = up;
     }
-    return false;
 }
 
 ExportDisk::Kind ExportDisk::kind(const QString &path) const

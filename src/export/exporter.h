@@ -47,7 +47,8 @@ public:
     ~Exporter();
 
     // cmdStart_Click's steps 4-7 without the dialogs: names the log, walks, and shows the log
-    // through the form when anything was logged. Returns true when something was logged.
+    // through the form when anything was logged. Returns true when something was logged (in a
+    // dry run: would have been; nothing is written then, not even the log or its folder).
     bool run();
 
     void CopyCheckedFolders();

@@ -22,12 +22,13 @@ QString withoutTrailingSeparators(QString folder)
     return folder;
 }
 
-// A log written into a folder that does not exist yet would be lost.
-QString existingFolder(const QString &folder)
+// A log written into a folder that does not exist yet would be lost; a dry run only names it.
+QString logFolderAt(const QString &folder, bool create)
 {
     if (folder.isEmpty())
         return {};
-    QDir().mkpath(folder);
+    if (create)
+        QDir().mkpath(folder);
     return withoutTrailingSeparators(folder);
 }
 
@@ -44,14 +45,15 @@ QString exportLogNameFor(const QDateTime &when)
 
 QString fxnGetMyFolderLocation()
 {
-    return existingFolder(QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation));
+    return logFolderAt(QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation), true);
 }
 
 QString Exporter::logFolder() const
 {
-    if (!logFolderOverride.isEmpty())
-        return existingFolder(logFolderOverride);
-    return fxnGetMyFolderLocation();
+    const QString folder = logFolderOverride.isEmpty()
+                               ? QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation)
+                               : logFolderOverride;
+    return logFolderAt(folder, !dryRun);
 }
 
 void Exporter::fxnWriteLog(qint32 paramId, QString paramName, QString paramLocation, quint8 paramType)

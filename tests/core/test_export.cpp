@@ -525,7 +525,7 @@ private slots:
         QVERIFY(dry.run()); // failures would be logged
         QVERIFY(s.port.openedLog.isEmpty());
         QVERIFY(!dry.LogWritten);
-        QVERIFY(!QFileInfo::exists(dry.logFolderOverride + dry.ExportLogName));
+        QVERIFY(!QFileInfo::exists(dry.logFolderOverride)); // not even the log's folder
         QCOMPARE(sha256OfTree(dest), before);
         QVERIFY(QFileInfo::exists(dest + QStringLiteral("/Docs/Old/stray.txt")));
         QVERIFY(!QFileInfo::exists(dest + QStringLiteral("/Docs/Minutes 12 03 2015.txt")));
