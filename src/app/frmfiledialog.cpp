@@ -47,9 +47,11 @@ void DirList::setPath(const QString &folder)
 {
     const QString absolute = QDir::cleanPath(QFileInfo(folder).absoluteFilePath());
     if (!QFileInfo::exists(absolute))
-        HuntERR::raise(HuntERR::ERR_PATH_NOT_FOUND, QStringLiteral("Path not found: ") + QDir::toNativeSeparators(absolute));
+        HuntERR::raise(HuntERR::ERR_PATH_NOT_FOUND, QStringLiteral("Path not found: ") + QDir::toNativeSeparators(absolute),
+                       QStringLiteral("frmFileDialog"));
     if (!readableFolder(absolute))
-        HuntERR::raise(HuntERR::ERR_PATH_FILE_ACCESS, QStringLiteral("Path/File access error: ") + QDir::toNativeSeparators(absolute));
+        HuntERR::raise(HuntERR::ERR_PATH_FILE_ACCESS, QStringLiteral("Path/File access error: ") + QDir::toNativeSeparators(absolute),
+                       QStringLiteral("frmFileDialog"));
 
     QDir dir(absolute);
     const QStringList subFolders = dir.entryList(QDir::AllDirs | QDir::NoDotAndDotDot | QDir::Hidden,
@@ -186,7 +188,8 @@ bool frmFileDialog::Drive1_Change()
             root = m_drive1->currentText();
         if (!readableFolder(root))
             HuntERR::raise(ERR_DEVICE_UNAVAILABLE,
-                           QStringLiteral("Device unavailable: ") + QDir::toNativeSeparators(root));
+                           QStringLiteral("Device unavailable: ") + QDir::toNativeSeparators(root),
+                           QStringLiteral("frmFileDialog"));
         m_dir1->setPath(root);
     });
 }

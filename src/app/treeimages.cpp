@@ -37,6 +37,11 @@ QColor faded(const QColor &c)
                   (grey.blue() * 35 + kSepia.blue() * 65) / 100);
 }
 
+QColor muted(const QColor &c)
+{
+    return QColor::fromHsl(c.hslHue(), c.hslSaturation() * 3 / 5, (c.lightness() + kSepia.lightness()) / 2);
+}
+
 QPen outline(const QColor &fill)
 {
     QPen pen(fill.darker(190));
@@ -47,20 +52,22 @@ QPen outline(const QColor &fill)
 
 // Everything below draws in a 16 x 16 grid; the painter is scaled to the pixmap.
 
-void drawFolder(QPainter &p, const QColor &body)
+// back: the colour of the back and its tab; archived folders keep a muted trace of their own
+// colour there, so the eleven stay apart under the sepia front.
+void drawFolder(QPainter &p, const QColor &body, const QColor &back)
 {
     // Back with its tab.
-    QPainterPath back;
-    back.moveTo(1.0, 3.5);
-    back.lineTo(6.0, 3.5);
-    back.lineTo(7.5, 5.0);
-    back.lineTo(15.0, 5.0);
-    back.lineTo(15.0, 13.5);
-    back.lineTo(1.0, 13.5);
-    back.closeSubpath();
+    QPainterPath backPath;
+    backPath.moveTo(1.0, 3.5);
+    backPath.lineTo(6.0, 3.5);
+    backPath.lineTo(7.5, 5.0);
+    backPath.lineTo(15.0, 5.0);
+    backPath.lineTo(15.0, 13.5);
+    backPath.lineTo(1.0, 13.5);
+    backPath.closeSubpath();
     p.setPen(outline(body));
-    p.setBrush(body.darker(118));
-    p.drawPath(back);
+    p.setBrush(back.darker(118));
+    p.drawPath(backPath);
 
     // Paper peeking out.
     p.setPen(Qt::NoPen);
@@ -233,13 +240,13 @@ void draw(QPainter &p, int index)
     else if (index == Cabinet || index == ArchiveCabinet)
         drawCabinet(p, index == ArchiveCabinet);
     else if (index >= FirstFolder && index < FirstFolder + 11)
-        drawFolder(p, kFolderColours[index - FirstFolder]);
+        drawFolder(p, kFolderColours[index - FirstFolder], kFolderColours[index - FirstFolder]);
     else if (index == Recycle)
         drawRecycleBin(p);
     else if (index == Admin)
         drawAdmin(p);
     else if (index >= ArchiveFolder1 && index < ArchiveFolder1 + 11)
-        drawFolder(p, faded(kFolderColours[index - ArchiveFolder1]));
+        drawFolder(p, faded(kFolderColours[index - ArchiveFolder1]), muted(kFolderColours[index - ArchiveFolder1]));
     if (isArchive(index))
         drawArchiveMarker(p);
 }

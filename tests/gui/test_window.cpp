@@ -8,6 +8,7 @@
 #include "app/foldertreeview.h"
 #include "app/frmfiledialog.h"
 #include "app/frmsendtofolder.h"
+#include "app/treeimages.h"
 #include "errors/hunterr.h"
 #include "errors/windows/fdmsshowerror.h"
 #include "repository/connection.h"
@@ -21,6 +22,7 @@
 #include <QGroupBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPainter>
 #include <QPushButton>
 #include <QSqlDatabase>
 #include <QSqlQuery>
@@ -629,7 +631,7 @@ private slots:
         child<QLineEdit>("TxtLoginPsw")->clear();
 
         unlock();
-        fillSignIn(m_demo, QStringLiteral("demo"), QStringLiteral("secret"));
+        fillSignIn(m_demo, QStringLiteral("demo"));
         enterList();
         choose(QStringLiteral("AcmeArchive"));
         save(m_w.get(), "sign-in.png");
@@ -638,13 +640,30 @@ private slots:
         FolderTree &tree = m_w->folderTree();
         auto *view = child<FolderTreeView>("tvDefaultRoot");
         QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, view->rowRect(tree.node(1)).center());
-        for (const char *key : {"Fold20", "Fold12"})
+        for (const char *key : {"Fold20", "Fold10"})
             if (FolderTree::Node *n = tree.find(QString::fromLatin1(key)))
                 QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, view->rowRect(n).center());
         if (FolderTree::Node *n = tree.find(QStringLiteral("Fold20")))
             tree.setData(tree.indexOf(n), Qt::Checked, Qt::CheckStateRole);
         m_w->setStatus(QStringLiteral(" Destination path:  ") + QDir::toNativeSeparators(m_tmp.filePath(QStringLiteral("out"))));
         save(m_w.get(), "folders.png");
+
+        // The image list, numbered, each picture at its own size, at twice and three times that.
+        {
+            const int cell = 80, band = 150;
+            QPixmap sheet(15 * cell, 2 * band);
+            sheet.fill(Qt::white);
+            QPainter p(&sheet);
+            for (int i = 1; i <= 29; ++i) {
+                const int x = ((i - 1) % 15) * cell, y = ((i - 1) / 15) * band;
+                p.drawText(QRect(x, y + 2, cell, 16), Qt::AlignCenter, QString::number(i));
+                p.drawPixmap(x + (cell - 16) / 2, y + 22, TreeImages::pixmap(i, 16));
+                p.drawPixmap(x + (cell - 32) / 2, y + 44, TreeImages::pixmap(i, 32));
+                p.drawPixmap(x + (cell - 48) / 2, y + 82, TreeImages::pixmap(i, 48));
+            }
+            p.end();
+            QVERIFY(sheet.save(QDir(folder).filePath(QStringLiteral("tree-images.png"))));
+        }
 
         frmFileDialog picker(m_w.get());
         picker.show();
