@@ -53,6 +53,9 @@ ExportDisk &Exporter::disk()
 
 bool Exporter::run()
 {
+    // Without a destination every target would hang off the file system's root.
+    if (m_signIn.DestinationPath.isEmpty())
+        HuntERR::raise(HuntERR::ERR_PATH_NOT_FOUND, QStringLiteral("Path not found: no destination folder was chosen"));
     stats = Stats{};
     m_disk = std::make_unique<ExportDisk>(dryRun); // a dry run starts from the disk as it is
 
@@ -95,14 +98,17 @@ void Exporter::CopyCheckedFolders()
 
         auto logged = [&] { logFailure(source, qint64(id), node->tag, target, kFolderLine); };
 
-        if (!HuntERR::resume(source, [&] {
-                double index = ExportNodeIndex; // the path search moves its argument up the tree
-                path = m_tree.FindParentPAth(index);
-            }))
-            logged();
+        const bool placed = HuntERR::resume(source, [&] {
+            double index = ExportNodeIndex; // the path search moves its argument up the tree
+            path = m_tree.FindParentPAth(index);
+        });
+        if (!placed)
+            path.clear(); // directly under the destination rather than inside another folder's directory
         QString tag = node->tag;
         const QString name = RemoveSpChr(tag);
         target = destination.endsWith(sep) ? destination + path + name : destination + sep + path + name;
+        if (!placed)
+            logged();
 
         if (observer)
             observer->folderStarted(target);

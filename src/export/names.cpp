@@ -3,6 +3,8 @@
 
 #include "export/exporter.h"
 
+#include <QStringList>
+
 namespace {
 
 // Only blanks count, as in the repository's own tools: a tab or line break in a title is kept.

@@ -502,6 +502,20 @@ private slots:
         QVERIFY(readAll(third.ExportLogPath)
                     .startsWith(QStringLiteral("Folder ID: 14 , Folder Name: Projects , Folder Location: ")
                                 + QDir::toNativeSeparators(dest) + sep + QStringLiteral("Projects\r\n")));
+
+        // No destination: refused before anything is named or written.
+        s.signIn.DestinationPath.clear();
+        Exporter fourth(s.signIn, s.procs);
+        fourth.logFolderOverride = freshLogFolder();
+        bool refused = false;
+        try {
+            fourth.run();
+        } catch (const HuntERR::Error &e) {
+            refused = e.number() == HuntERR::ERR_PATH_NOT_FOUND;
+        }
+        QVERIFY(refused);
+        QVERIFY(fourth.ExportLogName.isEmpty());
+        QVERIFY(!QFileInfo::exists(QStringLiteral("/Projects")));
     }
 
     void dryRunListsWhatARealRunWrites()
