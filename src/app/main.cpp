@@ -1,13 +1,13 @@
 // One executable, two faces: with a command (databases, tree, export, demo, --help) it runs
 // headless; without one it opens the window.
 
+#include "app/appicon.h"
 #include "app/frmsendtofolder.h"
 #include "cli/cli.h"
 #include "errors/windows/fdmsshowerror.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
-#include <QIcon>
 #include <QLineEdit>
 
 int main(int argc, char **argv)
@@ -23,7 +23,7 @@ int main(int argc, char **argv)
                                             .arg(PARCELWISE_VERSION_MINOR)
                                             .arg(PARCELWISE_VERSION_PATCH));
     QApplication::setDesktopFileName(QStringLiteral("parcelwise"));
-    QApplication::setWindowIcon(QIcon(QStringLiteral(":/icons/parcelwise.svg")));
+    QApplication::setWindowIcon(AppIcon::icon());
 
     QCommandLineParser options;
     options.setApplicationDescription(QStringLiteral("Copies folders and documents out of a document repository onto disk."));

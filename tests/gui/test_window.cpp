@@ -4,6 +4,7 @@
 //
 // With PARCELWISE_SCREENSHOTS=<folder> set, screenshots() also renders each screen there.
 
+#include "app/appicon.h"
 #include "app/dialogs.h"
 #include "app/foldertreeview.h"
 #include "app/frmfiledialog.h"
@@ -664,6 +665,8 @@ private slots:
             p.end();
             QVERIFY(sheet.save(QDir(folder).filePath(QStringLiteral("tree-images.png"))));
         }
+
+        QVERIFY(AppIcon::icon().pixmap(128).save(QDir(folder).filePath(QStringLiteral("app-icon.png"))));
 
         frmFileDialog picker(m_w.get());
         picker.show();
