@@ -184,6 +184,8 @@ inline void runStatementSuite(const QString &server)
         QCOMPARE(column(list, "Com_db"),
                  QStringList({"Acme", "AcmeArchive", "Globex", "Initech", "Scratch", "VandelayArchive"}));
         QCOMPARE(column(list, "Com_Type"), QStringList({"L", "A", "l", "L", "L", "a"}));
+        // A three-part name may also name the connection's own database.
+        QCOMPARE(column(master.execute(liveDatabase("AcmeArchive")), "com_db"), QStringList({"Acme"}));
     }
     {
         repo::Connection server_;

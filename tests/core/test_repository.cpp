@@ -145,10 +145,6 @@ void TestRepository::connectionStrings()
     qunsetenv("PARCELWISE_TDS_VERSION");
     QCOMPARE(odbc("db1", "FreeTDS"),
              QStringLiteral("DRIVER={FreeTDS};Server=db1;Database=zar_Master;UID=sa;PWD=p;TDS_Version=7.4"));
-    QCOMPARE(odbc("db1,1433", "FreeTDS"),
-             QStringLiteral("DRIVER={FreeTDS};Server=db1;Port=1433;Database=zar_Master;UID=sa;PWD=p;TDS_Version=7.4"));
-    QCOMPARE(odbc("db1\\SQLEXPRESS", "FreeTDS"),
-             QStringLiteral("DRIVER={FreeTDS};Server=db1\\SQLEXPRESS;Database=zar_Master;UID=sa;PWD=p;TDS_Version=7.4"));
     QCOMPARE(odbc("(local)", "FreeTDS").section(';', 1, 1), QStringLiteral("Server=localhost"));
     QCOMPARE(odbc(".\\SQLEXPRESS", "FreeTDS").section(';', 1, 1), QStringLiteral("Server=localhost\\SQLEXPRESS"));
     QCOMPARE(odbc("db1,1433", "SQL Server"), QStringLiteral("DRIVER={SQL Server};Server=db1,1433;Database=zar_Master;UID=sa;PWD=p"));
