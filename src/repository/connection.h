@@ -102,7 +102,4 @@ QString sqlServerDriver();
 QString embeddedDriver();
 void setEmbeddedDriver(const QString &driver);
 
-// The driver manager's version for the error report, "?" when none.
-QString dataAccessVersion();
-
 } // namespace repo
