@@ -24,7 +24,8 @@ FolderTreeView::FolderTreeView(QWidget *parent)
     setIconSize(QSize(16, 16));
     setEditTriggers(QAbstractItemView::NoEditTriggers); // nodes cannot be renamed
     setSelectionMode(QAbstractItemView::SingleSelection);
-    setExpandsOnDoubleClick(true);
+    // A click already loads and opens a node; a double-click must not close it again at once.
+    setExpandsOnDoubleClick(false);
     setItemDelegate(new FolderItemDelegate(this));
     connect(this, &QTreeView::clicked, this, &FolderTreeView::onClicked);
 }

@@ -10,7 +10,9 @@
 #include "repository/connection.h"
 #include "testsupport.h"
 
+#include <QApplication>
 #include <QComboBox>
+#include <QMouseEvent>
 #include <QFile>
 #include <QImage>
 #include <QLineEdit>
@@ -151,6 +153,20 @@ private slots:
         clickLabel(root);
         QCOMPARE(childTexts(root), names);
         QVERIFY(view()->isExpanded(tree().indexOf(root)));
+
+        // Closed by its arrow, then double-clicked: loaded afresh and left open.
+        view()->collapse(tree().indexOf(root));
+        QVERIFY(!root->expanded);
+        const QPoint label(view()->checkBoxRect(root).right() + 40, view()->rowRect(root).center().y());
+        // As the window system delivers it: press, release, double-click, release.
+        QTest::mouseClick(view()->viewport(), Qt::LeftButton, {}, label);
+        QMouseEvent twice(QEvent::MouseButtonDblClick, label, view()->viewport()->mapToGlobal(label), Qt::LeftButton,
+                          Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(view()->viewport(), &twice);
+        QTest::mouseRelease(view()->viewport(), Qt::LeftButton, {}, label);
+        QVERIFY(root->expanded);
+        QVERIFY(view()->isExpanded(tree().indexOf(root)));
+        QCOMPARE(childTexts(root), names);
 
         // Clicking a child's name loads its own children and selects it.
         clickLabel(node("Fold14"));
