@@ -73,13 +73,25 @@ private:
     int m_suspended = 0;
 };
 
+// Once a modal box is gone, the window that asked gets the activation back even where no window
+// manager hands it back by itself, so the focus it moves next really arrives.
+void reactivate(QWidget *parent)
+{
+    if (parent && parent->window()->isVisible())
+        parent->window()->activateWindow();
+}
+
 std::optional<QString> runPicker(QWidget *parent)
 {
-    const ArrowWhileModal arrow;
-    frmFileDialog picker(parent);
-    if (picker.exec() == QDialog::Accepted)
-        return picker.chosenPath();
-    return std::nullopt;
+    std::optional<QString> chosen;
+    {
+        const ArrowWhileModal arrow;
+        frmFileDialog picker(parent);
+        if (picker.exec() == QDialog::Accepted)
+            chosen = picker.chosenPath();
+    }
+    reactivate(parent);
+    return chosen;
 }
 } // namespace
 
@@ -127,6 +139,7 @@ QMessageBox::StandardButton message(QWidget *parent, const QString &text, QMessa
         QMessageBox box(icon, title, text, buttons, parent);
         box.setDefaultButton(defaultButton(buttons));
         const int pressed = box.exec();
+        reactivate(parent);
         // Closing a box through its close box or Escape counts as its escape button (Cancel).
         return QMessageBox::StandardButton(pressed);
     }

@@ -326,7 +326,22 @@ private slots:
             QCOMPARE(child<QComboBox>("cboDBName")->count(), 0);
         }
 
+        // Clicking the (filled) list open after the server was cleared: told, sent to the server
+        // box, and the list does not drop down behind the message.
+        fillSignIn(m_demo, QStringLiteral("demo"));
+        enterList();
+        QCOMPARE(child<QComboBox>("cboDBName")->count(), 6);
+        child<QWidget>("cmdexit")->setFocus(Qt::MouseFocusReason);
+        fillSignIn(QString(), QStringLiteral("demo"));
+        Dialogs::clearRecords();
+        QTest::mouseClick(child<QComboBox>("cboDBName"), Qt::LeftButton);
+        QCOMPARE(Dialogs::shownTexts(), QStringList{QStringLiteral("Please enter server name")});
+        QCOMPARE(focused(), server);
+        QVERIFY(!QApplication::activePopupWidget());
+
         // Server and user given, the list never entered: no database is chosen.
+        openWindow();
+        unlock();
         fillSignIn(m_demo, QStringLiteral("demo"));
         Dialogs::clearRecords();
         pressOk();
@@ -361,6 +376,15 @@ private slots:
         QCOMPARE(typeColour(), QColor(Qt::black));
         QCOMPARE(statementsTraced(trace, catalogueQuery), 1);
 
+        // Entered with the mouse, the list is read and then drops down.
+        child<QWidget>("cmdexit")->setFocus(Qt::MouseFocusReason);
+        QTest::mouseClick(list, Qt::LeftButton);
+        QCOMPARE(statementsTraced(trace, catalogueQuery), 2);
+        QVERIFY(QApplication::activePopupWidget());
+        QTest::keyClick(QApplication::activePopupWidget(), Qt::Key_Escape);
+        QVERIFY(!QApplication::activePopupWidget());
+        QCOMPARE(focused(), list);
+
         choose(QStringLiteral("AcmeArchive"));
         QCOMPARE(type->text(), QStringLiteral("Archive"));
         QCOMPARE(typeColour(), QColor(255, 0, 0));
@@ -382,7 +406,7 @@ private slots:
         QCOMPARE(type->text(), QStringLiteral("Live"));
         QCOMPARE(typeColour(), QColor(Qt::black));
         QCOMPARE(m_w->signIn().blnArchive, false);
-        QCOMPARE(statementsTraced(trace, catalogueQuery), 2);
+        QCOMPARE(statementsTraced(trace, catalogueQuery), 3);
 
         QVERIFY(m_errors.isEmpty());
         QVERIFY(Dialogs::shownMessages().isEmpty());
