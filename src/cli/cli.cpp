@@ -7,6 +7,7 @@
 #include "demo/demorepository.h"
 #include "errors/hunterr.h"
 #include "export/exporter.h"
+#include "export/headlesssession.h"
 #include "repository/connection.h"
 #include "repository/signin.h"
 #include "tree/foldertree.h"
@@ -83,90 +84,51 @@ bool handled(const QString &source, F &&body)
     return ok && !g_reportShown;
 }
 
-// Sign-in state, tree and procedures, driven as the window drives them.
+// The window's gestures without a window. A click is made at most once per node, as a user
+// opening the way to a folder would: clicking again would throw away the ticks below it.
 class Session {
 public:
     CommandLinePort port;
-    SignIn signIn{port};
-    FolderTree tree;
-    TreeProcs procs{signIn, tree};
+    HeadlessSession headless{port};
+    SignIn &signIn = headless.signin;
+    FolderTree &tree = headless.tree;
+    TreeProcs &procs = headless.procs;
 
-    // Entering the database list: validation, then the catalogue.
     bool fillDatabaseList(const QString &server, const QString &user, const QString &password)
     {
-        port.server = server;
-        port.user = user;
-        port.password = password;
-        if (!handled(QStringLiteral("FrmSendtofolder.cboDBName_GotFocus"), [&] { signIn.refreshDatabaseList(); }))
-            return false;
-        return port.messages.isEmpty();
+        return headless.fillDatabaseList(server, user, password) && !g_reportShown;
     }
 
-    // Choosing the database, then "&OK": existence, pairing and the first level of the tree.
     bool openDatabase(const QString &database)
     {
-        QString chosen = database;
-        for (const QString &entry : std::as_const(port.databases)) {
-            if (entry.trimmed().compare(database.trimmed(), Qt::CaseInsensitive) == 0) {
-                chosen = entry;
-                break;
-            }
-        }
-        port.database = chosen;
-        if (!handled(QStringLiteral("FrmSendtofolder.cboDBName_Click"), [&] { signIn.cboDBName_Click(); }))
-            return false;
-
-        bool proceed = false;
-        QString focus;
-        const bool ok = handled(QStringLiteral("FrmSendtofolder.cmdlogin_Click"), [&] {
-            proceed = signIn.validateAndPrepare(&focus);
-            if (proceed)
-                procs.Load_Trees();
-        });
-        if (!ok)
-            return false;
-        if (!proceed) {
+        switch (headless.openDatabase(database)) {
+        case HeadlessSession::Opened::Yes:
+            return !g_reportShown;
+        case HeadlessSession::Opened::Refused:
             if (port.messages.isEmpty())
                 printError(QStringLiteral("the sign-in was refused"));
             return false;
-        }
-        if (signIn.blnInvalidDb) {
-            signIn.blnInvalidDb = false;
+        case HeadlessSession::Opened::InvalidDatabase:
             if (port.messages.isEmpty())
                 printError(QStringLiteral("Invalid database selected"));
             return false;
+        case HeadlessSession::Opened::Failed:
+            break;
         }
-        return true;
+        return false;
     }
 
-    FolderTree::Node *root() const
-    {
-        for (int i = 1; i <= tree.count(); ++i) {
-            FolderTree::Node *n = tree.node(i);
-            if (!n->parent)
-                return n;
-        }
-        return nullptr;
-    }
+    FolderTree::Node *root() const { return headless.root(); }
 
-    // A click on the node, which reloads its children. Each node is clicked at most once, as a
-    // user opening the way to a folder would: clicking again would throw away the ticks below.
     bool open(FolderTree::Node *node)
     {
         if (m_opened.contains(node->key))
             return true;
         m_opened.insert(node->key);
-        return procs.tvDefaultRoot_NodeClick(node) && !g_reportShown;
+        return headless.click(node) && !g_reportShown;
     }
 
-    // A tick in the node's box: the box changes, then the tree reports the check and the click.
-    bool tick(FolderTree::Node *node)
-    {
-        tree.setChecked(node, true);
-        if (!procs.tvDefaultRoot_NodeCheck(node) || g_reportShown)
-            return false;
-        return procs.tvDefaultRoot_Click() && !g_reportShown;
-    }
+    bool tick(FolderTree::Node *node) { return headless.tick(node) && !g_reportShown; }
 
 private:
     QSet<QString> m_opened;

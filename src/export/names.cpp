@@ -7,18 +7,6 @@
 
 namespace {
 
-// Only blanks count, as in the repository's own tools: a tab or line break in a title is kept.
-QString trimBlanks(const QString &text)
-{
-    qsizetype first = 0;
-    qsizetype last = text.size();
-    while (first < last && text.at(first) == QLatin1Char(' '))
-        ++first;
-    while (last > first && text.at(last - 1) == QLatin1Char(' '))
-        --last;
-    return text.mid(first, last - first);
-}
-
 #ifdef Q_OS_WIN
 bool isReservedDeviceName(const QString &fileName)
 {

@@ -2,11 +2,6 @@
 
 #include "errors/hunterr.h"
 
-namespace {
-
-const QString kModule = QStringLiteral("FrmSendtofolder.");
-constexpr qint32 vbErrOverflow = 6;
-
 // The blanks that the sign-in trims are blanks only, not tabs or line breaks.
 QString trimBlanks(const QString &s)
 {
@@ -18,6 +13,11 @@ QString trimBlanks(const QString &s)
         --end;
     return s.mid(begin, end - begin);
 }
+
+namespace {
+
+const QString kModule = QStringLiteral("FrmSendtofolder.");
+constexpr qint32 vbErrOverflow = 6;
 
 QString connectionText(const QString &user, const QString &catalogueClause, const QString &server,
                        const QString &password)

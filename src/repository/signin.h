@@ -8,6 +8,8 @@
 #include <memory>
 
 QString correctQuotes(const QString &strInput);
+// Leading and trailing blanks removed; blanks only, as the boxes are trimmed (not tabs or line breaks).
+QString trimBlanks(const QString &s);
 
 // "Provider=SQLOLEDB.1;Persist Security Info=true;User ID=...": the texts the tool builds.
 QString masterConnectionString(const QString &user, const QString &server, const QString &password);   // zar_Master

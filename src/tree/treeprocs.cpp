@@ -86,17 +86,6 @@ void chooseChildImage(int &image, const QString &folderType, int icon, bool arch
     }
 }
 
-// Trims blanks only, as the sign-in boxes are trimmed everywhere else.
-QString trimBlanks(const QString &s)
-{
-    qsizetype begin = 0;
-    qsizetype end = s.size();
-    while (begin < end && s.at(begin) == u' ')
-        ++begin;
-    while (end > begin && s.at(end - 1) == u' ')
-        --end;
-    return s.mid(begin, end - begin);
-}
 
 FolderTree::Node *nodeAtIndex(FolderTree &tree, double index)
 {
