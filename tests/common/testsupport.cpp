@@ -41,3 +41,36 @@ QByteArray sha256OfTree(const QString &dir)
     }
     return hash.result();
 }
+
+DemoSession::DemoSession(const QString &server, const QString &database)
+    : opened(s.signIn(server, QStringLiteral("demo"), QString(), database))
+{
+}
+
+FolderTree::Node *DemoSession::node(qint64 id) const
+{
+    return s.tree.find(QStringLiteral("Fold%1").arg(id));
+}
+
+bool DemoSession::click(qint64 id)
+{
+    FolderTree::Node *n = node(id);
+    return n && s.click(n);
+}
+
+bool DemoSession::tick(qint64 id, bool on)
+{
+    FolderTree::Node *n = node(id);
+    return n && s.tick(n, on);
+}
+
+bool DemoSession::tickEverything()
+{
+    if (!click(1) || node(1)->children.empty())
+        return false;
+    const std::vector<FolderTree::Node *> children = node(1)->children;
+    for (FolderTree::Node *child : children)
+        if (!s.tick(child))
+            return false;
+    return true;
+}

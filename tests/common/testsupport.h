@@ -1,6 +1,8 @@
 #pragma once
 // Helpers shared by the test programs.
 
+#include "export/headlesssession.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -13,3 +15,30 @@ QString writeDemo(const QString &parentDir, QString *error = nullptr);
 // each file contributes its relative path, a zero byte, its size and its bytes. Two trees with
 // the same hash hold the same files with the same contents.
 QByteArray sha256OfTree(const QString &dir);
+
+// Keeps every status text and hourglass change the procedures asked the window for.
+struct RecordingPort : PlainFormPort {
+    QStringList statusHistory;
+    QList<bool> busyHistory;
+    void setStatus(const QString &text) override
+    {
+        PlainFormPort::setStatus(text);
+        statusHistory << text;
+    }
+    void setBusy(bool busy) override { busyHistory << busy; }
+};
+
+// A database of the demo server opened as a person opens it (user "demo", no password), with
+// nodes addressed by folder id.
+struct DemoSession {
+    DemoSession(const QString &server, const QString &database);
+    FolderTree::Node *node(qint64 id) const;
+    bool click(qint64 id);
+    bool tick(qint64 id, bool on = true);
+    // The root clicked and each of its children ticked.
+    bool tickEverything();
+
+    RecordingPort port;
+    HeadlessSession s{port};
+    HeadlessSession::Opened opened;
+};
