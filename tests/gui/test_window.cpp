@@ -1,6 +1,6 @@
 // The main window driven as a person would, offscreen, on the demo repository: the tool password,
 // the sign-in screen with its messages and focus, the database list, the two kinds of database,
-// the screen flow, the destination and the copy, and closing. Every control is found by name.
+// the screen flow, the way to "Start &Copy", and closing. Every control is found by name.
 //
 // With PARCELWISE_SCREENSHOTS=<folder> set, screenshots() also renders each screen there.
 
@@ -19,15 +19,12 @@
 #include <QComboBox>
 #include <QDir>
 #include <QFile>
-#include <QFrame>
-#include <QGroupBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPainter>
 #include <QPushButton>
 #include <QSqlDatabase>
 #include <QSqlQuery>
-#include <QStackedWidget>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -44,7 +41,7 @@ private:
     QStringList m_errors; // what the error trail showed
     std::unique_ptr<FrmSendtofolder> m_w;
 
-    template <class T>
+    template <class T = QWidget>
     T *child(const char *name) const
     {
         T *found = m_w->findChild<T *>(QString::fromLatin1(name));
@@ -55,14 +52,7 @@ private:
     QString status() const { return child<QLineEdit>("txtProg")->text(); }
     QWidget *screen() const { return m_w->currentScreen(); }
     QWidget *focused() const { return QApplication::focusWidget(); }
-
-    void openWindow()
-    {
-        m_w = std::make_unique<FrmSendtofolder>();
-        m_w->show();
-        m_w->activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(m_w.get()));
-    }
+    QComboBox *list() const { return child<QComboBox>("cboDBName"); }
 
     void unlock()
     {
@@ -70,7 +60,7 @@ private:
         password->setFocus(Qt::MouseFocusReason);
         QTest::keyClicks(password, QStringLiteral("brimex"));
         QTest::mouseClick(child<QPushButton>("cmdUserLogin"), Qt::LeftButton);
-        QCOMPARE(screen(), child<QWidget>("frameConnectDb"));
+        QCOMPARE(screen(), child("frameConnectDb"));
     }
 
     void fillSignIn(const QString &server, const QString &user, const QString &password = {})
@@ -83,46 +73,35 @@ private:
     // Tabbing from the password box into the database list, which refreshes it.
     void enterList()
     {
-        auto *password = child<QLineEdit>("txtPassword");
-        password->setFocus(Qt::MouseFocusReason);
-        QTest::keyClick(password, Qt::Key_Tab);
+        child("txtPassword")->setFocus(Qt::MouseFocusReason);
+        QTest::keyClick(child("txtPassword"), Qt::Key_Tab);
     }
 
     // The arrow key moves down the list until the name is chosen.
     void choose(const QString &name)
     {
-        auto *list = child<QComboBox>("cboDBName");
-        QCOMPARE(focused(), list);
-        for (int i = 0; i < list->count() && list->currentText() != name; ++i)
-            QTest::keyClick(list, Qt::Key_Down);
-        QCOMPARE(list->currentText(), name);
+        QCOMPARE(focused(), list());
+        for (int i = 0; i < list()->count() && list()->currentText() != name; ++i)
+            QTest::keyClick(list(), Qt::Key_Down);
+        QCOMPARE(list()->currentText(), name);
     }
 
     void pressOk() { QTest::mouseClick(child<QPushButton>("cmdlogin"), Qt::LeftButton); }
 
-    void signInTo(const QString &database)
+    void signInTo(const QString &database, const QString &server = {})
     {
         unlock();
-        fillSignIn(m_demo, QStringLiteral("demo"));
+        fillSignIn(server.isEmpty() ? m_demo : server, QStringLiteral("demo"));
         enterList();
         choose(database);
         pressOk();
     }
 
-    QColor typeColour() const { return child<QLabel>("lblDbTypeValue")->palette().color(QPalette::WindowText); }
-
-    QList<QWidget *> signInControls() const
+    // The database type as shown: its caption and its colour.
+    QString typeShown() const
     {
-        return {child<QWidget>("cmdlogin"), child<QWidget>("txServerName"), child<QWidget>("txtUserName"),
-                child<QWidget>("txtPassword"), child<QWidget>("cboDBName")};
-    }
-
-    int statementsTraced(const QString &traceFile, const QString &statement) const
-    {
-        QFile file(traceFile);
-        if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
-            return 0;
-        return QString::fromUtf8(file.readAll()).split(QLatin1Char('\n')).count(statement);
+        auto *type = child<QLabel>("lblDbTypeValue");
+        return type->text() + QLatin1Char(' ') + type->palette().color(QPalette::WindowText).name();
     }
 
 private slots:
@@ -136,7 +115,6 @@ private slots:
         QString error;
         m_demo = writeDemo(m_tmp.path(), &error);
         QVERIFY2(!m_demo.isEmpty(), qPrintable(error));
-        HuntERR::setShower([this](const QString &text) { m_errors << text; });
     }
 
     void init()
@@ -145,7 +123,10 @@ private slots:
         m_errors.clear();
         HuntERR::reset();
         HuntERR::setShower([this](const QString &text) { m_errors << text; });
-        openWindow();
+        m_w = std::make_unique<FrmSendtofolder>();
+        m_w->show();
+        m_w->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(m_w.get()));
     }
 
     void cleanup()
@@ -155,138 +136,71 @@ private slots:
         repo::setTraceFile(QString());
     }
 
-    void controlsAndCaptions()
+    void passwordGateAndClosingBeforeSignIn()
     {
         QCOMPARE(m_w->windowTitle(), QStringLiteral("zarnivo - Parcelwise Ver 6.0"));
-        QCOMPARE(child<QGroupBox>("FramePassword")->title(), QStringLiteral("User Login"));
-        QCOMPARE(child<QGroupBox>("frameConnectDb")->title(), QStringLiteral("Source Database"));
-        QCOMPARE(child<QGroupBox>("frameSelectFolder")->title(), QStringLiteral("Select Folder"));
-        QCOMPARE(child<QLabel>("Label1")->text(), QStringLiteral("User Password"));
-        QCOMPARE(child<QLabel>("lblServerName")->text(), QStringLiteral("Server Name :"));
-        QCOMPARE(child<QLabel>("lbluserName")->text(), QStringLiteral("User Name :"));
-        QCOMPARE(child<QLabel>("lblPassword")->text(), QStringLiteral("Password :"));
-        QCOMPARE(child<QLabel>("lblDBName")->text(), QStringLiteral("Database :"));
-        QCOMPARE(child<QLabel>("lblDbType")->text(), QStringLiteral("Database Type:"));
-        QCOMPARE(child<QPushButton>("cmdUserLogin")->text(), QStringLiteral("&OK"));
-        QCOMPARE(child<QPushButton>("cmdlogin")->text(), QStringLiteral("&OK"));
-        QCOMPARE(child<QPushButton>("cmdBack")->text(), QStringLiteral("&Back"));
-        QCOMPARE(child<QPushButton>("cmdDestination")->text(), QStringLiteral("&Select Destination"));
-        QCOMPARE(child<QPushButton>("cmdStart")->text(), QStringLiteral("Start &Copy"));
-        QCOMPARE(child<QPushButton>("cmdexit")->text(), QStringLiteral("E&xit"));
-        QCOMPARE(child<QLineEdit>("TxtLoginPsw")->echoMode(), QLineEdit::Password);
-        QCOMPARE(child<QLineEdit>("txtPassword")->echoMode(), QLineEdit::Password);
-        QVERIFY(!child<QComboBox>("cboDBName")->isEditable());
-        QVERIFY(child<QLineEdit>("txtProg")->isReadOnly());
-        QVERIFY(child<QFrame>("FrameButton")->isAncestorOf(child<QWidget>("cmdStart")));
-        QVERIFY(child<QWidget>("frameSelectFolder")->isAncestorOf(child<QWidget>("tvDefaultRoot")));
-
-        // One screen at a time, all in the same place; at start only the password screen.
-        QCOMPARE(screen(), child<QWidget>("FramePassword"));
-        QVERIFY(child<QWidget>("FramePassword")->isVisible());
-        QVERIFY(!child<QWidget>("frameConnectDb")->isVisible());
-        QVERIFY(!child<QWidget>("frameSelectFolder")->isVisible());
-        QVERIFY(child<QWidget>("cmdexit")->isVisible());
-        QVERIFY(child<QWidget>("txtProg")->isVisible());
-        const QRect place = child<QWidget>("FramePassword")->geometry();
-        auto *stack = child<QStackedWidget>("screens");
-        for (const char *name : {"frameConnectDb", "frameSelectFolder"}) {
-            stack->setCurrentWidget(child<QWidget>(name));
-            QCOMPARE(child<QWidget>(name)->geometry(), place);
-        }
-        stack->setCurrentWidget(child<QWidget>("FramePassword"));
-        // The status line is the lowest thing in the window, the exit button just above it.
-        QVERIFY(child<QWidget>("txtProg")->geometry().top() >= child<QWidget>("cmdexit")->geometry().bottom());
-        QVERIFY(child<QWidget>("cmdexit")->geometry().top() >= place.bottom());
-        QVERIFY(m_w->minimumWidth() >= 600 && m_w->minimumHeight() >= 440);
-    }
-
-    void passwordGate()
-    {
+        QCOMPARE(screen(), child("FramePassword"));
         auto *password = child<QLineEdit>("TxtLoginPsw");
-        auto *ok = child<QPushButton>("cmdUserLogin");
 
-        const QStringList refused{QStringLiteral("brimex "), QStringLiteral(" BRIMEX"), QStringLiteral("secret"),
-                                  QString()};
-        for (const QString &typed : refused) {
+        // Blanks count, so a trailing one is refused like a wrong word; the focus stays for a retry.
+        for (const QString &typed : {QStringLiteral("brimex "), QStringLiteral("secret")}) {
             password->setText(typed);
-            QTest::mouseClick(ok, Qt::LeftButton);
-            QCOMPARE(screen(), child<QWidget>("FramePassword"));
+            Dialogs::clearRecords();
+            QTest::mouseClick(child<QPushButton>("cmdUserLogin"), Qt::LeftButton);
+            QCOMPARE(screen(), child("FramePassword"));
             QCOMPARE(focused(), password);
-        }
-        const QList<Dialogs::ShownMessage> shown = Dialogs::shownMessages();
-        QCOMPARE(shown.size(), refused.size());
-        for (const Dialogs::ShownMessage &m : shown) {
+            QCOMPARE(Dialogs::shownMessages().size(), 1);
+            const Dialogs::ShownMessage m = Dialogs::shownMessages().first();
             QCOMPARE(m.text, QStringLiteral("Invalid user password"));
             QCOMPARE(m.icon, QMessageBox::Warning);
             QCOMPARE(m.buttons, QMessageBox::StandardButtons(QMessageBox::Ok));
             QCOMPARE(m.title, QStringLiteral("zarnivo - Parcelwise"));
         }
 
-        // Mixed case is accepted, typed and confirmed with Enter; the sign-in screen takes over
-        // with the focus in the server box.
+        // Letter case does not matter; typed and confirmed with Enter, the sign-in screen takes
+        // over with the focus in the server box.
         Dialogs::clearRecords();
         password->clear();
         QTest::keyClicks(password, QStringLiteral("BriMex"));
         QTest::keyClick(password, Qt::Key_Return);
-        QCOMPARE(screen(), child<QWidget>("frameConnectDb"));
+        QCOMPARE(screen(), child("frameConnectDb"));
         QVERIFY(Dialogs::shownMessages().isEmpty());
-        QCOMPARE(focused(), child<QWidget>("txServerName"));
-        QCOMPARE(status(), QStringLiteral(" Enter server name"));
+        QCOMPARE(focused(), child("txServerName"));
+
+        // Closing before signing in has no connection to close and nothing to report.
+        QVERIFY(m_w->close());
         QVERIFY(m_errors.isEmpty());
     }
 
     void statusHints()
     {
-        auto *password = child<QLineEdit>("TxtLoginPsw");
-        password->setFocus(Qt::MouseFocusReason);
-        QCOMPARE(status(), QStringLiteral(" Enter user password"));
-        QTest::keyClick(password, Qt::Key_Tab);
-        QCOMPARE(focused(), child<QWidget>("cmdUserLogin"));
-        QCOMPARE(status(), QStringLiteral(" Click OK to login"));
-        child<QWidget>("cmdexit")->setFocus(Qt::MouseFocusReason);
-        QCOMPARE(status(), QString());
-
-        unlock();
-        fillSignIn(m_demo, QStringLiteral("demo"));
-        const QList<QPair<const char *, QString>> signInHints{
-            {"txServerName", QStringLiteral(" Enter server name")},
-            {"txtUserName", QStringLiteral(" Enter user name")},
-            {"txtPassword", QStringLiteral(" Enter password (If any)")},
-            {"cboDBName", QStringLiteral(" Select database")},
-            {"cmdlogin", QStringLiteral(" Click OK to proceed")},
+        // Each control's hint while it has the focus; leaving clears it, except from "&OK" on the
+        // sign-in screen, whose hint stays until another replaces it.
+        const QList<QList<QPair<const char *, QString>>> screens{
+            {{"TxtLoginPsw", QStringLiteral(" Enter user password")}, {"cmdUserLogin", QStringLiteral(" Click OK to login")}},
+            {{"txServerName", QStringLiteral(" Enter server name")},
+             {"txtUserName", QStringLiteral(" Enter user name")},
+             {"txtPassword", QStringLiteral(" Enter password (If any)")},
+             {"cboDBName", QStringLiteral(" Select database")},
+             {"cmdlogin", QStringLiteral(" Click OK to proceed")}},
+            {{"cmdBack", QStringLiteral(" Click Back for previous window")},
+             {"cmdDestination", QStringLiteral(" Click select destination for destination folder path")},
+             {"cmdStart", QStringLiteral(" Click start copy to copy folder(s)/File(s)")}},
         };
-        child<QWidget>("txServerName")->setFocus(Qt::MouseFocusReason);
-        for (int i = 0; i < signInHints.size(); ++i) {
-            if (i > 0)
-                QTest::keyClick(focused(), Qt::Key_Tab);
-            QCOMPARE(focused(), child<QWidget>(signInHints[i].first));
-            QCOMPARE(status(), signInHints[i].second);
-        }
-        // Every control but "&OK" clears its hint on leaving; "&OK" leaves it for the next one.
-        child<QWidget>("cmdexit")->setFocus(Qt::MouseFocusReason);
-        QCOMPARE(status(), QStringLiteral(" Click OK to proceed"));
-        for (const char *name : {"txServerName", "txtUserName", "txtPassword"}) {
-            child<QWidget>(name)->setFocus(Qt::MouseFocusReason);
-            QVERIFY(!status().isEmpty());
-            child<QWidget>("cmdexit")->setFocus(Qt::MouseFocusReason);
-            QCOMPARE(status(), QString());
-        }
-
-        // The folder screen's buttons.
-        child<QWidget>("cboDBName")->setFocus(Qt::MouseFocusReason);
-        choose(QStringLiteral("Globex"));
-        pressOk();
-        QCOMPARE(screen(), child<QWidget>("frameSelectFolder"));
-        const QList<QPair<const char *, QString>> folderHints{
-            {"cmdBack", QStringLiteral(" Click Back for previous window")},
-            {"cmdDestination", QStringLiteral(" Click select destination for destination folder path")},
-            {"cmdStart", QStringLiteral(" Click start copy to copy folder(s)/File(s)")},
-        };
-        for (const auto &[name, hint] : folderHints) {
-            child<QWidget>(name)->setFocus(Qt::TabFocusReason);
-            QCOMPARE(status(), hint);
-            child<QWidget>("tvDefaultRoot")->setFocus(Qt::TabFocusReason);
-            QCOMPARE(status(), QString());
+        for (int i = 0; i < screens.size(); ++i) {
+            if (i == 1) {
+                unlock();
+                fillSignIn(m_demo, QStringLiteral("demo"));
+            } else if (i == 2) {
+                pressOk();
+                QCOMPARE(screen(), child("frameSelectFolder"));
+            }
+            for (const auto &[name, hint] : screens[i]) {
+                child(name)->setFocus(Qt::TabFocusReason);
+                QCOMPARE(status(), hint);
+                child("cmdexit")->setFocus(Qt::TabFocusReason);
+                QCOMPARE(status(), qstrcmp(name, "cmdlogin") == 0 ? hint : QString());
+            }
         }
         QVERIFY(m_errors.isEmpty());
     }
@@ -294,120 +208,115 @@ private slots:
     void signInValidation()
     {
         unlock();
-        auto *server = child<QLineEdit>("txServerName");
-        auto *user = child<QLineEdit>("txtUserName");
+        QWidget *server = child("txServerName");
+        QWidget *user = child("txtUserName");
 
-        struct Case {
-            QString server, user;
-            QString text;
-            QWidget *focus;
-        };
-        const QList<Case> cases{
-            {QString(), QStringLiteral("demo"), QStringLiteral("Please enter server name"), server},
+        // Blank boxes count as empty. "&OK" and entering the database list both check them and
+        // send the focus to the box named; the list stays empty.
+        const QList<std::tuple<QString, QString, QString, QWidget *>> cases{
             {QStringLiteral("   "), QStringLiteral("demo"), QStringLiteral("Please enter server name"), server},
-            {m_demo, QString(), QStringLiteral("Please enter user name"), user},
             {m_demo, QStringLiteral("  "), QStringLiteral("Please enter user name"), user},
         };
-        for (const Case &c : cases) {
-            // "&OK" checks the boxes first ...
-            fillSignIn(c.server, c.user);
+        for (const auto &[serverText, userText, message, focus] : cases) {
+            fillSignIn(serverText, userText);
             Dialogs::clearRecords();
             pressOk();
-            QCOMPARE(Dialogs::shownTexts(), QStringList{c.text});
-            QCOMPARE(focused(), c.focus);
-            QCOMPARE(screen(), child<QWidget>("frameConnectDb"));
+            QCOMPARE(Dialogs::shownTexts(), QStringList{message});
+            QCOMPARE(focused(), focus);
+            QCOMPARE(screen(), child("frameConnectDb"));
 
-            // ... and so does entering the database list, which then stays empty.
             Dialogs::clearRecords();
             enterList();
-            QCOMPARE(Dialogs::shownTexts(), QStringList{c.text});
-            QCOMPARE(Dialogs::shownMessages().first().icon, QMessageBox::Warning);
-            QCOMPARE(focused(), c.focus);
-            QCOMPARE(child<QComboBox>("cboDBName")->count(), 0);
+            QCOMPARE(Dialogs::shownTexts(), QStringList{message});
+            QCOMPARE(focused(), focus);
+            QCOMPARE(list()->count(), 0);
         }
 
-        // Clicking the (filled) list open after the server was cleared: told, sent to the server
-        // box, and the list does not drop down behind the message.
-        fillSignIn(m_demo, QStringLiteral("demo"));
-        enterList();
-        QCOMPARE(child<QComboBox>("cboDBName")->count(), 6);
-        child<QWidget>("cmdexit")->setFocus(Qt::MouseFocusReason);
-        fillSignIn(QString(), QStringLiteral("demo"));
+        // A server nobody answers on: told, and the list stays empty.
+        fillSignIn(QStringLiteral("127.0.0.1,1"), QStringLiteral("sa"), QStringLiteral("x"));
         Dialogs::clearRecords();
-        QTest::mouseClick(child<QComboBox>("cboDBName"), Qt::LeftButton);
-        QCOMPARE(Dialogs::shownTexts(), QStringList{QStringLiteral("Please enter server name")});
-        QCOMPARE(focused(), server);
-        QVERIFY(!QApplication::activePopupWidget());
+        enterList();
+        QCOMPARE(Dialogs::shownTexts(), QStringList{QStringLiteral("SQL Server does not exist or access denied")});
+        QCOMPARE(list()->count(), 0);
+        QVERIFY(!QApplication::overrideCursor());
 
-        // Server and user given, the list never entered: no database is chosen.
-        openWindow();
-        unlock();
+        // Server and user given, the list never filled: no database is chosen.
         fillSignIn(m_demo, QStringLiteral("demo"));
         Dialogs::clearRecords();
         pressOk();
         QCOMPARE(Dialogs::shownTexts(), QStringList{QStringLiteral("Please select database name")});
-        QCOMPARE(screen(), child<QWidget>("frameConnectDb"));
+        QCOMPARE(screen(), child("frameConnectDb"));
+
+        // Clicking the filled list open after the server was cleared: told, sent to the server
+        // box, and the list does not drop down behind the message.
+        enterList();
+        QCOMPARE(list()->count(), 6);
+        child("cmdexit")->setFocus(Qt::MouseFocusReason);
+        fillSignIn(QString(), QStringLiteral("demo"));
+        Dialogs::clearRecords();
+        QTest::mouseClick(list(), Qt::LeftButton);
+        QCOMPARE(Dialogs::shownTexts(), QStringList{QStringLiteral("Please enter server name")});
+        QCOMPARE(focused(), server);
+        QVERIFY(!QApplication::activePopupWidget());
+
         QVERIFY(m_errors.isEmpty());
     }
 
     void databaseList()
     {
+        // Every entry into the list reads the catalogue again; the trace counts the reads.
         const QString trace = m_tmp.filePath(QStringLiteral("list-trace.sql"));
-        QFile::remove(trace);
         repo::setTraceFile(trace);
-        const QString catalogueQuery = QStringLiteral("select Com_db, com_type from com_company order by Com_db");
-        const QStringList names{QStringLiteral("Acme"),    QStringLiteral("AcmeArchive"), QStringLiteral("Globex"),
-                                QStringLiteral("Initech"), QStringLiteral("Scratch"),     QStringLiteral("VandelayArchive")};
-        auto *list = child<QComboBox>("cboDBName");
-        auto *type = child<QLabel>("lblDbTypeValue");
-        auto listed = [list] {
+        auto reads = [&trace] {
+            QFile file(trace);
+            return file.open(QIODevice::ReadOnly | QIODevice::Text)
+                       ? QString::fromUtf8(file.readAll()).split(QLatin1Char('\n')).count(
+                           QStringLiteral("select Com_db, com_type from com_company order by Com_db"))
+                       : 0;
+        };
+        auto listed = [this] {
             QStringList all;
-            for (int i = 0; i < list->count(); ++i)
-                all << list->itemText(i);
+            for (int i = 0; i < list()->count(); ++i)
+                all << list()->itemText(i);
             return all;
         };
+        const QStringList names{QStringLiteral("Acme"),    QStringLiteral("AcmeArchive"), QStringLiteral("Globex"),
+                                QStringLiteral("Initech"), QStringLiteral("Scratch"),     QStringLiteral("VandelayArchive")};
+        const QString live = QStringLiteral("Live #000000"), archive = QStringLiteral("Archive #ff0000");
 
         unlock();
         fillSignIn(m_demo, QStringLiteral("demo"));
         enterList();
         QCOMPARE(listed(), names);
-        QCOMPARE(list->currentIndex(), 0);
-        QCOMPARE(type->text(), QStringLiteral("Live"));
-        QCOMPARE(typeColour(), QColor(Qt::black));
-        QCOMPARE(statementsTraced(trace, catalogueQuery), 1);
+        QCOMPARE(list()->currentIndex(), 0);
+        QCOMPARE(typeShown(), live);
+        QCOMPARE(reads(), 1);
 
         // Entered with the mouse, the list is read and then drops down.
-        child<QWidget>("cmdexit")->setFocus(Qt::MouseFocusReason);
-        QTest::mouseClick(list, Qt::LeftButton);
-        QCOMPARE(statementsTraced(trace, catalogueQuery), 2);
+        child("cmdexit")->setFocus(Qt::MouseFocusReason);
+        QTest::mouseClick(list(), Qt::LeftButton);
+        QCOMPARE(reads(), 2);
         QVERIFY(QApplication::activePopupWidget());
         QTest::keyClick(QApplication::activePopupWidget(), Qt::Key_Escape);
-        QVERIFY(!QApplication::activePopupWidget());
-        QCOMPARE(focused(), list);
 
-        choose(QStringLiteral("AcmeArchive"));
-        QCOMPARE(type->text(), QStringLiteral("Archive"));
-        QCOMPARE(typeColour(), QColor(255, 0, 0));
-        choose(QStringLiteral("Globex")); // type code "l" in lower case
-        QCOMPARE(type->text(), QStringLiteral("Live"));
-        QCOMPARE(typeColour(), QColor(Qt::black));
-        choose(QStringLiteral("VandelayArchive")); // "a"
-        QCOMPARE(type->text(), QStringLiteral("Archive"));
-        QCOMPARE(typeColour(), QColor(255, 0, 0));
-        QCOMPARE(m_w->signIn().blnArchive, true);
+        // The type code's letter case does not matter ("l" for Globex, "a" for VandelayArchive).
+        const QList<QPair<QString, QString>> types{
+            {QStringLiteral("AcmeArchive"), archive}, {QStringLiteral("Globex"), live}, {QStringLiteral("VandelayArchive"), archive}};
+        for (const auto &[name, shown] : types) {
+            choose(name);
+            QCOMPARE(typeShown(), shown);
+            QCOMPARE(m_w->signIn().blnArchive, shown == archive);
+        }
 
-        // Leaving and entering again reads the list afresh: same entries once, the first chosen.
-        QTest::keyClick(list, Qt::Key_Tab);
-        QCOMPARE(focused(), child<QWidget>("cmdlogin"));
+        // Leaving and entering again: the same entries once, the first chosen.
+        QTest::keyClick(list(), Qt::Key_Tab);
         QTest::keyClick(focused(), Qt::Key_Backtab);
-        QCOMPARE(focused(), list);
+        QCOMPARE(focused(), list());
+        QCOMPARE(reads(), 3);
         QCOMPARE(listed(), names);
-        QCOMPARE(list->currentText(), QStringLiteral("Acme"));
-        QCOMPARE(type->text(), QStringLiteral("Live"));
-        QCOMPARE(typeColour(), QColor(Qt::black));
+        QCOMPARE(list()->currentText(), QStringLiteral("Acme"));
+        QCOMPARE(typeShown(), live);
         QCOMPARE(m_w->signIn().blnArchive, false);
-        QCOMPARE(statementsTraced(trace, catalogueQuery), 3);
-
         QVERIFY(m_errors.isEmpty());
         QVERIFY(Dialogs::shownMessages().isEmpty());
     }
@@ -422,75 +331,67 @@ private slots:
         choose(QStringLiteral("Initech"));
         pressOk();
         QCOMPARE(Dialogs::shownTexts(), QStringList{QStringLiteral("Selected database does not exists")});
-        QCOMPARE(screen(), child<QWidget>("frameConnectDb"));
+        QCOMPARE(screen(), child("frameConnectDb"));
 
         // A database without the repository's tables: told, back at the choice, all usable.
         Dialogs::clearRecords();
-        child<QWidget>("cboDBName")->setFocus(Qt::MouseFocusReason);
+        list()->setFocus(Qt::MouseFocusReason);
         choose(QStringLiteral("Scratch"));
         pressOk();
         QCOMPARE(Dialogs::shownTexts(), QStringList{QStringLiteral("Invalid database selected")});
-        QCOMPARE(Dialogs::shownMessages().first().icon, QMessageBox::Warning);
-        QCOMPARE(screen(), child<QWidget>("frameConnectDb"));
-        for (QWidget *control : signInControls())
-            QVERIFY2(control->isEnabled(), qPrintable(control->objectName()));
-        QCOMPARE(m_w->signIn().blnInvalidDb, false);
+        QCOMPARE(screen(), child("frameConnectDb"));
+        for (const char *name : {"cmdlogin", "txServerName", "txtUserName", "txtPassword", "cboDBName"})
+            QVERIFY2(child(name)->isEnabled(), name);
         QVERIFY(m_errors.isEmpty());
     }
 
-    void liveAndArchiveTrees()
+    void liveAndArchiveTreesThenExit()
     {
         FolderTree &tree = m_w->folderTree();
         signInTo(QStringLiteral("Acme"));
-        QCOMPARE(screen(), child<QWidget>("frameSelectFolder"));
+        QCOMPARE(screen(), child("frameSelectFolder"));
         QCOMPARE(status(), QString());
         QCOMPARE(tree.count(), 1);
-        QCOMPARE(tree.node(1)->key, QStringLiteral("Fold1"));
         QCOMPARE(tree.node(1)->text, QStringLiteral("Acme Corporation [Acme <Live> ]"));
-        QCOMPARE(tree.node(1)->image, 1);
-        QCOMPARE(tree.selected(), tree.node(1));
-        auto *view = child<FolderTreeView>("tvDefaultRoot");
-        QCOMPARE(view->model()->rowCount(), 1);
-        QCOMPARE(view->currentIndex(), tree.indexOf(tree.node(1)));
-        for (QWidget *control : signInControls())
-            QVERIFY(control->isEnabled());
 
         // Back closes the company connection only; the boxes keep what was typed.
-        QVERIFY(m_w->signIn().cnDb().state() == repo::adStateOpen);
-        m_w->treeProcs().dblCheckedNodeIdx = 3;
         QTest::mouseClick(child<QPushButton>("cmdBack"), Qt::LeftButton);
-        QCOMPARE(screen(), child<QWidget>("frameConnectDb"));
+        QCOMPARE(screen(), child("frameConnectDb"));
         QCOMPARE(m_w->signIn().cnDb().state(), repo::adStateClosed);
-        QVERIFY(m_w->signIn().cnMaster().state() == repo::adStateOpen);
-        QCOMPARE(m_w->treeProcs().dblCheckedNodeIdx, 0.0);
+        QCOMPARE(m_w->signIn().cnMaster().state(), repo::adStateOpen);
         QCOMPARE(child<QLineEdit>("txServerName")->text(), m_demo);
-        QCOMPARE(child<QComboBox>("cboDBName")->currentText(), QStringLiteral("Acme"));
+        QCOMPARE(list()->currentText(), QStringLiteral("Acme"));
 
         // The archive database shows the live database's root under its own name.
-        child<QWidget>("cboDBName")->setFocus(Qt::MouseFocusReason);
+        list()->setFocus(Qt::MouseFocusReason);
         choose(QStringLiteral("AcmeArchive"));
         pressOk();
-        QCOMPARE(screen(), child<QWidget>("frameSelectFolder"));
+        QCOMPARE(screen(), child("frameSelectFolder"));
         QCOMPARE(tree.count(), 1);
         QCOMPARE(tree.node(1)->text, QStringLiteral("Acme Corporation [AcmeArchive <Archive> ]"));
-        QCOMPARE(m_w->signIn().strLiveDb, QStringLiteral("Acme"));
 
         // Children loaded, then back and "&OK" again: a fresh tree, the root alone.
         QVERIFY(m_w->treeProcs().tvDefaultRoot_NodeClick(tree.node(1)));
         QVERIFY(tree.count() > 1);
         QTest::mouseClick(child<QPushButton>("cmdBack"), Qt::LeftButton);
         pressOk();
-        QCOMPARE(screen(), child<QWidget>("frameSelectFolder"));
+        QCOMPARE(screen(), child("frameSelectFolder"));
         QCOMPARE(tree.count(), 1);
         QCOMPARE(tree.node(1)->text, QStringLiteral("Acme Corporation [AcmeArchive <Archive> ]"));
+
+        // E&xit closes both connections, reporting nothing.
+        QTest::mouseClick(child<QPushButton>("cmdexit"), Qt::LeftButton);
+        QVERIFY(!m_w->isVisible());
+        QCOMPARE(m_w->signIn().cnDb().state(), repo::adStateClosed);
+        QCOMPARE(m_w->signIn().cnMaster().state(), repo::adStateClosed);
         QVERIFY(m_errors.isEmpty());
         QVERIFY(Dialogs::shownMessages().isEmpty());
     }
 
     void failedTreeBuildLeavesOnlyOk()
     {
-        // A server whose Globex has a site row at the first level that sorts before the root: it
-        // is added under a parent that never exists, and the tree build fails.
+        // A Globex whose first level holds a site row that sorts before the root: it is added
+        // under a parent that never exists, and the tree build fails.
         QString error;
         const QString broken = writeDemo(m_tmp.filePath(QStringLiteral("broken")), &error);
         QVERIFY2(!broken.isEmpty(), qPrintable(error));
@@ -501,57 +402,33 @@ private slots:
             QSqlQuery q(db);
             QVERIFY(q.exec(QStringLiteral("INSERT INTO zar_Folder VALUES (90, 0, 'Aardvark Site', 0, 0, 'SITE')")));
             QVERIFY(q.exec(QStringLiteral("INSERT INTO zar_FolderLive VALUES (90)")));
-            db.close();
         }
         QSqlDatabase::removeDatabase(QStringLiteral("break-globex"));
 
-        unlock();
-        fillSignIn(broken, QStringLiteral("demo"));
-        enterList();
-        choose(QStringLiteral("Globex"));
-        pressOk();
-        QVERIFY2(Dialogs::shownMessages().isEmpty(), qPrintable(Dialogs::shownTexts().join(QLatin1Char('|'))));
+        signInTo(QStringLiteral("Globex"), broken);
+        QVERIFY(Dialogs::shownMessages().isEmpty());
         QCOMPARE(m_errors.size(), 1);
         QVERIFY2(m_errors.first().contains(QStringLiteral("FrmSendtofolder.cmdlogin_Click")), qPrintable(m_errors.first()));
-        QCOMPARE(screen(), child<QWidget>("frameConnectDb"));
+        QCOMPARE(screen(), child("frameConnectDb"));
         QCOMPARE(status(), QStringLiteral(" Processing... Please Wait"));
-        QVERIFY(child<QWidget>("cmdlogin")->isEnabled());
+        QVERIFY(child("cmdlogin")->isEnabled());
         for (const char *name : {"txServerName", "txtUserName", "txtPassword", "cboDBName"})
-            QVERIFY2(!child<QWidget>(name)->isEnabled(), name);
+            QVERIFY2(!child(name)->isEnabled(), name);
         QVERIFY(!QApplication::overrideCursor());
 
         // "&OK" retries the whole sign-in (and fails the same way).
         pressOk();
         QCOMPARE(m_errors.size(), 2);
-        QVERIFY(child<QWidget>("cmdlogin")->isEnabled());
-        QCOMPARE(screen(), child<QWidget>("frameConnectDb"));
+        QVERIFY(child("cmdlogin")->isEnabled());
     }
 
-    void unreachableServer()
-    {
-        unlock();
-        fillSignIn(QStringLiteral("127.0.0.1,1"), QStringLiteral("sa"), QStringLiteral("x"));
-        enterList();
-        QCOMPARE(Dialogs::shownTexts(), QStringList{QStringLiteral("SQL Server does not exist or access denied")});
-        QCOMPARE(Dialogs::shownMessages().first().title, QStringLiteral("zarnivo - Parcelwise"));
-        QCOMPARE(child<QComboBox>("cboDBName")->count(), 0);
-        QVERIFY(m_errors.isEmpty());
-        QVERIFY(!QApplication::overrideCursor());
-    }
-
-    void destinationAndCopy()
+    void startCopyAsksFirst()
     {
         signInTo(QStringLiteral("Acme"));
         FolderTree &tree = m_w->folderTree();
         QVERIFY(m_w->treeProcs().tvDefaultRoot_NodeClick(tree.node(1)));
-        FolderTree::Node *marketing = tree.find(QStringLiteral("Fold13"));
-        QVERIFY(marketing);
-        QVERIFY(tree.setData(tree.indexOf(marketing), Qt::Checked, Qt::CheckStateRole));
-        QVERIFY(marketing->checked);
-
+        QVERIFY(tree.setData(tree.indexOf(tree.find(QStringLiteral("Fold13"))), Qt::Checked, Qt::CheckStateRole));
         auto *start = child<QPushButton>("cmdStart");
-        auto *destinationButton = child<QPushButton>("cmdDestination");
-        auto *buttons = child<QFrame>("FrameButton");
 
         // No destination yet: told, and the picker opens at once (here closed by its close box).
         Dialogs::setNextAnswers({Answer::button(QMessageBox::Ok), Answer::closeBox()});
@@ -560,22 +437,11 @@ private slots:
         QCOMPARE(Dialogs::shownTexts(), QStringList{QStringLiteral("Please select destination path")});
         QCOMPARE(Dialogs::pickerCalls().size(), 1);
         QCOMPARE(status(), QStringLiteral(" Destination path:  "));
-        QVERIFY(m_w->signIn().DestinationPath.isEmpty());
-
-        // Choosing one writes it into the status line; the close box keeps it.
-        const QString target = m_tmp.filePath(QStringLiteral("out"));
-        QDir().mkpath(target);
-        Dialogs::clearRecords();
-        Dialogs::setNextAnswers({Answer::path(QStringLiteral("  ") + target + QStringLiteral(" ")), Answer::closeBox()});
-        QTest::mouseClick(destinationButton, Qt::LeftButton);
-        QCOMPARE(status(), QStringLiteral(" Destination path:  ") + target);
-        m_w->signIn().DestinationPath = target;
-        QTest::mouseClick(destinationButton, Qt::LeftButton);
-        QCOMPARE(m_w->signIn().DestinationPath, target);
-        QCOMPARE(status(), QStringLiteral(" Destination path:  ") + target);
-        QCOMPARE(Dialogs::pickerCalls().at(1).currentPath, target);
 
         // Cancel at the question: nothing is written.
+        const QString target = m_tmp.filePath(QStringLiteral("out"));
+        QDir().mkpath(target);
+        m_w->signIn().DestinationPath = target;
         Dialogs::clearRecords();
         Dialogs::setNextAnswers({Answer::button(QMessageBox::Cancel)});
         QTest::mouseClick(start, Qt::LeftButton);
@@ -585,58 +451,8 @@ private slots:
                                     + QStringLiteral("\" as destination folder, do you want to continue?..."));
         QCOMPARE(question.icon, QMessageBox::Question);
         QCOMPARE(question.buttons, QMessageBox::Ok | QMessageBox::Cancel);
-        QCOMPARE(question.title, QStringLiteral("zarnivo - Parcelwise"));
         QVERIFY(QDir(target).isEmpty());
-        QVERIFY(buttons->isEnabled());
-
-        // OK: the ticked folder is copied, completion is told, the buttons come back.
-        Dialogs::clearRecords();
-        Dialogs::setNextAnswers({Answer::button(QMessageBox::Ok)});
-        QTest::mouseClick(start, Qt::LeftButton);
-        QCOMPARE(Dialogs::shownTexts(),
-                 (QStringList{question.text, QStringLiteral("Process completed successfully")}));
-        QCOMPARE(Dialogs::shownMessages().at(1).icon, QMessageBox::Warning);
-        QVERIFY(QFile::exists(QDir(target).filePath(QStringLiteral("Marketing/Logo.png"))));
-        QVERIFY(QFile::exists(QDir(target).filePath(QStringLiteral("Marketing/Brochure.pdf"))));
-        QCOMPARE(status(), QString());
-        QVERIFY(buttons->isEnabled());
-        QVERIFY(Dialogs::openedLogs().isEmpty()); // nothing failed, nothing to show
-        QVERIFY(!QApplication::overrideCursor());
-        QVERIFY(m_errors.isEmpty());
-
-        // A destination that is a file: every folder fails, the log is shown at the end.
-        const QString blocked = m_tmp.filePath(QStringLiteral("a-file"));
-        {
-            QFile file(blocked);
-            QVERIFY(file.open(QIODevice::WriteOnly));
-            file.write("not a folder");
-        }
-        m_w->signIn().DestinationPath = blocked;
-        Dialogs::clearRecords();
-        Dialogs::setNextAnswers({Answer::button(QMessageBox::Ok)});
-        QTest::mouseClick(start, Qt::LeftButton);
-        QCOMPARE(Dialogs::shownTexts().last(), QStringLiteral("Process completed successfully"));
-        QCOMPARE(Dialogs::openedLogs().size(), 1);
-        const QString log = Dialogs::openedLogs().first();
-        QVERIFY2(QFileInfo(log).fileName().startsWith(QStringLiteral("zarnivo Parcelwise Log ")), qPrintable(log));
-        QVERIFY2(QFile::exists(log), qPrintable(log));
-        QVERIFY(buttons->isEnabled());
-    }
-
-    void closing()
-    {
-        // Before sign-in: nothing to close, nothing reported.
-        QVERIFY(m_w->close());
-        QVERIFY(m_errors.isEmpty());
-
-        // With both connections open: both are closed, still nothing reported.
-        openWindow();
-        signInTo(QStringLiteral("Globex"));
-        QVERIFY(m_w->signIn().cnMaster().state() == repo::adStateOpen);
-        QTest::mouseClick(child<QPushButton>("cmdexit"), Qt::LeftButton);
-        QVERIFY(!m_w->isVisible());
-        QCOMPARE(m_w->signIn().cnDb().state(), repo::adStateClosed);
-        QCOMPARE(m_w->signIn().cnMaster().state(), repo::adStateClosed);
+        QVERIFY(child("FrameButton")->isEnabled());
         QVERIFY(m_errors.isEmpty());
     }
 
