@@ -13,11 +13,12 @@
 
 namespace {
 
-QString cleanedTitle(QString title)
+// The characters file names cannot hold, as blanks.
+QString cleaned(QString name)
 {
-    for (QChar c : QStringLiteral(":\\/*?\"<>|"))
-        title.replace(c, QLatin1Char(' '));
-    return title;
+    for (QChar c : QStringLiteral("\\/:*?\"<>|"))
+        name.replace(c, QLatin1Char(' '));
+    return name;
 }
 
 QString blankTrimmed(QString s)
@@ -46,14 +47,6 @@ QDateTime exportedInstant(const QVariant &stored)
 }
 
 } // namespace
-
-QString expectedDirectoryName(const QString &folderName)
-{
-    QString name = folderName;
-    for (QChar c : QStringLiteral("\\/:*?\"<>|"))
-        name.replace(c, QLatin1Char(' '));
-    return blankTrimmed(name);
-}
 
 void ExpectedTree::replace(const QString &rel)
 {
@@ -162,16 +155,13 @@ void RepositoryReader::addDocuments(qint64 folder, const QString &rel, ExpectedT
 {
     for (const QVariantList &d : documents(folder)) {
         const qint64 id = d[0].toLongLong();
-        const QString title = cleanedTitle(d[2].toString());
+        const QString title = cleaned(d[2].toString());
         const QString ext = extensionOf(d[1].toString());
         const bool fallback = blankTrimmed(title).isEmpty() || title == QLatin1String(".")
                               || title == QLatin1String("..") || (title + ext).toLocal8Bit().size() > 255;
         const QString name = fallback ? QStringLiteral("[%1]").arg(id) + ext : title + ext;
-        Candidate c;
-        c.bytes = d[3].toByteArray();
-        c.date = exportedInstant(d[4].isNull() ? d[5] : d[4]);
-        c.recId = id;
-        out.files[rel + QLatin1Char('/') + name] << c;
+        out.files[rel + QLatin1Char('/') + name] << ExpectedTree::Candidate{
+            d[3].toByteArray(), exportedInstant(d[4].isNull() ? d[5] : d[4])};
     }
 }
 
@@ -179,10 +169,14 @@ void RepositoryReader::addSubtree(qint64 folder, const QString &rel, ExpectedTre
 {
     out.replace(rel);
     addDocuments(folder, rel, out);
-    for (const auto &child : children(folder)) {
-        QString name = child.second;
-        addSubtree(child.first, rel + QLatin1Char('/') + expectedDirectoryName(name), out);
-    }
+    for (const auto &child : children(folder))
+        addSubtree(child.first, rel + QLatin1Char('/') + blankTrimmed(cleaned(child.second)), out);
+}
+
+void RepositoryReader::addEverything(ExpectedTree &out) const
+{
+    for (const auto &child : children(1))
+        addSubtree(child.first, blankTrimmed(cleaned(child.second)), out);
 }
 
 void listTree(const QString &dir, QSet<QString> *dirs, QStringList *files)
@@ -216,9 +210,9 @@ void compareWithRepository(const QString &dest, const ExpectedTree &expected, co
         QFile f(path);
         QVERIFY2(f.open(QIODevice::ReadOnly), qPrintable(path));
         const QByteArray bytes = f.readAll();
-        const QList<Candidate> &candidates = expected.files.value(rel);
-        const Candidate *match = nullptr;
-        for (const Candidate &c : candidates) {
+        const QList<ExpectedTree::Candidate> &candidates = expected.files.value(rel);
+        const ExpectedTree::Candidate *match = nullptr;
+        for (const ExpectedTree::Candidate &c : candidates) {
             if (c.bytes == bytes)
                 match = &c;
         }

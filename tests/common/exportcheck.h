@@ -7,19 +7,16 @@
 #include <QDateTime>
 #include <QHash>
 #include <QList>
-#include <QPair>
 #include <QSet>
 #include <QString>
 #include <QStringList>
 #include <QVariant>
 
-struct Candidate {
-    QByteArray bytes;
-    QDateTime date; // invalid: the file keeps the time it was written
-    qint64 recId = 0;
-};
-
 struct ExpectedTree {
+    struct Candidate {
+        QByteArray bytes;
+        QDateTime date; // invalid: the file keeps the time it was written
+    };
     QSet<QString> dirs;                     // "/"-separated, relative to the destination
     QHash<QString, QList<Candidate>> files; // more than one: written twice, the later one stays
 
@@ -37,26 +34,25 @@ public:
     RepositoryReader &operator=(const RepositoryReader &) = delete;
 
     bool ok() const { return m_ok; }
-    QList<QVariantList> rows(const QString &sql, int columns) const;
+    // The folder's documents as files in the directory rel.
+    void addDocuments(qint64 folder, const QString &rel, ExpectedTree &out) const;
+    // The folder at rel with its documents and its whole subfolder tree.
+    void addSubtree(qint64 folder, const QString &rel, ExpectedTree &out) const;
+    // Every child of the root ticked.
+    void addEverything(ExpectedTree &out) const;
 
+private:
+    QList<QVariantList> rows(const QString &sql, int columns) const;
     // Child folders (id, stored name) in name order, as the view of this kind of database shows them.
     QList<QPair<qint64, QString>> children(qint64 parent) const;
     // rec_id, File_Name, File_Description, bytes, FileActualDate, File_DateUploaded.
     QList<QVariantList> documents(qint64 folder) const;
     bool holdsArchived(qint64 folder) const;
 
-    void addDocuments(qint64 folder, const QString &rel, ExpectedTree &out) const;
-    // The folder at rel with its documents and its whole subfolder tree from the repository.
-    void addSubtree(qint64 folder, const QString &rel, ExpectedTree &out) const;
-
-private:
     QString m_name;
     bool m_archive;
     bool m_ok = false;
 };
-
-// A folder name as a directory name: the forbidden characters blank, outer blanks gone.
-QString expectedDirectoryName(const QString &folderName);
 
 // Every directory and file below dir, "/"-separated and relative.
 void listTree(const QString &dir, QSet<QString> *dirs, QStringList *files);
