@@ -75,10 +75,7 @@ RepositoryReader::RepositoryReader(const QString &server, const QString &company
 
 RepositoryReader::~RepositoryReader()
 {
-    {
-        QSqlDatabase db = QSqlDatabase::database(m_name, false);
-        db.close();
-    }
+    QSqlDatabase::database(m_name, false).close();
     QSqlDatabase::removeDatabase(m_name);
 }
 
@@ -101,42 +98,28 @@ QList<QVariantList> RepositoryReader::rows(const QString &sql, int columns) cons
 
 QList<QPair<qint64, QString>> RepositoryReader::children(qint64 parent) const
 {
+    QString sql = QStringLiteral("SELECT f.Rec_ID, f.Folder_Name FROM zar_Folder f JOIN zar_FolderLive l "
+                                 "ON l.rec_id = f.Rec_ID WHERE f.Folder_Parent = %1");
+    if (m_archive)
+        sql += QStringLiteral(" UNION ALL SELECT f.Rec_ID, f.Folder_Name FROM zar_Folder f JOIN ZAR_FolderArchived a "
+                              "ON a.rec_id = f.Rec_ID WHERE f.Folder_Parent = %1");
     QList<QPair<qint64, QString>> out;
-    if (!m_archive) {
-        for (const QVariantList &r : rows(QStringLiteral("SELECT f.Rec_ID, f.Folder_Name FROM zar_Folder f JOIN "
-                                                         "zar_FolderLive l ON l.rec_id = f.Rec_ID WHERE "
-                                                         "f.Folder_Parent = %1 ORDER BY f.Folder_Name, f.Rec_ID")
-                                              .arg(parent),
-                                          2))
+    for (const QVariantList &r : rows(sql.arg(parent) + QStringLiteral(" ORDER BY 2, 1"), 2))
+        if (!m_archive || holdsArchived(r[0].toLongLong()))
             out << qMakePair(r[0].toLongLong(), r[1].toString());
-        return out;
-    }
-    const QString sql = QStringLiteral(
-                            "SELECT f.Rec_ID, f.Folder_Name FROM zar_Folder f JOIN zar_FolderLive l ON l.rec_id = "
-                            "f.Rec_ID WHERE f.Folder_Parent = %1 UNION ALL SELECT f.Rec_ID, f.Folder_Name FROM "
-                            "zar_Folder f JOIN ZAR_FolderArchived a ON a.rec_id = f.Rec_ID WHERE f.Folder_Parent = %1 "
-                            "ORDER BY 2, 1")
-                            .arg(parent);
-    for (const QVariantList &r : rows(sql, 2)) {
-        if (holdsArchived(r[0].toLongLong()))
-            out << qMakePair(r[0].toLongLong(), r[1].toString());
-    }
     return out;
 }
 
 QList<QVariantList> RepositoryReader::documents(qint64 folder) const
 {
-    if (!m_archive)
-        return rows(QStringLiteral("SELECT f.rec_id, f.File_Name, f.File_Description, f.file_data, f.FileActualDate, "
-                                   "f.File_DateUploaded FROM zar_file f JOIN zar_fileLive l ON l.rec_id = f.rec_id "
-                                   "WHERE f.folder_rec_id = %1")
-                        .arg(folder),
-                    6);
-    return rows(QStringLiteral("SELECT f.rec_id, f.File_Name, f.File_Description, c.FileData, f.FileActualDate, "
-                               "f.File_DateUploaded FROM zar_file f JOIN ZAR_FileArchived a ON a.rec_id = f.rec_id "
-                               "JOIN arc.zar_FileArchive c ON c.FileID = f.rec_id WHERE f.folder_rec_id = %1")
-                    .arg(folder),
-                6);
+    const QString sql = m_archive ? QStringLiteral("SELECT f.rec_id, f.File_Name, f.File_Description, c.FileData, "
+                                                   "f.FileActualDate, f.File_DateUploaded FROM zar_file f JOIN "
+                                                   "ZAR_FileArchived a ON a.rec_id = f.rec_id JOIN arc.zar_FileArchive "
+                                                   "c ON c.FileID = f.rec_id WHERE f.folder_rec_id = %1")
+                                  : QStringLiteral("SELECT f.rec_id, f.File_Name, f.File_Description, f.file_data, "
+                                                   "f.FileActualDate, f.File_DateUploaded FROM zar_file f JOIN "
+                                                   "zar_fileLive l ON l.rec_id = f.rec_id WHERE f.folder_rec_id = %1");
+    return rows(sql.arg(folder), 6);
 }
 
 bool RepositoryReader::holdsArchived(qint64 folder) const
@@ -212,10 +195,9 @@ void compareWithRepository(const QString &dest, const ExpectedTree &expected, co
         const QByteArray bytes = f.readAll();
         const QList<ExpectedTree::Candidate> &candidates = expected.files.value(rel);
         const ExpectedTree::Candidate *match = nullptr;
-        for (const ExpectedTree::Candidate &c : candidates) {
+        for (const ExpectedTree::Candidate &c : candidates)
             if (c.bytes == bytes)
                 match = &c;
-        }
         QVERIFY2(match, qPrintable(QStringLiteral("unexpected content in ") + rel));
         if (candidates.size() > 1 && lastWritten) // written twice: the later write is what stays
             QCOMPARE(bytes, lastWritten->value(path));
