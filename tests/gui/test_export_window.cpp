@@ -136,6 +136,8 @@ private slots:
                                          + QStringLiteral("\" as destination folder, do you want to continue?..."),
                                      QStringLiteral("Process completed successfully")}));
         QVERIFY(m_errors.isEmpty()); // a failed document is never a message of its own
+        QVERIFY(child<QWidget>("FrameButton")->isEnabled()); // the buttons are back
+        QCOMPARE(child<QLineEdit>("txtProg")->text(), QString());
 
         const QString logPath = m_tmp.filePath(QStringLiteral("home/Documents/")) + m_w->exporter().ExportLogName.mid(1);
         QCOMPARE(Dialogs::openedLogs(), QStringList{QDir::toNativeSeparators(logPath)});
