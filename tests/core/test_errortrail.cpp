@@ -22,6 +22,7 @@ namespace {
 
 const QString CrLf = QStringLiteral("\r\n");
 
+// A connection whose state, error list and rollback outcome the test sets.
 class FakeConnection : public DbObject {
 public:
     int stateValue = 1;
@@ -40,18 +41,13 @@ public:
     }
 };
 
-std::exception_ptr failure(qint32 number, const QString &description, const QString &source = {})
+std::exception_ptr failure(qint32 number, const QString &description)
 {
     ErrInfo info;
     info.number = number;
-    info.source = source;
     info.description = description;
     return std::make_exception_ptr(Error(info));
 }
-
-struct Unprintable {
-    int x = 0;
-};
 
 QStringList callStackLines(const QString &report)
 {
@@ -65,25 +61,29 @@ QStringList callStackLines(const QString &report)
 // Three procedures of a module, one calling the next, the innermost failing.
 int level3(qint32 number, const QString &description)
 {
-    const QString longValue(50, QLatin1Char('x'));
-    return inner(
-        QStringLiteral("modTree.level3(strLong)"),
-        [&]() -> int {
-            raise(number, description, QStringLiteral("modTree.origin"));
-        },
-        NamedValues{QStringLiteral("strLong"), {longValue}});
+    return inner(QStringLiteral("modTree.level3(strLong)"),
+                 [&]() -> int { raise(number, description, QStringLiteral("modTree.origin")); },
+                 NamedValues{QStringLiteral("strLong"), {QString(50, QLatin1Char('x'))}});
 }
 
 int level2(qint32 number, const QString &description)
 {
-    return inner(
-        QStringLiteral("modTree.level2(lngId)"), [&] { return level3(number, description) + 1; },
-        NamedValues{QStringLiteral("lngId"), {5}});
+    return inner(QStringLiteral("modTree.level2(lngId)"), [&] { return level3(number, description) + 1; },
+                 NamedValues{QStringLiteral("lngId"), {5}});
 }
 
-int level1(qint32 number, const QString &description)
+QStringList g_shown;
+
+// Runs one failing event handler three procedures above the failure; what it showed.
+QStringList failInHandler(qint32 number, const QString &description)
 {
-    return inner(QStringLiteral("modTree.level1"), [&] { return level2(number, description) + 1; });
+    g_shown.clear();
+    const bool ok = handler(QStringLiteral("FrmSendtofolder.tvDefaultRoot_NodeClick(Node)"), [&] {
+        inner(QStringLiteral("modTree.level1"), [&] { return level2(number, description) + 1; });
+    });
+    if (ok)
+        qWarning("the handler reported success for a failing body");
+    return g_shown;
 }
 
 } // namespace
@@ -92,19 +92,7 @@ class TestErrorTrail : public QObject {
     Q_OBJECT
 
 private:
-    QStringList m_shown;
     QTemporaryDir m_settingsDir;
-
-    // Runs one failing event handler and hands back what it showed.
-    QStringList failInHandler(qint32 number, const QString &description)
-    {
-        m_shown.clear();
-        const bool ok = handler(QStringLiteral("FrmSendtofolder.tvDefaultRoot_NodeClick(Node)"),
-                                [&] { level1(number, description); });
-        if (ok)
-            qWarning("the handler reported success for a failing body");
-        return m_shown;
-    }
 
 private slots:
     void initTestCase()
@@ -125,170 +113,113 @@ private slots:
         forgetSolutionVer();
         setStepMode(false);
         setStopPrompt({});
-        setShower([this](const QString &message) { m_shown << message; });
-        m_shown.clear();
+        setShower([](const QString &message) { g_shown << message; });
+        g_shown.clear();
     }
 
-    void reportNumbersAndLiteralText()
+    void numberLine_data()
     {
-        QStringList shown = failInHandler(ERR_GENERAL, QStringLiteral("general failure"));
+        QTest::addColumn<qint32>("number");
+        QTest::addColumn<QString>("line");
+        QTest::newRow("ERR_GENERAL") << ERR_GENERAL
+                                     << "-2147216306 = &H8004144E = vbObjectError + 5198 = ERRMAP_APP_FIRST + 0 = ERR_GENERAL";
+        QTest::newRow("low app number") << vbObjectError + 5
+                                        << "-2147221499 = &H80040005 = vbObjectError + 5 = ERRMAP_APP_FIRST - 5193 ";
+        QTest::newRow("below the base") << qint32(0x80000005u)
+                                        << "-2147483643 = &H80000005 = vbObjectError - 262139 = ERRMAP_APP_FIRST - 267337 ";
+        QTest::newRow("system number") << ERR_PATH_NOT_FOUND
+                                       << "76 = &H4C = vbObjectError + 2147221580 = ERRMAP_APP_FIRST + 2147216382 ";
+    }
+
+    void numberLine()
+    {
+        QFETCH(qint32, number);
+        QFETCH(QString, line);
+        const QStringList shown = failInHandler(number, QStringLiteral("failure"));
         QCOMPARE(shown.size(), 1);
-        const QString report = shown.first();
-        QVERIFY(report.contains(CrLf + QStringLiteral("  Error Number: -2147216306 = &H8004144E = vbObjectError + 5198 "
-                                                      "= ERRMAP_APP_FIRST + 0 = ERR_GENERAL")
-                                + CrLf));
-        QVERIFY(report.startsWith(QStringLiteral("  Error Description: general failure ") + CrLf));
-        QVERIFY(QRegularExpression(QStringLiteral("\r\n  Date-Time: '\\d\\d/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d'  \r\n  \r\n"))
-                    .match(report)
-                    .hasMatch());
-        QVERIFY(report.contains(QStringLiteral("  Computer Name: '") + QSysInfo::machineHostName() + QStringLiteral("' ")
-                                + CrLf));
-        QVERIFY(report.contains(QStringLiteral("  Application Version: '6.0.0'  ") + CrLf));
-        QVERIFY(report.contains(QStringLiteral("  ADO Version: '") + dataAccessVersion() + QStringLiteral("' ") + CrLf));
-        QVERIFY(!dataAccessVersion().isEmpty());
-        QVERIFY(report.contains(QStringLiteral("  Source: modTree.origin ") + CrLf));
-        // No database object given: no connection block.
-        QVERIFY(!report.contains(QStringLiteral("ADO Info")));
+        QVERIFY2(shown.first().contains(CrLf + "  Error Number: " + line + CrLf), qPrintable(shown.first()));
+    }
 
-        shown = failInHandler(vbObjectError + 5, QStringLiteral("five"));
-        QVERIFY(shown.first().contains(QStringLiteral("  Error Number: -2147221499 = &H80040005 = vbObjectError + 5 "
-                                                      "= ERRMAP_APP_FIRST - 5193 ")
-                                       + CrLf));
-        shown = failInHandler(qint32(0x80000005u), QStringLiteral("below the base"));
-        QVERIFY(shown.first().contains(QStringLiteral("  Error Number: -2147483643 = &H80000005 = vbObjectError - 262139 "
-                                                      "= ERRMAP_APP_FIRST - 267337 ")
-                                       + CrLf));
-        shown = failInHandler(ERR_PATH_NOT_FOUND, QStringLiteral("Path not found"));
-        QVERIFY(shown.first().contains(QStringLiteral("  Error Number: 76 = &H4C = vbObjectError + 2147221580 ")));
-
+    void threeDeepGivesOneReport()
+    {
         // A "%" or a placeholder name inside a value is copied as it stands.
         const QString tricky = QStringLiteral("100% done, %Descr% and %ErrNum% and %nl% stay");
-        shown = failInHandler(ERR_GENERAL, tricky);
-        QVERIFY(shown.first().startsWith(QStringLiteral("  Error Description: ") + tricky + QStringLiteral(" ") + CrLf));
-        QCOMPARE(substitutePlaceholders(QStringLiteral("a %X% b %Y% 50%"),
-                                         {{QStringLiteral("X"), QStringLiteral("%Y%")}, {QStringLiteral("Y"), QStringLiteral("y")}}),
-                 QStringLiteral("a %Y% b y 50%"));
-    }
-
-    void failureThreeDeepShowsOneReport()
-    {
-        const QStringList shown = failInHandler(vbObjectError + 77, QStringLiteral("folder vanished"));
+        const QStringList shown = failInHandler(vbObjectError + 77, tricky);
         QCOMPARE(shown.size(), 1);
-        const QString report = shown.first();
-        QVERIFY(report.contains(QStringLiteral("  Method: modTree.level3(strLong) ") + CrLf));
-        QCOMPARE(report.count(QStringLiteral("  Error Description: ")), 1);
-
-        const QStringList entries = callStackLines(report);
-        QCOMPARE(entries.size(), 4);
-        QVERIFY(entries[0].startsWith(QStringLiteral("  Call Stack: modTree.level3(strLong)(strLong={Text}) -")));
-        QVERIFY(entries[1].startsWith(QStringLiteral("  Call Stack: modTree.level2(lngId)(lngId=5) -")));
-        QVERIFY(entries[2].startsWith(QStringLiteral("  Call Stack: modTree.level1() -")));
-        QVERIFY(entries[3].startsWith(QStringLiteral("  Call Stack: FrmSendtofolder.tvDefaultRoot_NodeClick(Node)() -")));
-        for (const QString &line : entries) {
-            QCOMPARE(line.size(), 100);
-            QVERIFY(line.endsWith(QStringLiteral("--")));
-        }
-        // The held-back long value follows its entry's blank line, before the next entry.
-        QVERIFY(report.contains(QStringLiteral("-\r\n   \r\n    Value Of strLong:\r\n'") + QString(50, QLatin1Char('x'))
-                                + QStringLiteral("'\r\n  Call Stack: modTree.level2")));
-
+        QString report = shown.first();
+        report.replace(QRegularExpression(QStringLiteral("Date-Time: '\\d\\d/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d'")),
+                       QStringLiteral("Date-Time: '#'"));
+        // One call-stack entry per procedure on the way up, padded with dashes to 100 columns, then
+        // a line of three blanks; a held-back long value follows its entry.
+        const auto entry = [](const QString &call) {
+            return "  Call Stack: " + call + " " + QString(85 - call.size(), u'-') + "\r\n   \r\n";
+        };
+        QVERIFY(!dataAccessVersion().isEmpty());
+        QCOMPARE(report, "  Error Description: " + tricky + " \r\n"
+                         "  Error Number: -2147221427 = &H8004004D = vbObjectError + 77 = ERRMAP_APP_FIRST - 5121 \r\n"
+                         "  Date-Time: '#'  \r\n  \r\n"
+                         "  Computer Name: '" + QSysInfo::machineHostName() + "' \r\n"
+                         "  Solution Version: '" + prtySolutionVer() + "' \r\n"
+                         "  Application Version: '6.0.0'  \r\n"
+                         "  ADO Version: '" + dataAccessVersion() + "' \r\n"
+                         "  Source: modTree.origin \r\n"
+                         "  Method: modTree.level3(strLong) \r\n  \r\n"
+                     + entry("modTree.level3(strLong)(strLong={Text})") + "    Value Of strLong:\r\n'"
+                     + QString(50, QLatin1Char('x')) + "'\r\n" + entry("modTree.level2(lngId)(lngId=5)")
+                     + entry("modTree.level1()") + entry("FrmSendtofolder.tvDefaultRoot_NodeClick(Node)()"));
         // The trail is left clean for the next error.
         QVERIFY(!isPreserved());
         QCOMPARE(current().number, 0);
-        QVERIFY(lastShownMessage().isEmpty());
 
-        // Non-trail exceptions become trail errors.
-        m_shown.clear();
+        // Exceptions from outside the trail become trail errors.
+        g_shown.clear();
         handler(QStringLiteral("Frm.cmdStd_Click"), [] {
             inner(QStringLiteral("mod.std"), [] { throw std::runtime_error("disk on fire"); });
         });
-        QCOMPARE(m_shown.size(), 1);
-        QVERIFY(m_shown.first().startsWith(QStringLiteral("  Error Description: disk on fire ")));
-        QVERIFY(m_shown.first().contains(QStringLiteral("= ERR_GENERAL\r\n")));
+        QVERIFY(g_shown.value(0).startsWith(QStringLiteral("  Error Description: disk on fire ")));
+        QVERIFY(g_shown.value(0).contains(QStringLiteral("= ERR_GENERAL\r\n")));
         setCurrent(std::make_exception_ptr(std::bad_alloc()));
         QCOMPARE(current().number, ERR_OUT_OF_MEMORY);
-        QCOMPARE(current().description, QStringLiteral("Out of memory"));
-        setCurrent(std::make_exception_ptr(42));
-        QCOMPARE(current().number, ERR_GENERAL);
-        QCOMPARE(current().description, QStringLiteral("Unknown error"));
+
+        // A handler that lost its error still reports something sensible.
+        reset();
+        g_shown.clear();
+        ErrorIn(QStringLiteral("Frm.cmdLost_Click"), FlagsEventHandler);
+        ErrHandlerExit();
+        QVERIFY(g_shown.value(0).startsWith("  Error Description: ErrorIn: Error information was lost. To fix: call "
+                                            "ErrPreserve before doing anything in error handler. "
+                                            + CrLf));
     }
 
     void userMessagesAndQuietNumbers()
     {
-        for (qint32 number : {qint32(0x80041065u), qint32(0x80041066u), qint32(0x80041067u)}) {
-            const QStringList shown = failInHandler(number, QStringLiteral("Please choose a folder first."));
-            QCOMPARE(shown, QStringList{QStringLiteral("Please choose a folder first.")});
-            QCOMPARE(reportText(), QStringLiteral("Please choose a folder first."));
-        }
+        // The user-message numbers show their bare text.
+        for (qint32 number : {qint32(0x80041065u), qint32(0x80041066u), qint32(0x80041067u)})
+            QCOMPARE(failInHandler(number, QStringLiteral("Choose a folder.")), QStringList{QStringLiteral("Choose a folder.")});
+        // The rest of the range shows nothing; just outside it on either side is a fault.
         QVERIFY(failInHandler(qint32(0x80041070u), QStringLiteral("quiet")).isEmpty());
         QVERIFY(failInHandler(USER_MESSAGE_LAST, QStringLiteral("quiet too")).isEmpty());
-        // Just outside the range on either side is a fault with a full report.
-        QVERIFY(failInHandler(USER_MESSAGE_FIRST - 1, QStringLiteral("fault")).first().contains(QStringLiteral("Call Stack")));
-        QVERIFY(failInHandler(ERRMAP_APP_FIRST, QStringLiteral("fault")).first().contains(QStringLiteral("Call Stack")));
+        QVERIFY(failInHandler(USER_MESSAGE_FIRST - 1, QStringLiteral("fault")).value(0).contains("Call Stack"));
+        QVERIFY(failInHandler(ERRMAP_APP_FIRST, QStringLiteral("fault")).value(0).contains("Call Stack"));
 
-        // The not-passed-on number stops at the first procedure, even with flag 1.
-        setCurrent(failure(ERR_NOT_PASSED_ON, QStringLiteral("cancelled")));
-        ErrPreserve();
-        bool threw = false;
-        try {
-            ErrorIn(QStringLiteral("mod.cancel"), FlagsInner);
-        } catch (const Error &) {
-            threw = true;
-        }
-        QVERIFY(!threw);
-        m_shown.clear();
+        // The not-passed-on number stops at the first procedure: the caller goes on, nothing shown.
+        g_shown.clear();
         int after = 0;
-        const bool ok = handler(QStringLiteral("Frm.cmdGo_Click"), [&] {
-            const int value = inner(QStringLiteral("mod.cancel"), []() -> int { raise(ERR_NOT_PASSED_ON, QStringLiteral("cancelled")); });
+        QVERIFY(handler(QStringLiteral("Frm.cmdGo_Click"), [&] {
+            const int value = inner(QStringLiteral("mod.cancel"), []() -> int {
+                raise(ERR_NOT_PASSED_ON, QStringLiteral("cancelled"));
+            });
             after = value + 1;
-        });
-        QVERIFY(ok);
+        }));
         QCOMPARE(after, 1);
-        QVERIFY(m_shown.isEmpty());
+        QVERIFY(g_shown.isEmpty());
 
         // A resumed statement records the failure and shows nothing.
-        QVERIFY(!resume(QStringLiteral("modExport.writeDocument(lngDocId)"), [] {
-            raise(ERR_WRITE_FAILED, QStringLiteral("Write to file failed."));
-        }));
-        QVERIFY(m_shown.isEmpty());
+        QVERIFY(!resume(QStringLiteral("modExport.writeDocument(lngDocId)"),
+                        [] { raise(ERR_WRITE_FAILED, QStringLiteral("Write to file failed.")); }));
+        QVERIFY(g_shown.isEmpty());
         QVERIFY(reportText().contains(QStringLiteral("  Call Stack: modExport.writeDocument(lngDocId)() -")));
-        QCOMPARE(current().number, 0);
         QVERIFY(!isPreserved());
-    }
-
-    void preserveAndLostError()
-    {
-        ErrInfo first{vbObjectError + 1, QStringLiteral("first.src"), QStringLiteral("first"), QStringLiteral("help.chm"),
-                      QStringLiteral("12"), 30, 5};
-        setCurrent(std::make_exception_ptr(Error(first)));
-        ErrPreserve();
-        setCurrent(failure(vbObjectError + 2, QStringLiteral("second"), QStringLiteral("second.src")));
-        ErrPreserve();
-        QVERIFY(isPreserved());
-        QCOMPARE(preserved().number, vbObjectError + 1);
-        QCOMPARE(preserved().description, QStringLiteral("first"));
-        QCOMPARE(preserved().line, 30);
-        QCOMPARE(preserved().lastDllError, 5);
-        ErrRestore();
-        QCOMPARE(current().number, vbObjectError + 1);
-        QCOMPARE(current().source, QStringLiteral("first.src"));
-        QCOMPARE(current().helpFile, QStringLiteral("help.chm"));
-        QCOMPARE(current().helpContext, QStringLiteral("12"));
-
-        // Nothing to preserve when there is no error.
-        reset();
-        ErrPreserve();
-        QVERIFY(!isPreserved());
-
-        // A handler that lost its error still reports something sensible.
-        ErrorIn(QStringLiteral("Frm.cmdLost_Click"), FlagsEventHandler);
-        ErrHandlerExit();
-        QCOMPARE(m_shown.size(), 1);
-        QVERIFY(m_shown.first().startsWith(
-            QStringLiteral("  Error Description: ErrorIn: Error information was lost. To fix: call ErrPreserve before "
-                           "doing anything in error handler. ")
-            + CrLf));
-        QVERIFY(m_shown.first().contains(QStringLiteral("= ERR_GENERAL\r\n")));
     }
 
     void stepModeRetriesAndStops()
@@ -299,30 +230,27 @@ private slots:
             prompts << title + QLatin1Char('|') + text;
             return answer;
         });
-
-        // Off: never asks, never retries.
         int runs = 0;
-        QVERIFY(!handler(QStringLiteral("Frm.cmdA_Click"), [&] {
-            ++runs;
-            raise(ERR_GENERAL, QStringLiteral("boom"));
-        }));
+        const auto failOnce = [&] {
+            if (++runs == 1)
+                raise(ERR_GENERAL, QStringLiteral("boom"));
+        };
+        // Off: never asks, never retries.
+        QVERIFY(!handler(QStringLiteral("Frm.cmdA_Click"), failOnce));
         QCOMPARE(runs, 1);
         QVERIFY(prompts.isEmpty());
-        QCOMPARE(m_shown.size(), 1);
+        QCOMPARE(g_shown.size(), 1);
 
         // On, Yes: the failing body runs again and the second run succeeds.
         setStepMode(true);
-        m_shown.clear();
+        g_shown.clear();
         runs = 0;
-        QVERIFY(handler(QStringLiteral("Frm.cmdA_Click"), [&] {
-            if (++runs == 1)
-                raise(ERR_GENERAL, QStringLiteral("boom"));
-        }));
+        QVERIFY(handler(QStringLiteral("Frm.cmdA_Click"), failOnce));
         QCOMPARE(runs, 2);
-        QCOMPARE(prompts, QStringList{QStringLiteral("Stopped on Error|Error: boom\r\nDo you want to retry the operation in "
-                                                     "step mode?\r\nClick YES to retry, NO to move to the caller, CANCEL "
-                                                     "for no more stops")});
-        QVERIFY(m_shown.isEmpty());
+        QCOMPARE(prompts, QStringList{QStringLiteral("Stopped on Error|Error: boom\r\nDo you want to retry the operation "
+                                                     "in step mode?\r\nClick YES to retry, NO to move to the caller, "
+                                                     "CANCEL for no more stops")});
+        QVERIFY(g_shown.isEmpty());
 
         // On, No: the error moves to the caller, which asks again about the propagated report.
         prompts.clear();
@@ -332,11 +260,11 @@ private slots:
         }));
         QCOMPARE(prompts.size(), 2);
         QVERIFY(prompts[1].startsWith(QStringLiteral("Stopped on Error|Error:   Error Description: boom  (Propagated)\r\n")));
-        QCOMPARE(m_shown.size(), 1);
+        QCOMPARE(g_shown.size(), 1);
 
-        // On, Cancel: marked NoStop, no later handler asks for the same error.
+        // On, Cancel: no later procedure asks for the same error; one report with every entry.
         prompts.clear();
-        m_shown.clear();
+        g_shown.clear();
         answer = 2;
         QVERIFY(!handler(QStringLiteral("Frm.cmdC_Click"), [] {
             inner(QStringLiteral("mod.c2"), [] {
@@ -344,8 +272,8 @@ private slots:
             });
         }));
         QCOMPARE(prompts.size(), 1);
-        QCOMPARE(m_shown.size(), 1);
-        QCOMPARE(callStackLines(m_shown.first()).size(), 3);
+        QCOMPARE(g_shown.size(), 1);
+        QCOMPARE(callStackLines(g_shown.first()).size(), 3);
     }
 
     void connectionBlockAndRollback()
@@ -353,111 +281,60 @@ private slots:
         FakeConnection conn;
         conn.stateValue = 1 | 4;
         conn.errors = {QStringLiteral("Timeout expired"), QStringLiteral("Deadlock victim")};
-        setCurrent(failure(ERR_GENERAL, QStringLiteral("query failed"), QStringLiteral("modDb.query")));
+        setCurrent(failure(ERR_GENERAL, QStringLiteral("query failed")));
         ErrPreserve();
-        ErrorIn(QStringLiteral("modDb.query(strSql)"), FlagReport | FlagRollback, NamedValues{QStringLiteral("strSql"), {QStringLiteral("SELECT 1")}},
+        ErrorIn(QStringLiteral("modDb.query(strSql)"), FlagReport | FlagRollback,
+                NamedValues{QStringLiteral("strSql"), {QStringLiteral("SELECT 1")}},
                 NamedValues{QStringLiteral("cnDb,blnArchive"), {QVariant(), true}}, &conn);
         const QString report = reportText();
-        QVERIFY(report.contains(QStringLiteral("  Method: modDb.query(strSql) \r\n  \r\n  ADO Info: \r\n    ADO Version:   ")
+        QVERIFY(report.contains("  Method: modDb.query(strSql) \r\n  \r\n  ADO Info: \r\n    ADO Version:   "
                                 + dataAccessVersion()
-                                + QStringLiteral("\r\n    DbObject:      Connection\r\n    Conn. State:   adStateOpen + "
-                                                 "adStateExecuting\r\n   \r\n   \r\n    Error:         Timeout expired\r\n"
-                                                 "    Error:         Deadlock victim\r\n  Call Stack: modDb.query(strSql)(strSql='SELECT 1') -")));
+                                + "\r\n    DbObject:      Connection\r\n    Conn. State:   adStateOpen + "
+                                  "adStateExecuting\r\n   \r\n   \r\n    Error:         Timeout expired\r\n"
+                                  "    Error:         Deadlock victim\r\n  Call Stack: modDb.query(strSql)(strSql='SELECT "
+                                  "1') -"));
         QVERIFY(report.endsWith(QStringLiteral("-\r\n   \r\n    Env: cnDb={Empty}, blnArchive=True\r\n")));
         QCOMPARE(conn.rollbacks, 1);
         QCOMPARE(lastRollbackNote(), QStringLiteral("Attempt to call RollbackTrans succeeded"));
 
+        // A rollback that fails does not disturb the error being passed on.
         conn.failRollback = true;
-        QCOMPARE(transactionNote(&conn), QStringLiteral("Attempt to call RollbackTrans failed with error 'No transaction is active.'"));
-        conn.stateValue = 0;
-        QCOMPARE(transactionNote(&conn), QStringLiteral("Could not call RollbackTrans: Connection is closed "));
-        QCOMPARE(conn.rollbacks, 2);
-        QCOMPARE(transactionNote(&conn, QStringLiteral("CommitTrans")), QStringLiteral("Unknown method"));
-        QCOMPARE(connectionStateWords(0), QStringLiteral("adStateClosed"));
-        QCOMPARE(connectionStateWords(15), QStringLiteral("adStateOpen + adStateConnecting + adStateExecuting + adStateFetching"));
-
-        // A rollback that fails does not disturb the error being reported.
         setCurrent(failure(ERR_GENERAL, QStringLiteral("original")));
         ErrPreserve();
-        conn.stateValue = 1;
-        bool passedOn = false;
+        QString passedOn;
         try {
             ErrorIn(QStringLiteral("modDb.exec"), FlagsInner, {}, {}, &conn);
         } catch (const Error &e) {
-            passedOn = true;
-            QCOMPARE(e.info().source, QStringLiteral("HuntERR.ErrorIn"));
-            QVERIFY(e.description().startsWith(QStringLiteral("  Error Description: original ")));
+            passedOn = e.description();
         }
-        QVERIFY(passedOn);
-        QVERIFY(lastRollbackNote().startsWith(QStringLiteral("Attempt to call RollbackTrans failed with error '")));
-    }
-
-    void valueTexts()
-    {
-        QObject object;
-        QCOMPARE(formatValue(QVariantList{1, 2}), QStringLiteral("{Array}"));
-        QCOMPARE(formatValue(QStringList{QStringLiteral("a")}), QStringLiteral("{Array}"));
-        QCOMPARE(formatValue(QByteArray("bytes")), QStringLiteral("{Array}"));
-        QCOMPARE(formatValue(QStringLiteral("text")), QStringLiteral("'text'"));
-        QCOMPARE(formatValue(QVariant()), QStringLiteral("{Empty}"));
-        QCOMPARE(formatValue(QVariant(QMetaType::fromType<int>())), QStringLiteral("{Null}"));
-        QCOMPARE(formatValue(QVariant::fromValue(&object)), QStringLiteral("{QObject}"));
-        QCOMPARE(formatValue(QVariant::fromValue(Unprintable{})), QStringLiteral("{?}"));
-        QCOMPARE(formatValue(-12), QStringLiteral("-12"));
-
-        QString heldBack;
-        // The limit counts the written text, quotes included: 38 letters fit, 39 are held back.
-        const QString fits(38, QLatin1Char('y'));
-        const QString tooLong(39, QLatin1Char('z'));
-        const QString list = namedValueList(
-            NamedValues{QStringLiteral("a, b,c,d"), {QStringLiteral("two\r\nlines"), fits, tooLong, 3.5}}, &heldBack);
-        QCOMPARE(list, QStringLiteral("a={Text}, b='") + fits + QStringLiteral("', c={Text}, d=3.5"));
-        QCOMPARE(heldBack, QStringLiteral("    Value Of a:\r\n'two\r\nlines'\r\n    Value Of c:\r\n'") + tooLong
-                               + QStringLiteral("'\r\n"));
-
-        const QString entry = callStackEntry(QStringLiteral("mod.f(x)"), 12, NamedValues{QStringLiteral("x"), {1}}, {});
-        QVERIFY(entry.startsWith(QStringLiteral("  Call Stack: mod.f(x)(x=1)  at Line 12 ---")));
-        QCOMPARE(entry.indexOf(CrLf), 100);
-        const QString longName(120, QLatin1Char('n'));
-        QCOMPARE(callStackEntry(longName, 0, {}, {}), QStringLiteral("  Call Stack: ") + longName + QStringLiteral("() \r\n   \r\n"));
+        QVERIFY(passedOn.startsWith(QStringLiteral("  Error Description: original ")));
+        QVERIFY(lastRollbackNote().startsWith(QStringLiteral("Attempt to call RollbackTrans failed with error 'No tr")));
     }
 
     void solutionVersionFromSettings()
     {
         // No file at all: empty version, no error, and the report shows two quotes.
         QCOMPARE(prtySolutionVer(), QString());
-        QCOMPARE(RegGetStringValue(REG_HKEY_LOCAL_MACHINE, InstallationKeyPath, SolutionVersionValue), QString());
-        QVERIFY(failInHandler(ERR_GENERAL, QStringLiteral("x")).first().contains(QStringLiteral("  Solution Version: '' \r\n")));
-        QCOMPARE(m_shown.size(), 1);
-
+        QVERIFY(failInHandler(ERR_GENERAL, QStringLiteral("x")).value(0).contains("  Solution Version: '' \r\n"));
         {
-            QSettings system(QSettings::IniFormat, QSettings::SystemScope, QStringLiteral("Zarnivo"), QStringLiteral("zarnivo"));
-            system.setValue(QStringLiteral("Installation/SolutionVersion"), QStringLiteral("6.0.12") + QChar(0) + QStringLiteral("junk"));
-            system.setValue(QStringLiteral("Installation/Other"), QStringLiteral("o"));
+            QSettings system(QSettings::IniFormat, QSettings::SystemScope, QStringLiteral("Zarnivo"),
+                             QStringLiteral("zarnivo"));
+            system.setValue(QStringLiteral("Installation/SolutionVersion"), "6.0.12" + QString(QChar(0)) + "junk");
             system.sync();
             QCOMPARE(system.status(), QSettings::NoError);
         }
         // The empty answer was not kept: the next read finds the value, cut at the NUL.
-        QCOMPARE(prtySolutionVer(), QStringLiteral("6.0.12"));
-        QVERIFY(failInHandler(ERR_GENERAL, QStringLiteral("x")).first().contains(QStringLiteral("  Solution Version: '6.0.12' \r\n")));
-        QCOMPARE(RegGetStringValue(REG_HKEY_LOCAL_MACHINE, QStringLiteral("SOFTWARE\\Zarnivo\\zarnivo\\Missing"),
-                                   SolutionVersionValue),
-                 QString());
+        QVERIFY(failInHandler(ERR_GENERAL, QStringLiteral("x")).value(0).contains("  Solution Version: '6.0.12' \r\n"));
         QCOMPARE(RegGetStringValue(REG_HKEY_LOCAL_MACHINE, InstallationKeyPath, QStringLiteral("Absent")), QString());
-
         {
-            QSettings system(QSettings::IniFormat, QSettings::SystemScope, QStringLiteral("Zarnivo"), QStringLiteral("zarnivo"));
+            QSettings system(QSettings::IniFormat, QSettings::SystemScope, QStringLiteral("Zarnivo"),
+                             QStringLiteral("zarnivo"));
             system.setValue(QStringLiteral("Installation/SolutionVersion"), QStringLiteral("7.1"));
         }
         // A found version is kept for the run.
         QCOMPARE(prtySolutionVer(), QStringLiteral("6.0.12"));
         forgetSolutionVer();
         QCOMPARE(prtySolutionVer(), QStringLiteral("7.1"));
-
-        // Support information never holds anything.
-        setPrtySupportInfo(QStringLiteral("call us"));
-        QCOMPARE(prtySupportInfo(), QString());
-        QVERIFY(!isPreserved());
     }
 };
 
