@@ -291,6 +291,8 @@ public:
 
 private:
     Emitted call(const Node &name, const QString &between, const Node &group);
+    bool correlatedIn(const QList<Node> &nodes, qsizetype in, qsizetype *lhsStart, qsizetype *groupAt,
+                      QList<Node> *subquery) const;
     QString group(const Node &g) { return u'(' + list(g.children) + (g.closed ? QStringLiteral(")") : QString()); }
     static QList<QList<Node>> splitArgs(const QList<Node> &children);
 };
@@ -399,6 +401,122 @@ Emitted Adapter::call(const Node &name, const QString &between, const Node &g)
     return {name.tok.text + between + group(g), text};
 }
 
+bool isWord(const Node &n, const char *word)
+{
+    return !n.group && n.tok.kind == Kind::Word && n.tok.text.compare(QLatin1String(word), Qt::CaseInsensitive) == 0;
+}
+
+bool isSpace(const Node &n)
+{
+    return !n.group && n.tok.kind == Kind::Space;
+}
+
+// Whether nodes[in], the word IN, starts "x IN (SELECT col FROM ...)" whose only use is to let rows
+// through a WHERE clause: x a column, the clause a run of conditions joined by AND/OR with nothing
+// that could negate or compare the IN's own value. Then it can be asked as EXISTS (... WHERE x = col)
+// with the same rows as a result; SQLite otherwise builds the subquery's whole list at every run
+// of the statement, however few rows x takes. lhsStart receives the first node of x, groupAt the
+// subquery's group, subquery its children with the selected column named for the outer test.
+bool Adapter::correlatedIn(const QList<Node> &nodes, qsizetype in, qsizetype *lhsStart, qsizetype *groupAt,
+                           QList<Node> *subquery) const
+{
+    const auto isName = [](const Node &x) { return !x.group && (x.tok.kind == Kind::Word || x.tok.kind == Kind::Quoted); };
+    const qsizetype n = nodes.size();
+    qsizetype g = in + 1;
+    while (g < n && isSpace(nodes.at(g)))
+        ++g;
+    if (g >= n || !nodes.at(g).group || !nodes.at(g).closed)
+        return false;
+
+    // The subquery: SELECT, one column (maybe qualified), FROM; one SELECT without LIMIT.
+    const QList<Node> &inner = nodes.at(g).children;
+    qsizetype k = 0;
+    while (k < inner.size() && isSpace(inner.at(k)))
+        ++k;
+    if (k >= inner.size() || !isWord(inner.at(k), "select"))
+        return false;
+    ++k;
+    while (k < inner.size() && isSpace(inner.at(k)))
+        ++k;
+    if (k >= inner.size() || !isName(inner.at(k)) || isWord(inner.at(k), "distinct") || isWord(inner.at(k), "all"))
+        return false;
+    ++k;
+    while (k + 1 < inner.size() && !inner.at(k).group && inner.at(k).tok.kind == Kind::Dot && isName(inner.at(k + 1)))
+        k += 2;
+    const qsizetype itemEnd = k;
+    while (k < inner.size() && isSpace(inner.at(k)))
+        ++k;
+    if (k == itemEnd || k >= inner.size() || !isWord(inner.at(k), "from"))
+        return false;
+    for (const Node &x : inner) {
+        for (const char *w : {"union", "intersect", "except", "limit"}) {
+            if (isWord(x, w))
+                return false;
+        }
+    }
+
+    // What follows the IN: the end, or the next condition or clause.
+    qsizetype after = g + 1;
+    while (after < n && isSpace(nodes.at(after)))
+        ++after;
+    if (after < n) {
+        bool allowed = false;
+        for (const char *w : {"and", "or", "union", "order", "group"})
+            allowed = allowed || isWord(nodes.at(after), w);
+        if (!allowed)
+            return false;
+    }
+
+    // x: a column, maybe qualified, right before IN.
+    qsizetype b = in - 1;
+    while (b >= 0 && isSpace(nodes.at(b)))
+        --b;
+    if (b < 0 || b == in - 1 || !isName(nodes.at(b)))
+        return false;
+    while (b >= 2 && !nodes.at(b - 1).group && nodes.at(b - 1).tok.kind == Kind::Dot && isName(nodes.at(b - 2)))
+        b -= 2;
+    *lhsStart = b;
+    for (const char *w : {"not", "and", "or", "where", "select", "exists", "case", "when", "then", "else", "end", "is",
+                          "between", "like", "null"}) {
+        if (isWord(nodes.at(b), w))
+            return false;
+    }
+
+    // Back to this clause's WHERE over plain conditions joined by AND/OR.
+    qsizetype c = b - 1;
+    while (c >= 0 && isSpace(nodes.at(c)))
+        --c;
+    if (c < 0 || c == b - 1 || !(isWord(nodes.at(c), "and") || isWord(nodes.at(c), "where")))
+        return false;
+    for (; c >= 0; --c) {
+        const Node &x = nodes.at(c);
+        if (isWord(x, "where"))
+            break;
+        for (const char *w : {"not", "case", "between", "select", "from", "on", "join", "having", "union", "escape"}) {
+            if (isWord(x, w))
+                return false;
+        }
+        if (!x.group && x.tok.kind == Kind::Comma)
+            return false;
+    }
+    if (c < 0)
+        return false;
+
+    *groupAt = g;
+    *subquery = inner;
+    Node as;
+    as.tok = {Kind::Word, QStringLiteral("AS")};
+    Node blank;
+    blank.tok = {Kind::Space, QStringLiteral(" ")};
+    Node alias;
+    alias.tok = {Kind::Quoted, QStringLiteral("\"parcelwise_in_value\"")};
+    subquery->insert(itemEnd, alias);
+    subquery->insert(itemEnd, blank);
+    subquery->insert(itemEnd, as);
+    subquery->insert(itemEnd, blank);
+    return true;
+}
+
 QString Adapter::list(const QList<Node> &nodes)
 {
     enum class ItemKind { Space, Operand, Plus, Other };
@@ -411,8 +529,27 @@ QString Adapter::list(const QList<Node> &nodes)
 
     const qsizetype n = nodes.size();
     auto isName = [](const Node &x) { return !x.group && (x.tok.kind == Kind::Word || x.tok.kind == Kind::Quoted); };
+    QList<qsizetype> itemsBefore(n + 1, -1); // items.size() when node i was reached; -1: taken with another
     for (qsizetype i = 0; i < n; ++i) {
+        itemsBefore[i] = items.size();
         const Node &node = nodes.at(i);
+        qsizetype lhsStart = 0, groupAt = 0;
+        QList<Node> subquery;
+        if (isWord(node, "in") && correlatedIn(nodes, i, &lhsStart, &groupAt, &subquery) && itemsBefore[lhsStart] >= 0) {
+            qsizetype lhsEnd = i; // the blanks between the column and IN are not part of it
+            while (lhsEnd > lhsStart && isSpace(nodes.at(lhsEnd - 1)))
+                --lhsEnd;
+            QString lhs;
+            for (qsizetype k = itemsBefore[lhsStart]; k < itemsBefore[lhsEnd]; ++k)
+                lhs += items.at(k).text;
+            items.resize(itemsBefore[lhsStart]);
+            items.append({ItemKind::Operand,
+                          QStringLiteral("EXISTS (SELECT 1 FROM (") + list(subquery)
+                              + QStringLiteral(") AS \"parcelwise_in\" WHERE ") + lhs
+                              + QStringLiteral(" = \"parcelwise_in\".\"parcelwise_in_value\")")});
+            i = groupAt;
+            continue;
+        }
         if (node.group) {
             items.append({ItemKind::Operand, group(node)});
             continue;
@@ -521,6 +658,92 @@ AdaptedStatement adaptTSqlForSqlite(const QString &tsql)
     AdaptedStatement result;
     result.sql = adapter.list(nodes);
     result.crossNames = adapter.cross;
+    return result;
+}
+
+ParameterizedStatement parameterizeTSql(const QString &tsql)
+{
+    ParameterizedStatement result;
+    const qsizetype n = tsql.size();
+    QString &out = result.text;
+    out.reserve(n + 8);
+    bool afterEquals = false; // "=" seen, then only blanks and "("
+    qsizetype i = 0;
+    // Copies a quoted run that ends at `close`, where a doubled `close` stands for itself.
+    auto copyQuoted = [&](QChar close) {
+        const qsizetype start = i++;
+        while (i < n) {
+            if (tsql.at(i) == close) {
+                if (i + 1 < n && tsql.at(i + 1) == close) {
+                    i += 2;
+                    continue;
+                }
+                ++i;
+                break;
+            }
+            ++i;
+        }
+        out += QStringView(tsql).mid(start, i - start);
+    };
+    while (i < n) {
+        const QChar c = tsql.at(i);
+        if (c == u'?')
+            return {tsql, {}}; // placeholders of its own: leave the statement alone
+        if (c == u'\'') {
+            copyQuoted(u'\'');
+            afterEquals = false;
+        } else if (c == u'"') {
+            copyQuoted(u'"');
+            afterEquals = false;
+        } else if (c == u'[') {
+            copyQuoted(u']');
+            afterEquals = false;
+        } else if (c == u'-' && i + 1 < n && tsql.at(i + 1) == u'-') {
+            const qsizetype start = i;
+            while (i < n && tsql.at(i) != u'\n')
+                ++i;
+            out += QStringView(tsql).mid(start, i - start);
+        } else if (c == u'/' && i + 1 < n && tsql.at(i + 1) == u'*') {
+            const qsizetype end = tsql.indexOf(QStringLiteral("*/"), i + 2);
+            const qsizetype stop = end < 0 ? n : end + 2;
+            out += QStringView(tsql).mid(i, stop - i);
+            i = stop;
+        } else if (c.isDigit() && afterEquals) {
+            qsizetype j = i;
+            while (j < n && tsql.at(j).isDigit())
+                ++j;
+            // Only a plain whole number that ends the operand: "5.0", "5e3", "0x1F" or "5 + x"
+            // stay as written, so the adapter sees them exactly as before.
+            qsizetype k = j;
+            while (k < n && tsql.at(k).isSpace())
+                ++k;
+            const bool joined = j < n && (isWordPart(tsql.at(j)) || tsql.at(j) == u'.');
+            const bool ends = k == n || tsql.at(k) == u')' || tsql.at(k) == u';' || (k > j && isWordStart(tsql.at(k)));
+            bool ok = false;
+            const qint64 value = j - i <= 18 ? QStringView(tsql).mid(i, j - i).toLongLong(&ok) : 0;
+            if (!joined && ends && ok) {
+                result.values.append(value);
+                out += u'?' + QString::number(result.values.size());
+            } else {
+                out += QStringView(tsql).mid(i, j - i);
+            }
+            i = j;
+            afterEquals = false;
+        } else if (isWordPart(c)) {
+            const qsizetype start = i;
+            while (i < n && isWordPart(tsql.at(i)))
+                ++i;
+            out += QStringView(tsql).mid(start, i - start);
+            afterEquals = false;
+        } else {
+            out += c;
+            ++i;
+            if (c == u'=')
+                afterEquals = true;
+            else if (!c.isSpace() && c != u'(')
+                afterEquals = false;
+        }
+    }
     return result;
 }
 

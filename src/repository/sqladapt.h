@@ -28,6 +28,24 @@ struct AdaptedStatement {
 //   "+" joining texts                -> "||" (an operand is a string literal or a text function)
 //   db..table                        -> db.table (the database is attached under its own name)
 //   [name]                           -> "name"
+// and, for SQLite's planner rather than its dialect:
+//   x IN (SELECT col FROM ...) letting rows through a WHERE clause
+//                                    -> EXISTS (SELECT 1 FROM (SELECT col ... ) WHERE x = col)
+//   SQLite builds an uncorrelated IN list in full at every run of the statement (the archive
+//   probe would read every archived document once per folder); as EXISTS it looks up only the
+//   rows x stands for, as SQL Server's planner does by itself. Same rows either way.
 AdaptedStatement adaptTSqlForSqlite(const QString &tsql);
+
+// A statement with its compared values taken out: every whole number that directly follows "="
+// (blanks and "(" allowed between) and ends the operand becomes ?1, ?2, ... in text, and values
+// holds the numbers in that order. Statements that differ only in the ids they compare share
+// one text, so the embedded server can prepare each shape of statement once. Text inside string
+// literals, quoted names and comments is never touched; a statement that already holds "?"
+// comes back unchanged, without values.
+struct ParameterizedStatement {
+    QString text;
+    QList<qint64> values;
+};
+ParameterizedStatement parameterizeTSql(const QString &tsql);
 
 } // namespace repo
