@@ -8,9 +8,9 @@ namespace {
 
 const QString Tool = QStringLiteral("parcelwise");
 
-OptionSpec option(const char *name, const char *valueName, const char *help, bool repeatable = false)
+OptionDef option(const char *name, const char *valueName, const char *help, bool repeatable = false)
 {
-    OptionSpec o;
+    OptionDef o;
     o.name = QString::fromLatin1(name);
     o.valueName = QString::fromLatin1(valueName);
     o.help = QString::fromLatin1(help);
@@ -18,19 +18,19 @@ OptionSpec option(const char *name, const char *valueName, const char *help, boo
     return o;
 }
 
-OptionSpec helpOption()
+OptionDef helpOption()
 {
-    OptionSpec o = option("--help", "", "Show this help and exit");
+    OptionDef o = option("--help", "", "Show this help and exit");
     o.shortName = QStringLiteral("-h");
     return o;
 }
 
-OptionSpec traceOption()
+OptionDef traceOption()
 {
     return option("--trace-sql", "FILE", "Append every SQL statement sent, one per line, to FILE");
 }
 
-QList<OptionSpec> signInOptions()
+QList<OptionDef> signInOptions()
 {
     return {
         option("--server", "NAME", "SQL Server to sign in to (or the folder of an embedded server)"),
@@ -39,11 +39,11 @@ QList<OptionSpec> signInOptions()
     };
 }
 
-QList<CommandSpec> buildCommands()
+QList<CommandDef> buildCommands()
 {
-    QList<CommandSpec> list;
+    QList<CommandDef> list;
 
-    CommandSpec databases;
+    CommandDef databases;
     databases.name = QStringLiteral("databases");
     databases.synopsis = QStringLiteral("databases --server NAME --user NAME [--password-stdin]");
     databases.summary = QStringLiteral("List the catalogue's company databases with their type");
@@ -59,7 +59,7 @@ QList<CommandSpec> buildCommands()
     };
     list << databases;
 
-    CommandSpec tree;
+    CommandDef tree;
     tree.name = QStringLiteral("tree");
     tree.synopsis = QStringLiteral("tree --server NAME --user NAME --database NAME [--depth N] [--password-stdin]");
     tree.summary = QStringLiteral("Show a database's folder tree with folder ids");
@@ -78,7 +78,7 @@ QList<CommandSpec> buildCommands()
     };
     list << tree;
 
-    CommandSpec exportCommand;
+    CommandDef exportCommand;
     exportCommand.name = QStringLiteral("export");
     exportCommand.synopsis = QStringLiteral(
         "export --server NAME --user NAME --database NAME (--folder PATH ... | --all) --dest DIR\n"
@@ -115,7 +115,7 @@ QList<CommandSpec> buildCommands()
     };
     list << exportCommand;
 
-    CommandSpec demoCommand;
+    CommandDef demoCommand;
     demoCommand.name = QStringLiteral("demo");
     demoCommand.synopsis = QStringLiteral("demo DIR");
     demoCommand.summary = QStringLiteral("Write the demo repository into a directory");
@@ -133,9 +133,9 @@ QList<CommandSpec> buildCommands()
     return list;
 }
 
-CommandSpec buildTool()
+CommandDef buildTool()
 {
-    CommandSpec tool;
+    CommandDef tool;
     tool.synopsis = QStringLiteral("<command> [options]");
     tool.description = QStringLiteral(
         "Exports folders and documents from a document repository held in SQL Server onto disk.\n"
@@ -151,9 +151,9 @@ CommandSpec buildTool()
     return tool;
 }
 
-const OptionSpec *findOption(const CommandSpec &spec, const QString &name)
+const OptionDef *findOption(const CommandDef &def, const QString &name)
 {
-    for (const OptionSpec &o : spec.options) {
+    for (const OptionDef &o : def.options) {
         if (o.name == name || (!o.shortName.isEmpty() && o.shortName == name))
             return &o;
     }
@@ -166,11 +166,11 @@ QString tryHelp(const QString &command)
         + QStringLiteral(" --help' for more information.");
 }
 
-QString formatOptions(const QList<OptionSpec> &options)
+QString formatOptions(const QList<OptionDef> &options)
 {
     QStringList left;
     int width = 0;
-    for (const OptionSpec &o : options) {
+    for (const OptionDef &o : options) {
         QString text = o.shortName.isEmpty() ? QStringLiteral("    ") : o.shortName + QStringLiteral(", ");
         text += o.name;
         if (!o.valueName.isEmpty())
@@ -191,24 +191,24 @@ QString formatOptions(const QList<OptionSpec> &options)
 
 } // namespace
 
-const QList<CommandSpec> &commands()
+const QList<CommandDef> &commands()
 {
-    static const QList<CommandSpec> list = buildCommands();
+    static const QList<CommandDef> list = buildCommands();
     return list;
 }
 
-const CommandSpec *findCommand(const QString &name)
+const CommandDef *findCommand(const QString &name)
 {
-    for (const CommandSpec &c : commands()) {
+    for (const CommandDef &c : commands()) {
         if (c.name == name)
             return &c;
     }
     return nullptr;
 }
 
-const CommandSpec &toolSpec()
+const CommandDef &toolSpec()
 {
-    static const CommandSpec tool = buildTool();
+    static const CommandDef tool = buildTool();
     return tool;
 }
 
@@ -228,7 +228,7 @@ ParseResult parseArguments(const QStringList &args)
 {
     ParseResult result;
     Parsed &p = result.parsed;
-    const CommandSpec *spec = &toolSpec();
+    const CommandDef *def = &toolSpec();
     bool optionsEnded = false;
 
     auto fail = [&](const QString &message) {
@@ -241,25 +241,25 @@ ParseResult parseArguments(const QStringList &args)
         const bool isOption = !optionsEnded && arg.startsWith(QLatin1Char('-')) && arg != QLatin1String("-");
 
         if (!isOption) {
-            if (p.command.isEmpty() && spec == &toolSpec()) {
+            if (p.command.isEmpty() && def == &toolSpec()) {
                 if (arg == QLatin1String("help")) {
                     // "parcelwise help export" reads as "parcelwise export --help".
                     p.help = true;
                     if (i + 1 < args.size()) {
-                        const CommandSpec *named = findCommand(args[i + 1]);
+                        const CommandDef *named = findCommand(args[i + 1]);
                         if (!named)
                             return fail(QStringLiteral("unknown command '") + args[i + 1] + QLatin1Char('\''));
                         p.command = named->name;
                     }
                     return result;
                 }
-                spec = findCommand(arg);
-                if (!spec)
+                def = findCommand(arg);
+                if (!def)
                     return fail(QStringLiteral("unknown command '") + arg + QLatin1Char('\''));
                 p.command = arg;
                 continue;
             }
-            if (spec->positionalName.isEmpty() || !p.positionals.isEmpty())
+            if (def->positionalName.isEmpty() || !p.positionals.isEmpty())
                 return fail(QStringLiteral("unexpected argument '") + arg + QLatin1Char('\''));
             p.positionals << arg;
             continue;
@@ -284,7 +284,7 @@ ParseResult parseArguments(const QStringList &args)
             return fail(QStringLiteral("a password is never taken from the command line; use --password-stdin "
                                        "or the environment variable PARCELWISE_PASSWORD"));
 
-        const OptionSpec *o = findOption(*spec, name);
+        const OptionDef *o = findOption(*def, name);
         if (!o)
             return fail(QStringLiteral("unknown option '") + name + QLatin1Char('\''));
 
@@ -321,33 +321,33 @@ ParseResult parseArguments(const QStringList &args)
 
     if (p.help || p.version)
         return result;
-    if (!p.command.isEmpty() && !spec->positionalName.isEmpty() && p.positionals.isEmpty())
-        return fail(QStringLiteral("missing ") + spec->positionalName);
+    if (!p.command.isEmpty() && !def->positionalName.isEmpty() && p.positionals.isEmpty())
+        return fail(QStringLiteral("missing ") + def->positionalName);
     return result;
 }
 
-QString helpText(const CommandSpec &spec)
+QString helpText(const CommandDef &def)
 {
     QString text;
-    if (spec.name.isEmpty()) {
-        text += QStringLiteral("Usage: parcelwise ") + spec.synopsis + QLatin1Char('\n');
+    if (def.name.isEmpty()) {
+        text += QStringLiteral("Usage: parcelwise ") + def.synopsis + QLatin1Char('\n');
         text += QStringLiteral("       parcelwise [--server NAME] (no command: open the window, the server box filled)\n\n");
-        text += spec.description + QStringLiteral("\n\nCommands:\n");
+        text += def.description + QStringLiteral("\n\nCommands:\n");
         int width = 0;
-        for (const CommandSpec &c : commands())
+        for (const CommandDef &c : commands())
             width = qMax(width, int(c.name.size()));
-        for (const CommandSpec &c : commands())
+        for (const CommandDef &c : commands())
             text += QStringLiteral("  ") + c.name.leftJustified(width) + QStringLiteral("  ") + c.summary + QLatin1Char('\n');
-        text += QStringLiteral("\nOptions:\n") + formatOptions(spec.options);
+        text += QStringLiteral("\nOptions:\n") + formatOptions(def.options);
     } else {
-        text += QStringLiteral("Usage: parcelwise ") + spec.synopsis + QStringLiteral("\n\n");
-        text += spec.description + QStringLiteral("\n\n");
-        if (!spec.positionalName.isEmpty())
-            text += QStringLiteral("Arguments:\n  ") + spec.positionalName
+        text += QStringLiteral("Usage: parcelwise ") + def.synopsis + QStringLiteral("\n\n");
+        text += def.description + QStringLiteral("\n\n");
+        if (!def.positionalName.isEmpty())
+            text += QStringLiteral("Arguments:\n  ") + def.positionalName
                 + QStringLiteral("  Directory to write into (created when missing)\n\n");
-        text += QStringLiteral("Options:\n") + formatOptions(spec.options);
+        text += QStringLiteral("Options:\n") + formatOptions(def.options);
     }
-    if (spec.name != QLatin1String("demo")) {
+    if (def.name != QLatin1String("demo")) {
         text += QStringLiteral(
             "\nPassword:\n"
             "  Give it on standard input with --password-stdin (one line, its line end removed), or\n"
@@ -364,9 +364,9 @@ QString helpText(const CommandSpec &spec)
         "  1  some items could not be exported; they are listed in the export log\n"
         "  2  usage, sign-in or database error\n");
     text += QStringLiteral("\nExamples:\n");
-    for (const QString &example : spec.examples)
+    for (const QString &example : def.examples)
         text += QStringLiteral("  ") + example + QLatin1Char('\n');
-    if (spec.name.isEmpty())
+    if (def.name.isEmpty())
         text += QStringLiteral("\nRun 'parcelwise <command> --help' for the options of a command.\n");
     return text;
 }

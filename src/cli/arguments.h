@@ -8,7 +8,7 @@
 
 namespace cli {
 
-struct OptionSpec {
+struct OptionDef {
     QString name;      // "--dest"
     QString shortName; // "-h" or ""
     QString valueName; // "DIR"; "" for a switch
@@ -16,19 +16,19 @@ struct OptionSpec {
     bool repeatable = false;
 };
 
-struct CommandSpec {
+struct CommandDef {
     QString name;        // "" for the tool itself
     QString synopsis;    // usage line after "parcelwise"
     QString summary;     // one line, for the command list
     QString description; // paragraphs
     QString positionalName; // "DIR" when the command takes one positional argument
-    QList<OptionSpec> options;
+    QList<OptionDef> options;
     QStringList examples;
 };
 
-const QList<CommandSpec> &commands();
-const CommandSpec *findCommand(const QString &name);
-const CommandSpec &toolSpec();
+const QList<CommandDef> &commands();
+const CommandDef *findCommand(const QString &name);
+const CommandDef &toolSpec();
 
 struct Parsed {
     QString command;                  // "" when none was given
@@ -53,7 +53,7 @@ ParseResult parseArguments(const QStringList &args);
 // True when the first argument means the command line rather than the window.
 bool looksLikeCommandLine(const QStringList &args);
 
-QString helpText(const CommandSpec &spec);
+QString helpText(const CommandDef &def);
 QString versionText();
 
 } // namespace cli

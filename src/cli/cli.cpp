@@ -219,6 +219,14 @@ int runDatabases(const Parsed &p)
 
 // --- tree ----------------------------------------------------------------------------------
 
+// The sign-in values, the database list, then the database of --database.
+bool signInTo(const Parsed &p, Session &session)
+{
+    SignInValues values;
+    return readSignIn(p, &values) && session.fillDatabaseList(values.server, values.user, values.password)
+        && session.openDatabase(p.value(QStringLiteral("--database")));
+}
+
 bool clickDown(Session &session, FolderTree::Node *node, int levels)
 {
     if (levels <= 0)
@@ -252,12 +260,8 @@ int runTree(const Parsed &p)
                                   + p.value(QStringLiteral("--depth")) + QLatin1Char('\''),
                               p.command);
     }
-    SignInValues values;
-    if (!readSignIn(p, &values))
-        return ExitError;
     Session session;
-    if (!session.fillDatabaseList(values.server, values.user, values.password)
-        || !session.openDatabase(p.value(QStringLiteral("--database"))))
+    if (!signInTo(p, session))
         return ExitError;
 
     FolderTree::Node *root = session.root();
@@ -385,12 +389,8 @@ int runExport(const Parsed &p)
     const bool progress = p.has(QStringLiteral("--progress"))
         || (!p.has(QStringLiteral("--no-progress")) && stderrIsTerminal());
 
-    SignInValues values;
-    if (!readSignIn(p, &values))
-        return ExitError;
     Session session;
-    if (!session.fillDatabaseList(values.server, values.user, values.password)
-        || !session.openDatabase(p.value(QStringLiteral("--database"))))
+    if (!signInTo(p, session))
         return ExitError;
 
     // Every path is resolved and ticked before anything is written: a typo must not leave half
@@ -487,9 +487,9 @@ int dispatch(const QStringList &args)
         writeOut(versionText());
         return ExitDone;
     }
-    const CommandSpec *spec = p.command.isEmpty() ? &toolSpec() : findCommand(p.command);
+    const CommandDef *def = p.command.isEmpty() ? &toolSpec() : findCommand(p.command);
     if (p.help) {
-        writeOut(helpText(*spec));
+        writeOut(helpText(*def));
         return ExitDone;
     }
     if (p.command.isEmpty())

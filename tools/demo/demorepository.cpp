@@ -40,7 +40,7 @@ struct FolderSpec {
     Lifecycle lifecycle;
 };
 
-struct DocumentSpec {
+struct DocumentRow {
     qint64 id;
     qint64 folder;
     const char *fileName;
@@ -91,7 +91,7 @@ const FolderSpec kAcmeFolders[] = {
     {38, 1, "Old Branch", "SITE", 0, A},
 };
 
-const DocumentSpec kAcmeDocuments[] = {
+const DocumentRow kAcmeDocuments[] = {
     {1001, 2, "ab-slash.txt", "Slash folder note", Kind::Text, L},
     {1002, 3, "ab-colon.txt", "Colon folder note", Kind::Text, L},
     {1003, 4, "policy.pdf", "Admin policy", Kind::Pdf, L},
@@ -164,7 +164,7 @@ const FolderSpec kGlobexFolders[] = {
     {4, 3, "Tickets", "FOLDER", 3, L},
 };
 
-const DocumentSpec kGlobexDocuments[] = {
+const DocumentRow kGlobexDocuments[] = {
     {1001, 2, "pitch.pdf", "Sales pitch", Kind::Pdf, L},
     {1002, 3, "faq.txt", "Support FAQ", Kind::Text, L},
     {1003, 4, "tickets.csv", "Open tickets", Kind::Csv, L},
@@ -211,24 +211,24 @@ QByteArray contentOf(const QString &company, qint64 id, const QString &title, co
     return {};
 }
 
-Document makeDocument(const QString &company, const DocumentSpec &spec)
+Document makeDocument(const QString &company, const DocumentRow &row)
 {
     Document d;
-    d.recId = spec.id;
-    d.folder = spec.folder;
-    d.fileName = QString::fromUtf8(spec.fileName);
+    d.recId = row.id;
+    d.folder = row.folder;
+    d.fileName = QString::fromUtf8(row.fileName);
     // A plain "" would read back as a null QString, which the driver stores as NULL.
-    d.description = spec.description ? QString::fromUtf8(spec.description) : longTitle();
+    d.description = row.description ? QString::fromUtf8(row.description) : longTitle();
     if (d.description.isNull())
         d.description = QLatin1String("");
-    d.lifecycle = spec.lifecycle;
-    d.data = contentOf(company, spec.id, d.description, d.fileName, spec.kind);
+    d.lifecycle = row.lifecycle;
+    d.data = contentOf(company, row.id, d.description, d.fileName, row.kind);
 
     // Ordinary documents carry both dates, spread over a few years; the cases below override them.
-    const QDate actual = QDate(2013, 1, 7).addDays((spec.id * 37) % 1400);
-    d.actualDate = dateText(actual, 9 + spec.id % 8, (spec.id * 7) % 60, (spec.id * 13) % 60, 0);
-    d.uploadedDate = dateText(actual.addDays(1 + spec.id % 5), 10, 15, 30, 0);
-    switch (spec.id) {
+    const QDate actual = QDate(2013, 1, 7).addDays((row.id * 37) % 1400);
+    d.actualDate = dateText(actual, 9 + row.id % 8, (row.id * 7) % 60, (row.id * 13) % 60, 0);
+    d.uploadedDate = dateText(actual.addDays(1 + row.id % 5), 10, 15, 30, 0);
+    switch (row.id) {
     case 1007:
         d.actualDate = QStringLiteral("2016-03-05 14:07:09.250");
         d.uploadedDate = QStringLiteral("2016-03-06 08:00:00.000");
@@ -255,17 +255,17 @@ Document makeDocument(const QString &company, const DocumentSpec &spec)
     return d;
 }
 
-Folder makeFolder(const FolderSpec &spec)
+Folder makeFolder(const FolderSpec &row)
 {
     Folder f;
-    f.recId = spec.id;
-    f.parent = spec.parent;
-    f.name = QString::fromUtf8(spec.name);
-    f.type = QString::fromLatin1(spec.type);
-    f.icon = spec.icon;
+    f.recId = row.id;
+    f.parent = row.parent;
+    f.name = QString::fromUtf8(row.name);
+    f.type = QString::fromLatin1(row.type);
+    f.icon = row.icon;
     f.isAdmin = f.type == QLatin1String("ADMIN");
-    f.lifecycle = spec.lifecycle;
-    f.timeStamp = dateText(QDate(2017, 1, 2).addDays(spec.id), 6, int(spec.id % 60), 0, 0);
+    f.lifecycle = row.lifecycle;
+    f.timeStamp = dateText(QDate(2017, 1, 2).addDays(row.id), 6, int(row.id % 60), 0, 0);
     return f;
 }
 
@@ -287,18 +287,18 @@ bool writeDatabase(const QString &dir, const QString &name, const Filler &fill, 
 
 template <size_t NF, size_t ND>
 bool fillCompany(SqliteFile &db, const QString &company, const FolderSpec (&folders)[NF],
-                 const DocumentSpec (&documents)[ND], QString *error)
+                 const DocumentRow (&documents)[ND], QString *error)
 {
     if (!createCompanyTables(db, error))
         return false;
     {
         CompanyWriter writer(db);
-        for (const FolderSpec &spec : folders) {
-            if (!writer.addFolder(makeFolder(spec), error))
+        for (const FolderSpec &row : folders) {
+            if (!writer.addFolder(makeFolder(row), error))
                 return false;
         }
-        for (const DocumentSpec &spec : documents) {
-            if (!writer.addDocument(makeDocument(company, spec), error))
+        for (const DocumentRow &row : documents) {
+            if (!writer.addDocument(makeDocument(company, row), error))
                 return false;
         }
     }
@@ -306,15 +306,15 @@ bool fillCompany(SqliteFile &db, const QString &company, const FolderSpec (&fold
 }
 
 template <size_t ND>
-bool fillArchive(SqliteFile &db, const QString &company, const DocumentSpec (&documents)[ND], QString *error)
+bool fillArchive(SqliteFile &db, const QString &company, const DocumentRow (&documents)[ND], QString *error)
 {
     if (!createArchiveTables(db, error))
         return false;
     ArchiveWriter writer(db);
-    for (const DocumentSpec &spec : documents) {
-        if (spec.lifecycle != A || spec.id == kMissingBytes)
+    for (const DocumentRow &row : documents) {
+        if (row.lifecycle != A || row.id == kMissingBytes)
             continue;
-        if (!writer.addBytes(spec.id, makeDocument(company, spec).data, error))
+        if (!writer.addBytes(row.id, makeDocument(company, row).data, error))
             return false;
     }
     return true;
