@@ -663,87 +663,95 @@ AdaptedStatement adaptTSqlForSqlite(const QString &tsql)
 
 ParameterizedStatement parameterizeTSql(const QString &tsql)
 {
+    // Runs once for every statement sent, the long date statement included, so it scans without
+    // building anything and copies only around the numbers it takes out.
     ParameterizedStatement result;
+    const QChar *s = tsql.constData();
     const qsizetype n = tsql.size();
-    QString &out = result.text;
-    out.reserve(n + 8);
-    bool afterEquals = false; // "=" seen, then only blanks and "("
-    qsizetype i = 0;
-    // Copies a quoted run that ends at `close`, where a doubled `close` stands for itself.
-    auto copyQuoted = [&](QChar close) {
-        const qsizetype start = i++;
-        while (i < n) {
-            if (tsql.at(i) == close) {
-                if (i + 1 < n && tsql.at(i + 1) == close) {
-                    i += 2;
+    const auto digit = [](QChar c) { return c >= u'0' && c <= u'9'; };
+    const auto wordPart = [](QChar c) {
+        const char16_t u = c.unicode();
+        if (u < 128)
+            return (u >= u'a' && u <= u'z') || (u >= u'A' && u <= u'Z') || (u >= u'0' && u <= u'9') || u == u'_'
+                || u == u'@' || u == u'#' || u == u'$';
+        return isWordPart(c);
+    };
+    const auto wordStart = [](QChar c) {
+        const char16_t u = c.unicode();
+        if (u < 128)
+            return (u >= u'a' && u <= u'z') || (u >= u'A' && u <= u'Z') || u == u'_' || u == u'@' || u == u'#';
+        return isWordStart(c);
+    };
+    const auto space = [](QChar c) { return c == u' ' || (c.unicode() < 128 ? (c >= u'\t' && c <= u'\r') : c.isSpace()); };
+    // Moves i past a quoted run that ends at `close`, where a doubled `close` stands for itself.
+    const auto skipQuoted = [&](qsizetype i, QChar close) {
+        for (++i; i < n; ++i) {
+            if (s[i] == close) {
+                if (i + 1 < n && s[i + 1] == close) {
+                    ++i;
                     continue;
                 }
-                ++i;
-                break;
+                return i + 1;
             }
-            ++i;
         }
-        out += QStringView(tsql).mid(start, i - start);
+        return n;
     };
+
+    qsizetype copied = 0; // tsql[0, copied) is in result.text already
+    bool afterEquals = false; // "=" seen, then only blanks and "("
+    qsizetype i = 0;
     while (i < n) {
-        const QChar c = tsql.at(i);
+        const QChar c = s[i];
         if (c == u'?')
             return {tsql, {}}; // placeholders of its own: leave the statement alone
-        if (c == u'\'') {
-            copyQuoted(u'\'');
+        if (c == u'\'' || c == u'"' || c == u'[') {
+            i = skipQuoted(i, c == u'[' ? QChar(u']') : c);
             afterEquals = false;
-        } else if (c == u'"') {
-            copyQuoted(u'"');
-            afterEquals = false;
-        } else if (c == u'[') {
-            copyQuoted(u']');
-            afterEquals = false;
-        } else if (c == u'-' && i + 1 < n && tsql.at(i + 1) == u'-') {
-            const qsizetype start = i;
-            while (i < n && tsql.at(i) != u'\n')
+        } else if (c == u'-' && i + 1 < n && s[i + 1] == u'-') {
+            while (i < n && s[i] != u'\n')
                 ++i;
-            out += QStringView(tsql).mid(start, i - start);
-        } else if (c == u'/' && i + 1 < n && tsql.at(i + 1) == u'*') {
+        } else if (c == u'/' && i + 1 < n && s[i + 1] == u'*') {
             const qsizetype end = tsql.indexOf(QStringLiteral("*/"), i + 2);
-            const qsizetype stop = end < 0 ? n : end + 2;
-            out += QStringView(tsql).mid(i, stop - i);
-            i = stop;
-        } else if (c.isDigit() && afterEquals) {
+            i = end < 0 ? n : end + 2;
+        } else if (digit(c) && afterEquals) {
             qsizetype j = i;
-            while (j < n && tsql.at(j).isDigit())
+            while (j < n && digit(s[j]))
                 ++j;
             // Only a plain whole number that ends the operand: "5.0", "5e3", "0x1F" or "5 + x"
             // stay as written, so the adapter sees them exactly as before.
             qsizetype k = j;
-            while (k < n && tsql.at(k).isSpace())
+            while (k < n && space(s[k]))
                 ++k;
-            const bool joined = j < n && (isWordPart(tsql.at(j)) || tsql.at(j) == u'.');
-            const bool ends = k == n || tsql.at(k) == u')' || tsql.at(k) == u';' || (k > j && isWordStart(tsql.at(k)));
+            const bool joined = j < n && (wordPart(s[j]) || s[j] == u'.');
+            const bool ends = k == n || s[k] == u')' || s[k] == u';' || (k > j && wordStart(s[k]));
             bool ok = false;
-            const qint64 value = j - i <= 18 ? QStringView(tsql).mid(i, j - i).toLongLong(&ok) : 0;
+            const qint64 value = j - i <= 18 ? QStringView(s + i, j - i).toLongLong(&ok) : 0;
             if (!joined && ends && ok) {
+                if (result.text.isEmpty())
+                    result.text.reserve(n + 8);
+                result.text.append(s + copied, i - copied);
                 result.values.append(value);
-                out += u'?' + QString::number(result.values.size());
-            } else {
-                out += QStringView(tsql).mid(i, j - i);
+                result.text += u'?' + QString::number(result.values.size());
+                copied = j;
             }
             i = j;
             afterEquals = false;
-        } else if (isWordPart(c)) {
-            const qsizetype start = i;
-            while (i < n && isWordPart(tsql.at(i)))
+        } else if (wordPart(c)) {
+            while (i < n && wordPart(s[i]))
                 ++i;
-            out += QStringView(tsql).mid(start, i - start);
             afterEquals = false;
         } else {
-            out += c;
             ++i;
             if (c == u'=')
                 afterEquals = true;
-            else if (!c.isSpace() && c != u'(')
+            else if (!space(c) && c != u'(')
                 afterEquals = false;
         }
     }
+    if (result.values.isEmpty())
+        result.text = tsql;
+    else
+        result.text.append(s + copied, n - copied);
     return result;
 }
 
