@@ -1,0 +1,251 @@
+#!/usr/bin/env bash
+# Export throughput, tree loading and memory of Parcelwise on one large embedded repository, each
+# set against what the same machine does at best, in one run:
+#   1. `parcelwise export --all` against the floor no exporter can beat: the sqlite3 shell writing
+#      the same documents' bytes to files with writefile(); and against `cp -a` of the tree the
+#      export wrote (the disk's own speed for those files and directories). Live and archive.
+#   2. A click on the folder with 10,000 children, live and archive (bench_tree_load).
+#   3. The export's peak resident memory against its largest document.
+# Every figure is the median of RUNS runs. Nothing here asserts a time: the table says PASS or MISS.
+#
+# Environment (all optional):
+#   BENCH_DIR   work folder (default /tmp/parcelwise-bench); the repository is generated into
+#               BENCH_DIR/repo once and reused while the generator and GEN_ARGS stay the same
+#   BUILD_DIR   build tree (default <checkout>/build; configured if missing)
+#   RUNS        runs per export figure (default 5)    TREE_RUNS  clicks per database (default 5)
+#   GEN_ARGS    extra arguments for gen_large_repository (default: its own defaults)
+#   KEEP=1      keep the written trees (they are deleted at the end otherwise)
+set -euo pipefail
+
+checkout="$(cd "$(dirname "$0")/.." && pwd)"
+BENCH_DIR="${BENCH_DIR:-/tmp/parcelwise-bench}"
+BUILD_DIR="${BUILD_DIR:-$checkout/build}"
+RUNS="${RUNS:-5}"
+TREE_RUNS="${TREE_RUNS:-5}"
+GEN_ARGS="${GEN_ARGS:-}"
+KEEP="${KEEP:-0}"
+LIVE=BigCorp
+ARCHIVE=BigCorpArchive
+
+die() { echo "run.sh: $*" >&2; exit 1; }
+note() { echo "== $*" >&2; }
+[[ "$RUNS" =~ ^[1-9][0-9]?$ ]] || die "RUNS must be a whole number from 1 to 99, not '$RUNS'"
+[[ "$TREE_RUNS" =~ ^[1-9][0-9]?$ ]] || die "TREE_RUNS must be a whole number from 1 to 99, not '$TREE_RUNS'"
+
+# --- Tools ---------------------------------------------------------------------------------
+install_packages() {
+    local sudo=""
+    [ "$(id -u)" -eq 0 ] || sudo="sudo"
+    note "installing $*"
+    $sudo apt-get update -qq && DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "$@" >/dev/null
+}
+missing=()
+[ -x /usr/bin/time ] || missing+=(time)
+command -v sqlite3 >/dev/null || missing+=(sqlite3)
+((${#missing[@]} == 0)) || install_packages "${missing[@]}"
+[ -x /usr/bin/time ] || die "/usr/bin/time is needed (Debian package 'time')"
+command -v sqlite3 >/dev/null || die "the sqlite3 shell is needed (Debian package 'sqlite3')"
+sqlite3 :memory: "select writefile('/dev/null', x'00');" >/dev/null 2>&1 \
+    || die "this sqlite3 shell has no writefile()"
+
+# --- Build ---------------------------------------------------------------------------------
+if [ ! -f "$BUILD_DIR/CMakeCache.txt" ]; then
+    note "configuring $BUILD_DIR"
+    cmake -S "$checkout" -B "$BUILD_DIR" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+fi
+note "building parcelwise, gen_large_repository, bench_tree_load"
+cmake --build "$BUILD_DIR" -j"$(nproc)" --target parcelwise gen_large_repository bench_tree_load >/dev/null
+exe="$BUILD_DIR/parcelwise"
+gen="$BUILD_DIR/bench/gen_large_repository"
+tree="$BUILD_DIR/bench/bench_tree_load"
+
+# --- Repository ----------------------------------------------------------------------------
+mkdir -p "$BENCH_DIR"
+BENCH_DIR="$(cd "$BENCH_DIR" && pwd)"
+repo="$BENCH_DIR/repo"
+stamp="args=$GEN_ARGS; generator=$(sha256sum "$checkout/bench/gen_large_repository.cpp" | cut -c1-16)"
+if [ -f "$repo/server.ini" ] && [ "$(cat "$repo/.params" 2>/dev/null)" = "$stamp" ]; then
+    note "reusing the repository in $repo"
+else
+    note "generating the repository into $repo"
+    rm -f "$repo/.params"
+    # shellcheck disable=SC2086
+    "$gen" "$repo" $GEN_ARGS >"$BENCH_DIR/generate.log" || { cat "$BENCH_DIR/generate.log" >&2; die "generation failed"; }
+    echo "$stamp" >"$repo/.params"
+fi
+live_db="$repo/$LIVE.sqlite"
+archive_db="$repo/$ARCHIVE.sqlite"
+
+# The documents each export writes: live documents of the live database; the archive export
+# writes the archived documents whose bytes the archive database holds.
+live_set="from zar_file a, zar_fileLive b where a.rec_id = b.rec_id"
+archive_set="from ZAR_FileArchived b, arc.zar_FileArchive c where b.rec_id = c.FileID"
+attach="ATTACH '$archive_db' AS arc;"
+IFS='|' read -r live_docs live_bytes live_largest < <(sqlite3 -readonly "$live_db" \
+    "select count(*), sum(length(a.file_data)), max(length(a.file_data)) $live_set;")
+IFS='|' read -r arc_docs arc_bytes arc_largest < <(sqlite3 -readonly "$live_db" \
+    "$attach select count(*), sum(length(c.FileData)), max(length(c.FileData)) $archive_set;")
+
+# Written trees stay until the end: on ext4 without a journal (as here) a new inode skips every
+# inode freed in the last half minute, so deleting 25,000 files between steps made the next step
+# pay for the deletion. Each timed step writes into a fresh folder instead.
+per_run=$(((live_bytes + arc_bytes) * 3 / 1024 / 1024 + 300)) # floor, export, copy; plus directories
+need_mib=$((per_run * (RUNS + 1) + 1024))
+free_mib=$(df -Pm "$BENCH_DIR" | awk 'NR == 2 { print $4 }')
+((free_mib > need_mib)) || die "needs about $need_mib MiB free in $BENCH_DIR, has $free_mib MiB: lower RUNS or set BENCH_DIR"
+work="$BENCH_DIR/work"
+rm -rf "$work"
+mkdir -p "$work/logs"
+cleanup() { [ "$KEEP" = 1 ] || rm -rf "$work"; }
+trap cleanup EXIT
+
+export PARCELWISE_PASSWORD="" # the generated server's login "demo" has an empty password
+
+# --- Machine -------------------------------------------------------------------------------
+cpu=$(awk -F': *' '/^model name/ { print $2; exit }' /proc/cpuinfo)
+mem_gib=$(awk '/^MemTotal/ { printf "%.1f", $2 / 1048576 }' /proc/meminfo)
+fs=$(df -PT "$BENCH_DIR" | awk 'NR == 2 { print $2 }')
+disk_free=$(df -Ph "$BENCH_DIR" | awk 'NR == 2 { print $4 }')
+load_before=$(cut -d' ' -f1-3 /proc/loadavg)
+
+# --- Timed steps ---------------------------------------------------------------------------
+now_ms() { echo $(($(date +%s%N) / 1000000)); }
+# Runs a step after writing out what earlier steps left dirty, so no step pays for another's
+# writes; prints "milliseconds peak-KiB" and leaves the step's stderr in $work/step.err.
+timed() {
+    sync
+    local start end
+    start=$(now_ms)
+    /usr/bin/time -f '%M' -o "$work/step.rss" "$@" >"$work/step.out" 2>"$work/step.err" || {
+        cat "$work/step.err" >&2
+        die "failed: $*"
+    }
+    end=$(now_ms)
+    echo "$((end - start)) $(tail -n 1 "$work/step.rss")"
+}
+floor() { # db-setup set column id-column dir
+    mkdir "$5"
+    timed sqlite3 -readonly "$live_db" "$1 select count(*), sum(writefile('$5/' || $4, $3)) $2;"
+    local got
+    got=$(tail -n 1 "$work/step.out")
+    echo "$got" >"$5.count"
+}
+export_to() { # database dir
+    mkdir "$2"
+    timed "$exe" export --server "$repo" --user demo --database "$1" --all --dest "$2" \
+        --log-dir "$work/logs" --no-progress
+    grep -o 'Exported .*' "$work/step.err" | tail -n 1 >"$2.summary"
+}
+copy_of() { # from to
+    timed cp -a "$1" "$2"
+}
+# The export must write exactly the documents the floor wrote, or the ratio means nothing.
+check_same_set() { # floor-dir export-dir
+    local floor_docs floor_bytes summary
+    IFS='|' read -r floor_docs floor_bytes <"$1.count"
+    summary=$(cat "$2.summary")
+    [[ "$summary" == *" $floor_docs documents, $floor_bytes bytes "* ]] \
+        || die "the export wrote something else than the floor ($floor_docs documents, $floor_bytes bytes): $summary"
+}
+
+declare -A t
+add() { t[$1]="${t[$1]:-} $2"; }
+step() { # name, command...
+    local name=$1 ms rss
+    shift
+    "$@" >"$work/step.result"
+    read -r ms rss <"$work/step.result"
+    add "$name.ms" "$ms"
+    add "$name.rss" "$rss"
+}
+
+note "warm-up: reading the databases, one floor and one export of each"
+cat "$live_db" "$archive_db" >/dev/null
+floor "" "$live_set" a.file_data a.rec_id "$work/warm-floor" >/dev/null
+export_to "$LIVE" "$work/warm-export" >/dev/null
+floor "$attach" "$archive_set" c.FileData c.FileID "$work/warm-floor-archive" >/dev/null
+export_to "$ARCHIVE" "$work/warm-export-archive" >/dev/null
+rm -rf "$work"/warm-*
+sync
+note "waiting 35 s so the warm-up's deleted files no longer slow the file system down"
+sleep 35
+
+for run in $(seq 1 "$RUNS"); do
+    note "run $run of $RUNS"
+    d="$work/run$run"
+    mkdir "$d"
+    step live.floor floor "" "$live_set" a.file_data a.rec_id "$d/floor"
+    step live.export export_to "$LIVE" "$d/export"
+    check_same_set "$d/floor" "$d/export"
+    step live.cp copy_of "$d/export" "$d/copy"
+    step arc.floor floor "$attach" "$archive_set" c.FileData c.FileID "$d/floor-archive"
+    step arc.export export_to "$ARCHIVE" "$d/export-archive"
+    check_same_set "$d/floor-archive" "$d/export-archive"
+    step arc.cp copy_of "$d/export-archive" "$d/copy-archive"
+done
+
+note "clicking the 10,000-child folder ($TREE_RUNS times per database)"
+"$tree" "$repo" --runs "$TREE_RUNS" --live "$LIVE" --archive "$ARCHIVE" >"$work/tree.out" 2>"$work/tree.err" || {
+    cat "$work/tree.err" >&2
+    die "bench_tree_load failed"
+}
+field() { # mode key
+    awk -v mode="$1" -v key="$2" '$1 == "RESULT" && $2 == mode {
+        for (i = 3; i <= NF; ++i) { split($i, kv, "="); if (kv[1] == key) print kv[2] } }' "$work/tree.out"
+}
+load_after=$(cut -d' ' -f1-3 /proc/loadavg)
+
+# --- Table ---------------------------------------------------------------------------------
+median() { tr ' ' '\n' <<<"$1" | awk 'NF' | sort -n | awk '{ v[NR] = $1 } END {
+    if (NR % 2) print v[(NR + 1) / 2]; else print (v[NR / 2] + v[NR / 2 + 1]) / 2 }'; }
+maximum() { tr ' ' '\n' <<<"$1" | awk 'NF' | sort -n | tail -n 1; }
+secs() { awk -v ms="$1" 'BEGIN { printf "%.2f s", ms / 1000 }'; }
+mib() { awk -v b="$1" 'BEGIN { printf "%.1f MiB", b / 1048576 }'; }
+ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", a / b }'; }
+verdict() { awk -v v="$1" -v limit="$2" 'BEGIN { print (v <= limit ? "PASS" : "MISS") }'; }
+runs_of() { tr ' ' '\n' <<<"$1" | awk 'NF' | paste -sd' '; }
+
+rows=()
+row() { rows+=("| $1 | $2 | $3 | $4 | $5 |"); }
+for kind in live arc; do
+    if [ "$kind" = live ]; then
+        label="Live ($LIVE)"; docs=$live_docs; bytes=$live_bytes; largest=$live_largest
+    else
+        label="Archive ($ARCHIVE)"; docs=$arc_docs; bytes=$arc_bytes; largest=$arc_largest
+    fi
+    e=$(median "${t[$kind.export.ms]}"); f=$(median "${t[$kind.floor.ms]}"); c=$(median "${t[$kind.cp.ms]}")
+    r=$(ratio "$e" "$f")
+    row "$label export --all: $docs documents, $(mib "$bytes")" "$(secs "$e")" \
+        "sqlite3 writefile() floor $(secs "$f")" "**$r×** (≤ 1.5×)" "$(verdict "$r" 1.5)"
+    row "$label export against cp -a of its tree" "$(secs "$e")" "cp -a $(secs "$c")" \
+        "$(ratio "$e" "$c")×" "—"
+    peak_kib=$(maximum "${t[$kind.export.rss]}")
+    limit=$((2 * largest + 64 * 1048576))
+    row "$label export peak resident memory (highest of the runs)" "$(mib $((peak_kib * 1024)))" \
+        "largest document $(mib "$largest")" "limit 2 × largest + 64 MiB = $(mib "$limit")" \
+        "$(verdict $((peak_kib * 1024)) "$limit")"
+done
+live_click=$(field live median_ms)
+arc_click=$(field archive median_ms)
+row "Click on \"Wide\", live: $(field live children) children" "$live_click ms" \
+    "its 1 statement alone $(field live statements_median_ms) ms" "≤ 1000 ms" "$(verdict "$live_click" 1000)"
+row "Click on \"Wide\", archive: $(field archive children) of its $(field live children) children shown" "$arc_click ms" \
+    "its $(field archive statements) statements alone $(field archive statements_median_ms) ms" "no target" "—"
+
+cat <<EOF
+
+Parcelwise benchmark, $(date -u '+%Y-%m-%d %H:%M UTC'), commit $(git -C "$checkout" rev-parse --short HEAD 2>/dev/null || echo unknown)
+Machine: $(nproc) CPUs ($cpu), $mem_gib GiB memory, $(uname -sr), $fs with $disk_free free at $BENCH_DIR
+Load average before/after: $load_before / $load_after
+Repository: $repo ($(du -sh "$repo" | cut -f1)); medians of $RUNS runs (exports) and $TREE_RUNS clicks, warm cache
+
+| Figure | Median | Compared with | Ratio / limit | Target |
+|---|---|---|---|---|
+$(printf '%s\n' "${rows[@]}")
+
+Every run (ms): live floor $(runs_of "${t[live.floor.ms]}"); live export $(runs_of "${t[live.export.ms]}"); live cp -a $(runs_of "${t[live.cp.ms]}")
+                archive floor $(runs_of "${t[arc.floor.ms]}"); archive export $(runs_of "${t[arc.export.ms]}"); archive cp -a $(runs_of "${t[arc.cp.ms]}")
+Peak resident memory (KiB): live $(runs_of "${t[live.export.rss]}"); archive $(runs_of "${t[arc.export.rss]}")
+Clicks (ms): live $(awk '/^RESULT live/ { print $0 }' "$work/tree.out" | cut -d' ' -f3-)
+             archive $(awk '/^RESULT archive/ { print $0 }' "$work/tree.out" | cut -d' ' -f3-)
+EOF
