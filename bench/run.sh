@@ -7,6 +7,7 @@
 #   2. A click on the folder with 10,000 children, live and archive (bench_tree_load).
 #   3. The export's peak resident memory against its largest document.
 # Every figure is the median of RUNS runs. Nothing here asserts a time: the table says PASS or MISS.
+# The table is also left in BENCH_DIR/results.txt.
 #
 # Environment (all optional):
 #   BENCH_DIR   work folder (default /tmp/parcelwise-bench); the repository is generated into
@@ -232,7 +233,7 @@ row "Click on \"Wide\", live: $(field live children) children" "$live_click ms" 
 row "Click on \"Wide\", archive: $(field archive children) of its $(field live children) children shown" "$arc_click ms" \
     "its $(field archive statements) statements alone $(field archive statements_median_ms) ms" "no target" "—"
 
-cat <<EOF
+tee "$BENCH_DIR/results.txt" <<EOF
 
 Parcelwise benchmark, $(date -u '+%Y-%m-%d %H:%M UTC'), commit $(git -C "$checkout" rev-parse --short HEAD 2>/dev/null || echo unknown)
 Machine: $(nproc) CPUs ($cpu), $mem_gib GiB memory, $(uname -sr), $fs with $disk_free free at $BENCH_DIR
