@@ -205,18 +205,10 @@ void Exporter::copySubFolders(const QString &key, const QString &parentPath, con
         auto logged = [&] { logFailure(source, childId, folderName, storedLocation, kFolderLine); };
 
         if (archive) {
-            const QString childText = QString::number(childId);
-            const QString probe =
-                QStringLiteral("select parent_rec_id from zar_folder_matrix ") + QStringLiteral(" Where parent_rec_id = ")
-                + childText + QStringLiteral(" and ")
-                + QStringLiteral(" child_rec_id in (select folder_rec_id from zar_file a, zar_fileArchived b,  ")
-                + archiveDb + QStringLiteral("..zar_FileArchive c")
-                + QStringLiteral(" where a.rec_id = b.rec_id and b.rec_id = c.fileid ) ") + QStringLiteral(" Union All ")
-                + QStringLiteral(" select folder_rec_id from zar_file a, zar_fileArchived b, ") + archiveDb
-                + QStringLiteral("..zar_FileArchive c ")
-                + QStringLiteral(" where a.rec_id = b.rec_id and b.rec_id = c.fileid and folder_rec_id = ") + childText;
             bool holdsArchived = false;
-            if (!HuntERR::resume(source, [&] { holdsArchived = cn.execute(probe).recordCount() >= 1; }))
+            if (!HuntERR::resume(source, [&] {
+                    holdsArchived = cn.execute(archivedBelowProbe(QString::number(childId), archiveDb)).recordCount() >= 1;
+                }))
                 logged();
             if (!holdsArchived) {
                 rs.moveNext();

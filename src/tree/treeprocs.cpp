@@ -94,6 +94,17 @@ FolderTree::Node *nodeAtIndex(FolderTree &tree, double index)
 
 } // namespace
 
+QString archivedBelowProbe(const QString &folderId, const QString &archiveDb)
+{
+    return QStringLiteral("select parent_rec_id from zar_folder_matrix ") + QStringLiteral(" Where parent_rec_id = ")
+           + folderId + QStringLiteral(" and ")
+           + QStringLiteral(" child_rec_id in (select folder_rec_id from zar_file a, zar_fileArchived b,  ") + archiveDb
+           + QStringLiteral("..zar_FileArchive c") + QStringLiteral(" where a.rec_id = b.rec_id and b.rec_id = c.fileid ) ")
+           + QStringLiteral(" Union All ") + QStringLiteral(" select folder_rec_id from zar_file a, zar_fileArchived b, ")
+           + archiveDb + QStringLiteral("..zar_FileArchive c ")
+           + QStringLiteral(" where a.rec_id = b.rec_id and b.rec_id = c.fileid and folder_rec_id = ") + folderId;
+}
+
 QChar pathSeparator()
 {
 #ifdef Q_OS_WIN
@@ -298,19 +309,7 @@ void TreeProcs::loadChildrenArchive(const QString &parentnode)
             bool shown = true;
             if (m_signIn.blnArchive) {
                 // Only folders that lead to archived documents are worth showing in an archive.
-                const QString &archiveDb = m_signIn.strSelectedDb;
-                const QString probe =
-                    QStringLiteral("select parent_rec_id from zar_folder_matrix ")
-                    + QStringLiteral(" Where parent_rec_id = ") + recId + QStringLiteral(" and ")
-                    + QStringLiteral(" child_rec_id in (select folder_rec_id from zar_file a, zar_fileArchived b,  ")
-                    + archiveDb + QStringLiteral("..zar_FileArchive c")
-                    + QStringLiteral(" where a.rec_id = b.rec_id and b.rec_id = c.fileid ) ")
-                    + QStringLiteral(" Union All ")
-                    + QStringLiteral(" select folder_rec_id from zar_file a, zar_fileArchived b, ")
-                    + archiveDb + QStringLiteral("..zar_FileArchive c ")
-                    + QStringLiteral(" where a.rec_id = b.rec_id and b.rec_id = c.fileid and folder_rec_id = ")
-                    + recId;
-                shown = cn.execute(probe).recordCount() >= 1;
+                shown = cn.execute(archivedBelowProbe(recId, m_signIn.strSelectedDb)).recordCount() >= 1;
             }
             if (shown) {
                 const bool archiveOrigin =
