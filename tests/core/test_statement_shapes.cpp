@@ -21,6 +21,15 @@ using suite::failure;
 
 namespace {
 
+QString cellText(const QVariant &v)
+{
+    if (v.isNull())
+        return QStringLiteral("NULL");
+    if (v.typeId() == QMetaType::QByteArray)
+        return QStringLiteral("%1 bytes %2").arg(v.toByteArray().size()).arg(qChecksum(v.toByteArray()));
+    return v.toString();
+}
+
 // Rows as text, one "a|b|c" line per row, blobs as their length and checksum.
 QStringList rowsOf(repo::RecordSet rs)
 {
@@ -28,13 +37,7 @@ QStringList rowsOf(repo::RecordSet rs)
     while (!rs.eof()) {
         QStringList cells;
         for (const QString &field : rs.fieldNames()) {
-            const QVariant v = rs.value(field);
-            if (v.isNull())
-                cells << QStringLiteral("NULL");
-            else if (v.typeId() == QMetaType::QByteArray)
-                cells << QStringLiteral("%1 bytes %2").arg(v.toByteArray().size()).arg(qChecksum(v.toByteArray()));
-            else
-                cells << v.toString();
+            cells << cellText(rs.value(field));
         }
         out << cells.join(u'|');
         rs.moveNext();
@@ -48,13 +51,7 @@ QStringList rowsOf(QSqlQuery &q)
     while (q.next()) {
         QStringList cells;
         for (int c = 0; c < q.record().count(); ++c) {
-            const QVariant v = q.value(c);
-            if (v.isNull())
-                cells << QStringLiteral("NULL");
-            else if (v.typeId() == QMetaType::QByteArray)
-                cells << QStringLiteral("%1 bytes %2").arg(v.toByteArray().size()).arg(qChecksum(v.toByteArray()));
-            else
-                cells << v.toString();
+            cells << cellText(q.value(c));
         }
         out << cells.join(u'|');
     }
