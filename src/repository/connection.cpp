@@ -2,6 +2,7 @@
 
 #include "repository/drivers.h"
 #include "repository/sqladapt.h"
+#include "repository/statementshapes.h"
 
 #include <QAtomicInt>
 #include <QDir>

@@ -1,186 +1,14 @@
 #include "repository/sqladapt.h"
 
+#include "repository/tsqllexer.h"
+
 #include <QRegularExpression>
 #include <QStringList>
 
 namespace repo {
 namespace {
 
-enum class Kind {
-    Space,  // blanks, line breaks and comments
-    Word,   // identifier or keyword
-    Quoted, // [name] or "name", already in SQLite's double-quoted form
-    String, // 'text' with '' inside
-    Number,
-    Dots,   // ".." of a three-part name
-    Dot,
-    Comma,
-    Open,
-    Close,
-    Plus,
-    Other, // every other operator or character
-};
-
-struct Token {
-    Kind kind;
-    QString text;
-};
-
-bool isWordStart(QChar c)
-{
-    return c.isLetter() || c == u'_' || c == u'@' || c == u'#';
-}
-
-bool isWordPart(QChar c)
-{
-    return c.isLetterOrNumber() || c == u'_' || c == u'@' || c == u'#' || c == u'$';
-}
-
-QList<Token> tokenize(const QString &s)
-{
-    QList<Token> out;
-    const qsizetype n = s.size();
-    qsizetype i = 0;
-    auto push = [&](Kind k, qsizetype from, qsizetype to) { out.append({k, s.mid(from, to - from)}); };
-    while (i < n) {
-        const QChar c = s.at(i);
-        const qsizetype start = i;
-        if (c.isSpace()) {
-            while (i < n && s.at(i).isSpace())
-                ++i;
-            push(Kind::Space, start, i);
-        } else if (c == u'-' && i + 1 < n && s.at(i + 1) == u'-') {
-            while (i < n && s.at(i) != u'\n')
-                ++i;
-            push(Kind::Space, start, i);
-        } else if (c == u'/' && i + 1 < n && s.at(i + 1) == u'*') {
-            const qsizetype end = s.indexOf(QStringLiteral("*/"), i + 2);
-            i = end < 0 ? n : end + 2;
-            push(Kind::Space, start, i);
-        } else if (c == u'\'') {
-            ++i;
-            while (i < n) {
-                if (s.at(i) == u'\'') {
-                    if (i + 1 < n && s.at(i + 1) == u'\'') {
-                        i += 2;
-                        continue;
-                    }
-                    ++i;
-                    break;
-                }
-                ++i;
-            }
-            push(Kind::String, start, i);
-        } else if ((c == u'N' || c == u'n') && i + 1 < n && s.at(i + 1) == u'\'') {
-            // N'...' is a Unicode literal in T-SQL; SQLite's literals are Unicode anyway.
-            ++i;
-            continue;
-        } else if (c == u'[') {
-            QString name;
-            ++i;
-            while (i < n) {
-                if (s.at(i) == u']') {
-                    if (i + 1 < n && s.at(i + 1) == u']') {
-                        name += u']';
-                        i += 2;
-                        continue;
-                    }
-                    ++i;
-                    break;
-                }
-                name += s.at(i++);
-            }
-            name.replace(u'"', QStringLiteral("\"\""));
-            out.append({Kind::Quoted, u'"' + name + u'"'});
-        } else if (c == u'"') {
-            ++i;
-            while (i < n) {
-                if (s.at(i) == u'"') {
-                    if (i + 1 < n && s.at(i + 1) == u'"') {
-                        i += 2;
-                        continue;
-                    }
-                    ++i;
-                    break;
-                }
-                ++i;
-            }
-            push(Kind::Quoted, start, i);
-        } else if (c.isDigit() || (c == u'.' && i + 1 < n && s.at(i + 1).isDigit())) {
-            while (i < n && (s.at(i).isLetterOrNumber() || s.at(i) == u'.'))
-                ++i;
-            push(Kind::Number, start, i);
-        } else if (isWordStart(c)) {
-            while (i < n && isWordPart(s.at(i)))
-                ++i;
-            push(Kind::Word, start, i);
-        } else if (c == u'.') {
-            if (i + 1 < n && s.at(i + 1) == u'.') {
-                i += 2;
-                push(Kind::Dots, start, i);
-            } else {
-                ++i;
-                push(Kind::Dot, start, i);
-            }
-        } else {
-            ++i;
-            Kind k = Kind::Other;
-            if (c == u',')
-                k = Kind::Comma;
-            else if (c == u'(')
-                k = Kind::Open;
-            else if (c == u')')
-                k = Kind::Close;
-            else if (c == u'+')
-                k = Kind::Plus;
-            push(k, start, i);
-        }
-    }
-    return out;
-}
-
-// A token, or a parenthesised group of nodes.
-struct Node {
-    Token tok;
-    bool group = false;
-    bool closed = false; // the group found its ")"
-    QList<Node> children;
-};
-
-QList<Node> parseNodes(const QList<Token> &toks, qsizetype &pos, int depth, bool *closed)
-{
-    QList<Node> out;
-    while (pos < toks.size()) {
-        const Token &t = toks.at(pos++);
-        if (t.kind == Kind::Open) {
-            Node g;
-            g.group = true;
-            g.tok = t;
-            g.children = parseNodes(toks, pos, depth + 1, &g.closed);
-            out.append(std::move(g));
-        } else if (t.kind == Kind::Close && depth > 0) {
-            *closed = true;
-            return out;
-        } else {
-            Node leaf;
-            leaf.tok = t;
-            if (t.kind == Kind::Close)
-                leaf.tok.kind = Kind::Other; // a stray ")": SQLite reports it
-            out.append(std::move(leaf));
-        }
-    }
-    *closed = false;
-    return out;
-}
-
-QString unquote(const Token &t)
-{
-    if (t.kind != Kind::Quoted)
-        return t.text;
-    QString s = t.text.mid(1, t.text.size() - 2);
-    s.replace(QStringLiteral("\"\""), QStringLiteral("\""));
-    return s;
-}
+using namespace tsql;
 
 bool isCharType(const QString &base)
 {
@@ -283,32 +111,6 @@ struct Emitted {
     bool isText = false; // the value is a character string
 };
 
-class Adapter {
-public:
-    QList<CrossDatabaseName> cross;
-
-    QString list(const QList<Node> &nodes);
-
-private:
-    Emitted call(const Node &name, const QString &between, const Node &group);
-    bool correlatedIn(const QList<Node> &nodes, qsizetype in, qsizetype *lhsStart, qsizetype *groupAt,
-                      QList<Node> *subquery) const;
-    QString group(const Node &g) { return u'(' + list(g.children) + (g.closed ? QStringLiteral(")") : QString()); }
-    static QList<QList<Node>> splitArgs(const QList<Node> &children);
-};
-
-QList<QList<Node>> Adapter::splitArgs(const QList<Node> &children)
-{
-    QList<QList<Node>> args(1);
-    for (const Node &n : children) {
-        if (!n.group && n.tok.kind == Kind::Comma)
-            args.append(QList<Node>());
-        else
-            args.last().append(n);
-    }
-    return args;
-}
-
 bool isKnownFunction(const QString &lname)
 {
     static const QStringList names = {QStringLiteral("convert"),   QStringLiteral("cast"),   QStringLiteral("datepart"),
@@ -319,72 +121,232 @@ bool isKnownFunction(const QString &lname)
     return names.contains(lname);
 }
 
+qsizetype skipSpaces(const QList<Node> &nodes, qsizetype i)
+{
+    while (i < nodes.size() && isSpace(nodes.at(i)))
+        ++i;
+    return i;
+}
+
+qsizetype skipSpacesBack(const QList<Node> &nodes, qsizetype i)
+{
+    while (i >= 0 && isSpace(nodes.at(i)))
+        --i;
+    return i;
+}
+
+bool isAnyWord(const Node &n, std::initializer_list<const char *> words)
+{
+    for (const char *w : words) {
+        if (isWord(n, w))
+            return true;
+    }
+    return false;
+}
+
+// "SELECT col FROM ...": one column, maybe qualified, of one SELECT without LIMIT. Returns the
+// index just past the column, or -1 when the subquery is of another form.
+qsizetype singleColumnEnd(const QList<Node> &inner)
+{
+    qsizetype k = skipSpaces(inner, 0);
+    if (k >= inner.size() || !isWord(inner.at(k), "select"))
+        return -1;
+    k = skipSpaces(inner, k + 1);
+    if (k >= inner.size() || !isName(inner.at(k)) || isAnyWord(inner.at(k), {"distinct", "all"}))
+        return -1;
+    ++k;
+    while (k + 1 < inner.size() && isKind(inner.at(k), Kind::Dot) && isName(inner.at(k + 1)))
+        k += 2;
+    const qsizetype itemEnd = k;
+    k = skipSpaces(inner, k);
+    if (k == itemEnd || k >= inner.size() || !isWord(inner.at(k), "from"))
+        return -1;
+    for (const Node &x : inner) {
+        if (isAnyWord(x, {"union", "intersect", "except", "limit"}))
+            return -1;
+    }
+    return itemEnd;
+}
+
+// The column, maybe qualified, that stands right before nodes[in]; its first node, or -1.
+qsizetype columnBefore(const QList<Node> &nodes, qsizetype in)
+{
+    qsizetype b = skipSpacesBack(nodes, in - 1);
+    if (b < 0 || b == in - 1 || !isName(nodes.at(b)))
+        return -1;
+    while (b >= 2 && isKind(nodes.at(b - 1), Kind::Dot) && isName(nodes.at(b - 2)))
+        b -= 2;
+    if (isAnyWord(nodes.at(b), {"not", "and", "or", "where", "select", "exists", "case", "when", "then", "else", "end",
+                                "is", "between", "like", "null"}))
+        return -1;
+    return b;
+}
+
+// Whether the clause from its WHERE up to nodes[b] is a run of plain conditions joined by AND/OR,
+// nothing that could negate or compare what follows.
+bool plainConditionsBefore(const QList<Node> &nodes, qsizetype b)
+{
+    qsizetype c = skipSpacesBack(nodes, b - 1);
+    if (c < 0 || c == b - 1 || !isAnyWord(nodes.at(c), {"and", "where"}))
+        return false;
+    for (; c >= 0; --c) {
+        const Node &x = nodes.at(c);
+        if (isWord(x, "where"))
+            return true;
+        if (isAnyWord(x, {"not", "case", "between", "select", "from", "on", "join", "having", "union", "escape"})
+            || isKind(x, Kind::Comma))
+            return false;
+    }
+    return false;
+}
+
+// The subquery with its column named, so the outer test can compare with it.
+QList<Node> withNamedColumn(QList<Node> inner, qsizetype itemEnd)
+{
+    Node as;
+    as.tok = {Kind::Word, QStringLiteral("AS")};
+    Node blank;
+    blank.tok = {Kind::Space, QStringLiteral(" ")};
+    Node alias;
+    alias.tok = {Kind::Quoted, QStringLiteral("\"parcelwise_in_value\"")};
+    inner.insert(itemEnd, alias);
+    inner.insert(itemEnd, blank);
+    inner.insert(itemEnd, as);
+    inner.insert(itemEnd, blank);
+    return inner;
+}
+
+// Whether nodes[in], the word IN, starts "x IN (SELECT col FROM ...)" whose only use is to let rows
+// through a WHERE clause: x a column, the clause a run of conditions joined by AND/OR with nothing
+// that could negate or compare the IN's own value. Then it can be asked as EXISTS (... WHERE x = col)
+// with the same rows as a result; SQLite otherwise builds the subquery's whole list at every run
+// of the statement, however few rows x takes.
+struct CorrelatedIn {
+    qsizetype lhsStart = -1; // first node of x
+    qsizetype groupAt = -1;  // the subquery's group
+    QList<Node> subquery;    // its children, the selected column named for the outer test
+};
+
+bool findCorrelatedIn(const QList<Node> &nodes, qsizetype in, CorrelatedIn *found)
+{
+    const qsizetype g = skipSpaces(nodes, in + 1);
+    if (g >= nodes.size() || !nodes.at(g).group || !nodes.at(g).closed)
+        return false;
+    const qsizetype itemEnd = singleColumnEnd(nodes.at(g).children);
+    if (itemEnd < 0)
+        return false;
+    const qsizetype after = skipSpaces(nodes, g + 1);
+    if (after < nodes.size() && !isAnyWord(nodes.at(after), {"and", "or", "union", "order", "group"}))
+        return false;
+    const qsizetype b = columnBefore(nodes, in);
+    if (b < 0 || !plainConditionsBefore(nodes, b))
+        return false;
+    found->lhsStart = b;
+    found->groupAt = g;
+    found->subquery = withNamedColumn(nodes.at(g).children, itemEnd);
+    return true;
+}
+
+class Adapter {
+public:
+    QList<CrossDatabaseName> cross;
+
+    QString list(const QList<Node> &nodes);
+
+private:
+    enum class ItemKind { Space, Operand, Plus, Other };
+    struct Item {
+        ItemKind kind;
+        QString text;
+        bool isText = false;
+    };
+
+    Emitted call(const Node &name, const QString &between, const Node &group);
+    Emitted convertCall(const QList<QList<Node>> &args, const Emitted &untouched);
+    Emitted castCall(const Node &group, const Emitted &untouched);
+    qsizetype nameOrCall(const QList<Node> &nodes, qsizetype i, QList<Item> &items);
+    static void joinTexts(QList<Item> &items);
+    QString group(const Node &g) { return u'(' + list(g.children) + (g.closed ? QStringLiteral(")") : QString()); }
+    static QList<QList<Node>> splitArgs(const QList<Node> &children);
+};
+
+QList<QList<Node>> Adapter::splitArgs(const QList<Node> &children)
+{
+    QList<QList<Node>> args(1);
+    for (const Node &n : children) {
+        if (isKind(n, Kind::Comma))
+            args.append(QList<Node>());
+        else
+            args.last().append(n);
+    }
+    return args;
+}
+
+Emitted Adapter::convertCall(const QList<QList<Node>> &args, const Emitted &untouched)
+{
+    const TypeName type = parseType(list(args.at(0)));
+    if (!type.valid)
+        return untouched;
+    const QString expr = list(args.at(1)).trimmed();
+    if (!isCharType(type.base)) {
+        const QString target = sqliteType(type.base);
+        if (target.isEmpty() || args.size() != 2)
+            return untouched;
+        return {QStringLiteral("CAST(%1 AS %2)").arg(expr, target), false};
+    }
+    QString out;
+    if (args.size() >= 3) {
+        const QString pattern = convertStyle(list(args.at(2)));
+        if (pattern.isEmpty())
+            return untouched;
+        out = QStringLiteral("strftime('%1', %2)").arg(pattern, expr);
+    } else {
+        out = QStringLiteral("CAST(%1 AS TEXT)").arg(expr);
+    }
+    if (type.length >= 0)
+        out = QStringLiteral("substr(%1, 1, %2)").arg(out).arg(type.length);
+    return {out, true};
+}
+
+Emitted Adapter::castCall(const Node &g, const Emitted &untouched)
+{
+    qsizetype asAt = -1;
+    for (qsizetype i = 0; i < g.children.size(); ++i) {
+        if (isWord(g.children.at(i), "as"))
+            asAt = i;
+    }
+    if (asAt < 0)
+        return untouched;
+    const QString expr = list(g.children.mid(0, asAt)).trimmed();
+    const TypeName type = parseType(list(g.children.mid(asAt + 1)));
+    const QString target = type.valid ? sqliteType(type.base) : QString();
+    if (target.isEmpty())
+        return untouched;
+    QString out = QStringLiteral("CAST(%1 AS %2)").arg(expr, target);
+    const bool text = isCharType(type.base);
+    if (text && type.length >= 0)
+        out = QStringLiteral("substr(%1, 1, %2)").arg(out).arg(type.length);
+    return {out, text};
+}
+
 Emitted Adapter::call(const Node &name, const QString &between, const Node &g)
 {
     const QString lname = name.tok.text.toLower();
     const auto args = splitArgs(g.children);
     auto arg = [&](int i) { return list(args.at(i)).trimmed(); };
-    auto untouched = [&]() { return Emitted{name.tok.text + between + group(g), false}; };
+    const Emitted untouched{name.tok.text + between + group(g), false};
     if (!g.closed)
-        return untouched();
-
-    if (lname == u"convert" && args.size() >= 2) {
-        const TypeName type = parseType(list(args.at(0)));
-        if (!type.valid)
-            return untouched();
-        const QString expr = arg(1);
-        if (isCharType(type.base)) {
-            QString out;
-            if (args.size() >= 3) {
-                const QString pattern = convertStyle(list(args.at(2)));
-                if (pattern.isEmpty())
-                    return untouched();
-                out = QStringLiteral("strftime('%1', %2)").arg(pattern, expr);
-            } else {
-                out = QStringLiteral("CAST(%1 AS TEXT)").arg(expr);
-            }
-            if (type.length >= 0)
-                out = QStringLiteral("substr(%1, 1, %2)").arg(out).arg(type.length);
-            return {out, true};
-        }
-        const QString target = sqliteType(type.base);
-        if (target.isEmpty() || args.size() != 2)
-            return untouched();
-        return {QStringLiteral("CAST(%1 AS %2)").arg(expr, target), false};
-    }
-
-    if (lname == u"cast") {
-        qsizetype asAt = -1;
-        for (qsizetype i = 0; i < g.children.size(); ++i) {
-            const Node &n = g.children.at(i);
-            if (!n.group && n.tok.kind == Kind::Word && n.tok.text.compare(u"as", Qt::CaseInsensitive) == 0)
-                asAt = i;
-        }
-        if (asAt < 0)
-            return untouched();
-        const QString expr = list(g.children.mid(0, asAt)).trimmed();
-        const TypeName type = parseType(list(g.children.mid(asAt + 1)));
-        const QString target = type.valid ? sqliteType(type.base) : QString();
-        if (target.isEmpty())
-            return untouched();
-        QString out = QStringLiteral("CAST(%1 AS %2)").arg(expr, target);
-        const bool text = isCharType(type.base);
-        if (text && type.length >= 0)
-            out = QStringLiteral("substr(%1, 1, %2)").arg(out).arg(type.length);
-        return {out, text};
-    }
-
+        return untouched;
+    if (lname == u"convert" && args.size() >= 2)
+        return convertCall(args, untouched);
+    if (lname == u"cast")
+        return castCall(g, untouched);
     if (lname == u"datepart" && args.size() == 2) {
         const QString out = datepartExpression(list(args.at(0)), arg(1));
-        if (out.isEmpty())
-            return untouched();
-        return {out, false};
+        return out.isEmpty() ? untouched : Emitted{out, false};
     }
-
-    if (lname == u"right" && args.size() == 2) {
-        const QString s = arg(0), n = arg(1);
-        return {QStringLiteral("substr(%1, max(length(%1) - (%2) + 1, 1))").arg(s, n), true};
-    }
+    if (lname == u"right" && args.size() == 2)
+        return {QStringLiteral("substr(%1, max(length(%1) - (%2) + 1, 1))").arg(arg(0), arg(1)), true};
     if (lname == u"left" && args.size() == 2)
         return {QStringLiteral("substr(%1, 1, %2)").arg(arg(0), arg(1)), true};
     if (lname == u"substring" && args.size() == 3)
@@ -398,248 +360,106 @@ Emitted Adapter::call(const Node &name, const QString &between, const Node &g)
 
     const bool text = lname == u"ltrim" || lname == u"rtrim" || lname == u"upper" || lname == u"lower"
         || lname == u"replace";
-    return {name.tok.text + between + group(g), text};
+    return {untouched.text, text};
 }
 
-bool isWord(const Node &n, const char *word)
+// A name at nodes[i]: "database..table", a function call, or a column maybe qualified. Returns
+// the last node it took.
+qsizetype Adapter::nameOrCall(const QList<Node> &nodes, qsizetype i, QList<Item> &items)
 {
-    return !n.group && n.tok.kind == Kind::Word && n.tok.text.compare(QLatin1String(word), Qt::CaseInsensitive) == 0;
-}
-
-bool isSpace(const Node &n)
-{
-    return !n.group && n.tok.kind == Kind::Space;
-}
-
-// Whether nodes[in], the word IN, starts "x IN (SELECT col FROM ...)" whose only use is to let rows
-// through a WHERE clause: x a column, the clause a run of conditions joined by AND/OR with nothing
-// that could negate or compare the IN's own value. Then it can be asked as EXISTS (... WHERE x = col)
-// with the same rows as a result; SQLite otherwise builds the subquery's whole list at every run
-// of the statement, however few rows x takes. lhsStart receives the first node of x, groupAt the
-// subquery's group, subquery its children with the selected column named for the outer test.
-bool Adapter::correlatedIn(const QList<Node> &nodes, qsizetype in, qsizetype *lhsStart, qsizetype *groupAt,
-                           QList<Node> *subquery) const
-{
-    const auto isName = [](const Node &x) { return !x.group && (x.tok.kind == Kind::Word || x.tok.kind == Kind::Quoted); };
     const qsizetype n = nodes.size();
-    qsizetype g = in + 1;
-    while (g < n && isSpace(nodes.at(g)))
-        ++g;
-    if (g >= n || !nodes.at(g).group || !nodes.at(g).closed)
-        return false;
-
-    // The subquery: SELECT, one column (maybe qualified), FROM; one SELECT without LIMIT.
-    const QList<Node> &inner = nodes.at(g).children;
-    qsizetype k = 0;
-    while (k < inner.size() && isSpace(inner.at(k)))
-        ++k;
-    if (k >= inner.size() || !isWord(inner.at(k), "select"))
-        return false;
-    ++k;
-    while (k < inner.size() && isSpace(inner.at(k)))
-        ++k;
-    if (k >= inner.size() || !isName(inner.at(k)) || isWord(inner.at(k), "distinct") || isWord(inner.at(k), "all"))
-        return false;
-    ++k;
-    while (k + 1 < inner.size() && !inner.at(k).group && inner.at(k).tok.kind == Kind::Dot && isName(inner.at(k + 1)))
-        k += 2;
-    const qsizetype itemEnd = k;
-    while (k < inner.size() && isSpace(inner.at(k)))
-        ++k;
-    if (k == itemEnd || k >= inner.size() || !isWord(inner.at(k), "from"))
-        return false;
-    for (const Node &x : inner) {
-        for (const char *w : {"union", "intersect", "except", "limit"}) {
-            if (isWord(x, w))
-                return false;
+    const Node &node = nodes.at(i);
+    if (i + 2 < n && isKind(nodes.at(i + 1), Kind::Dots) && isName(nodes.at(i + 2))) {
+        const Node &table = nodes.at(i + 2);
+        cross.append({unquote(node.tok), table.tok.text, node.tok.text + QStringLiteral("..") + table.tok.text});
+        items.append({ItemKind::Operand, node.tok.text + u'.' + table.tok.text});
+        return i + 2;
+    }
+    if (node.tok.kind == Kind::Word) {
+        qsizetype j = i + 1;
+        QString between;
+        if (isKnownFunction(node.tok.text.toLower())) {
+            for (; j < n && isSpace(nodes.at(j)); ++j)
+                between += nodes.at(j).tok.text;
+        }
+        if (j < n && nodes.at(j).group) {
+            const Emitted e = call(node, between, nodes.at(j));
+            items.append({ItemKind::Operand, e.text, e.isText});
+            return j;
         }
     }
-
-    // What follows the IN: the end, or the next condition or clause.
-    qsizetype after = g + 1;
-    while (after < n && isSpace(nodes.at(after)))
-        ++after;
-    if (after < n) {
-        bool allowed = false;
-        for (const char *w : {"and", "or", "union", "order", "group"})
-            allowed = allowed || isWord(nodes.at(after), w);
-        if (!allowed)
-            return false;
+    QString text = node.tok.text;
+    while (i + 2 < n && isKind(nodes.at(i + 1), Kind::Dot) && isName(nodes.at(i + 2))) {
+        text += u'.' + nodes.at(i + 2).tok.text;
+        i += 2;
     }
-
-    // x: a column, maybe qualified, right before IN.
-    qsizetype b = in - 1;
-    while (b >= 0 && isSpace(nodes.at(b)))
-        --b;
-    if (b < 0 || b == in - 1 || !isName(nodes.at(b)))
-        return false;
-    while (b >= 2 && !nodes.at(b - 1).group && nodes.at(b - 1).tok.kind == Kind::Dot && isName(nodes.at(b - 2)))
-        b -= 2;
-    *lhsStart = b;
-    for (const char *w : {"not", "and", "or", "where", "select", "exists", "case", "when", "then", "else", "end", "is",
-                          "between", "like", "null"}) {
-        if (isWord(nodes.at(b), w))
-            return false;
-    }
-
-    // Back to this clause's WHERE over plain conditions joined by AND/OR.
-    qsizetype c = b - 1;
-    while (c >= 0 && isSpace(nodes.at(c)))
-        --c;
-    if (c < 0 || c == b - 1 || !(isWord(nodes.at(c), "and") || isWord(nodes.at(c), "where")))
-        return false;
-    for (; c >= 0; --c) {
-        const Node &x = nodes.at(c);
-        if (isWord(x, "where"))
-            break;
-        for (const char *w : {"not", "case", "between", "select", "from", "on", "join", "having", "union", "escape"}) {
-            if (isWord(x, w))
-                return false;
-        }
-        if (!x.group && x.tok.kind == Kind::Comma)
-            return false;
-    }
-    if (c < 0)
-        return false;
-
-    *groupAt = g;
-    *subquery = inner;
-    Node as;
-    as.tok = {Kind::Word, QStringLiteral("AS")};
-    Node blank;
-    blank.tok = {Kind::Space, QStringLiteral(" ")};
-    Node alias;
-    alias.tok = {Kind::Quoted, QStringLiteral("\"parcelwise_in_value\"")};
-    subquery->insert(itemEnd, alias);
-    subquery->insert(itemEnd, blank);
-    subquery->insert(itemEnd, as);
-    subquery->insert(itemEnd, blank);
-    return true;
+    items.append({ItemKind::Operand, text});
+    return i;
 }
 
-QString Adapter::list(const QList<Node> &nodes)
+// "+" between texts is a concatenation: once a chain of operands joined by "+" holds a text,
+// every later "+" of that chain joins texts as well (T-SQL evaluates left to right).
+void Adapter::joinTexts(QList<Item> &items)
 {
-    enum class ItemKind { Space, Operand, Plus, Other };
-    struct Item {
-        ItemKind kind;
-        QString text;
-        bool isText = false;
-    };
-    QList<Item> items;
-
-    const qsizetype n = nodes.size();
-    auto isName = [](const Node &x) { return !x.group && (x.tok.kind == Kind::Word || x.tok.kind == Kind::Quoted); };
-    QList<qsizetype> itemsBefore(n + 1, -1); // items.size() when node i was reached; -1: taken with another
-    for (qsizetype i = 0; i < n; ++i) {
-        itemsBefore[i] = items.size();
-        const Node &node = nodes.at(i);
-        qsizetype lhsStart = 0, groupAt = 0;
-        QList<Node> subquery;
-        if (isWord(node, "in") && correlatedIn(nodes, i, &lhsStart, &groupAt, &subquery) && itemsBefore[lhsStart] >= 0) {
-            qsizetype lhsEnd = i; // the blanks between the column and IN are not part of it
-            while (lhsEnd > lhsStart && isSpace(nodes.at(lhsEnd - 1)))
-                --lhsEnd;
-            QString lhs;
-            for (qsizetype k = itemsBefore[lhsStart]; k < itemsBefore[lhsEnd]; ++k)
-                lhs += items.at(k).text;
-            items.resize(itemsBefore[lhsStart]);
-            items.append({ItemKind::Operand,
-                          QStringLiteral("EXISTS (SELECT 1 FROM (") + list(subquery)
-                              + QStringLiteral(") AS \"parcelwise_in\" WHERE ") + lhs
-                              + QStringLiteral(" = \"parcelwise_in\".\"parcelwise_in_value\")")});
-            i = groupAt;
-            continue;
-        }
-        if (node.group) {
-            items.append({ItemKind::Operand, group(node)});
-            continue;
-        }
-        switch (node.tok.kind) {
-        case Kind::Space:
-            items.append({ItemKind::Space, node.tok.text});
-            break;
-        case Kind::String:
-            items.append({ItemKind::Operand, node.tok.text, true});
-            break;
-        case Kind::Number:
-            items.append({ItemKind::Operand, node.tok.text});
-            break;
-        case Kind::Plus:
-            items.append({ItemKind::Plus, node.tok.text});
-            break;
-        case Kind::Word:
-        case Kind::Quoted: {
-            // database..table
-            if (i + 2 < n && !nodes.at(i + 1).group && nodes.at(i + 1).tok.kind == Kind::Dots && isName(nodes.at(i + 2))) {
-                const Node &table = nodes.at(i + 2);
-                cross.append({unquote(node.tok), table.tok.text, node.tok.text + QStringLiteral("..") + table.tok.text});
-                items.append({ItemKind::Operand, node.tok.text + u'.' + table.tok.text});
-                i += 2;
-                break;
-            }
-            // a function call: the name, maybe blanks, the argument group
-            if (node.tok.kind == Kind::Word) {
-                qsizetype j = i + 1;
-                QString between;
-                const bool known = isKnownFunction(node.tok.text.toLower());
-                while (known && j < n && !nodes.at(j).group && nodes.at(j).tok.kind == Kind::Space)
-                    between += nodes.at(j++).tok.text;
-                if (j < n && nodes.at(j).group) {
-                    const Emitted e = call(node, between, nodes.at(j));
-                    items.append({ItemKind::Operand, e.text, e.isText});
-                    i = j;
-                    break;
-                }
-            }
-            // a column, maybe qualified: a.b
-            QString text = node.tok.text;
-            while (i + 2 < n && !nodes.at(i + 1).group && nodes.at(i + 1).tok.kind == Kind::Dot && isName(nodes.at(i + 2))) {
-                text += u'.' + nodes.at(i + 2).tok.text;
-                i += 2;
-            }
-            items.append({ItemKind::Operand, text});
-            break;
-        }
-        default:
-            items.append({ItemKind::Other, node.tok.text});
-            break;
-        }
-    }
-
-    // "+" between texts is a concatenation: once a chain of operands joined by "+" holds a text,
-    // every later "+" of that chain joins texts as well (T-SQL evaluates left to right).
     bool chainText = false;
     ItemKind previous = ItemKind::Other;
     for (qsizetype i = 0; i < items.size(); ++i) {
         Item &item = items[i];
-        switch (item.kind) {
-        case ItemKind::Space:
-            break;
-        case ItemKind::Operand:
+        if (item.kind == ItemKind::Space)
+            continue;
+        if (item.kind == ItemKind::Operand) {
             chainText = (previous == ItemKind::Plus ? chainText : false) || item.isText;
-            previous = ItemKind::Operand;
-            break;
-        case ItemKind::Plus: {
-            if (previous == ItemKind::Operand) {
-                qsizetype j = i + 1;
-                while (j < items.size() && items.at(j).kind == ItemKind::Space)
-                    ++j;
-                const bool rightText = j < items.size() && items.at(j).kind == ItemKind::Operand && items.at(j).isText;
-                if (chainText || rightText) {
-                    item.text = QStringLiteral("||");
-                    chainText = true;
-                }
+        } else if (item.kind == ItemKind::Plus && previous == ItemKind::Operand) {
+            qsizetype j = i + 1;
+            while (j < items.size() && items.at(j).kind == ItemKind::Space)
+                ++j;
+            const bool rightText = j < items.size() && items.at(j).kind == ItemKind::Operand && items.at(j).isText;
+            if (chainText || rightText) {
+                item.text = QStringLiteral("||");
+                chainText = true;
             }
-            previous = ItemKind::Plus;
-            break;
-        }
-        case ItemKind::Other:
+        } else if (item.kind == ItemKind::Other) {
             chainText = false;
-            previous = ItemKind::Other;
-            break;
+        }
+        previous = item.kind;
+    }
+}
+
+QString Adapter::list(const QList<Node> &nodes)
+{
+    QList<Item> items;
+    const qsizetype n = nodes.size();
+    QList<qsizetype> itemsBefore(n + 1, -1); // items.size() when node i was reached; -1: taken with another
+    for (qsizetype i = 0; i < n; ++i) {
+        itemsBefore[i] = items.size();
+        const Node &node = nodes.at(i);
+        CorrelatedIn in;
+        if (isWord(node, "in") && findCorrelatedIn(nodes, i, &in) && itemsBefore[in.lhsStart] >= 0) {
+            qsizetype lhsEnd = i; // the blanks between the column and IN are not part of it
+            while (lhsEnd > in.lhsStart && isSpace(nodes.at(lhsEnd - 1)))
+                --lhsEnd;
+            QString lhs;
+            for (qsizetype k = itemsBefore[in.lhsStart]; k < itemsBefore[lhsEnd]; ++k)
+                lhs += items.at(k).text;
+            items.resize(itemsBefore[in.lhsStart]);
+            items.append({ItemKind::Operand, QStringLiteral("EXISTS (SELECT 1 FROM (") + list(in.subquery)
+                                                 + QStringLiteral(") AS \"parcelwise_in\" WHERE ") + lhs
+                                                 + QStringLiteral(" = \"parcelwise_in\".\"parcelwise_in_value\")")});
+            i = in.groupAt;
+        } else if (node.group) {
+            items.append({ItemKind::Operand, group(node)});
+        } else if (isName(node)) {
+            i = nameOrCall(nodes, i, items);
+        } else {
+            const Kind k = node.tok.kind;
+            const ItemKind kind = k == Kind::Space ? ItemKind::Space
+                : k == Kind::Plus                  ? ItemKind::Plus
+                : k == Kind::String || k == Kind::Number ? ItemKind::Operand
+                                                         : ItemKind::Other;
+            items.append({kind, node.tok.text, k == Kind::String});
         }
     }
-
+    joinTexts(items);
     QString out;
     for (const Item &item : std::as_const(items))
         out += item.text;
@@ -650,108 +470,10 @@ QString Adapter::list(const QList<Node> &nodes)
 
 AdaptedStatement adaptTSqlForSqlite(const QString &tsql)
 {
-    const QList<Token> tokens = tokenize(tsql);
-    qsizetype pos = 0;
-    bool closed = false;
-    const QList<Node> nodes = parseNodes(tokens, pos, 0, &closed);
     Adapter adapter;
     AdaptedStatement result;
-    result.sql = adapter.list(nodes);
+    result.sql = adapter.list(parseNodes(tokenize(tsql)));
     result.crossNames = adapter.cross;
-    return result;
-}
-
-ParameterizedStatement parameterizeTSql(const QString &tsql)
-{
-    // Runs once for every statement sent, the long date statement included, so it scans without
-    // building anything and copies only around the numbers it takes out.
-    ParameterizedStatement result;
-    const QChar *s = tsql.constData();
-    const qsizetype n = tsql.size();
-    const auto digit = [](QChar c) { return c >= u'0' && c <= u'9'; };
-    const auto wordPart = [](QChar c) {
-        const char16_t u = c.unicode();
-        if (u < 128)
-            return (u >= u'a' && u <= u'z') || (u >= u'A' && u <= u'Z') || (u >= u'0' && u <= u'9') || u == u'_'
-                || u == u'@' || u == u'#' || u == u'$';
-        return isWordPart(c);
-    };
-    const auto wordStart = [](QChar c) {
-        const char16_t u = c.unicode();
-        if (u < 128)
-            return (u >= u'a' && u <= u'z') || (u >= u'A' && u <= u'Z') || u == u'_' || u == u'@' || u == u'#';
-        return isWordStart(c);
-    };
-    const auto space = [](QChar c) { return c == u' ' || (c.unicode() < 128 ? (c >= u'\t' && c <= u'\r') : c.isSpace()); };
-    // Moves i past a quoted run that ends at `close`, where a doubled `close` stands for itself.
-    const auto skipQuoted = [&](qsizetype i, QChar close) {
-        for (++i; i < n; ++i) {
-            if (s[i] == close) {
-                if (i + 1 < n && s[i + 1] == close) {
-                    ++i;
-                    continue;
-                }
-                return i + 1;
-            }
-        }
-        return n;
-    };
-
-    qsizetype copied = 0; // tsql[0, copied) is in result.text already
-    bool afterEquals = false; // "=" seen, then only blanks and "("
-    qsizetype i = 0;
-    while (i < n) {
-        const QChar c = s[i];
-        if (c == u'?')
-            return {tsql, {}}; // placeholders of its own: leave the statement alone
-        if (c == u'\'' || c == u'"' || c == u'[') {
-            i = skipQuoted(i, c == u'[' ? QChar(u']') : c);
-            afterEquals = false;
-        } else if (c == u'-' && i + 1 < n && s[i + 1] == u'-') {
-            while (i < n && s[i] != u'\n')
-                ++i;
-        } else if (c == u'/' && i + 1 < n && s[i + 1] == u'*') {
-            const qsizetype end = tsql.indexOf(QStringLiteral("*/"), i + 2);
-            i = end < 0 ? n : end + 2;
-        } else if (digit(c) && afterEquals) {
-            qsizetype j = i;
-            while (j < n && digit(s[j]))
-                ++j;
-            // Only a plain whole number that ends the operand: "5.0", "5e3", "0x1F" or "5 + x"
-            // stay as written, so the adapter sees them exactly as before.
-            qsizetype k = j;
-            while (k < n && space(s[k]))
-                ++k;
-            const bool joined = j < n && (wordPart(s[j]) || s[j] == u'.');
-            const bool ends = k == n || s[k] == u')' || s[k] == u';' || (k > j && wordStart(s[k]));
-            bool ok = false;
-            const qint64 value = j - i <= 18 ? QStringView(s + i, j - i).toLongLong(&ok) : 0;
-            if (!joined && ends && ok) {
-                if (result.text.isEmpty())
-                    result.text.reserve(n + 8);
-                result.text.append(s + copied, i - copied);
-                result.values.append(value);
-                result.text += u'?' + QString::number(result.values.size());
-                copied = j;
-            }
-            i = j;
-            afterEquals = false;
-        } else if (wordPart(c)) {
-            while (i < n && wordPart(s[i]))
-                ++i;
-            afterEquals = false;
-        } else {
-            ++i;
-            if (c == u'=')
-                afterEquals = true;
-            else if (!space(c) && c != u'(')
-                afterEquals = false;
-        }
-    }
-    if (result.values.isEmpty())
-        result.text = tsql;
-    else
-        result.text.append(s + copied, n - copied);
     return result;
 }
 

@@ -36,16 +36,4 @@ struct AdaptedStatement {
 //   rows x stands for, as SQL Server's planner does by itself. Same rows either way.
 AdaptedStatement adaptTSqlForSqlite(const QString &tsql);
 
-// A statement with its compared values taken out: every whole number that directly follows "="
-// (blanks and "(" allowed between) and ends the operand becomes ?1, ?2, ... in text, and values
-// holds the numbers in that order. Statements that differ only in the ids they compare share
-// one text, so the embedded server can prepare each shape of statement once. Text inside string
-// literals, quoted names and comments is never touched; a statement that already holds "?"
-// comes back unchanged, without values.
-struct ParameterizedStatement {
-    QString text;
-    QList<qint64> values;
-};
-ParameterizedStatement parameterizeTSql(const QString &tsql);
-
 } // namespace repo

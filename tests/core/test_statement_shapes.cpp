@@ -9,6 +9,7 @@
 
 #include "repository/connection.h"
 #include "repository/sqladapt.h"
+#include "repository/statementshapes.h"
 
 #include <QDir>
 #include <QSqlDatabase>
