@@ -4,7 +4,7 @@
 #include "app/appicon.h"
 #include "app/frmsendtofolder.h"
 #include "cli/cli.h"
-#include "errors/windows/fdmsshowerror.h"
+#include "app/fdmsshowerror.h"
 
 #include <QApplication>
 #include <QCommandLineParser>

@@ -2,8 +2,8 @@
 // window (offscreen), its buttons are clicked, its text and the clipboard are read back.
 
 #include "errors/hunterr.h"
-#include "errors/windows/fdmsshowerror.h"
-#include "errors/windows/fdmssupportinfo.h"
+#include "app/fdmsshowerror.h"
+#include "app/fdmssupportinfo.h"
 
 #include <QApplication>
 #include <QClipboard>

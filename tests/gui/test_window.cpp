@@ -11,7 +11,7 @@
 #include "app/frmsendtofolder.h"
 #include "app/treeimages.h"
 #include "errors/hunterr.h"
-#include "errors/windows/fdmsshowerror.h"
+#include "app/fdmsshowerror.h"
 #include "repository/connection.h"
 #include "testsupport.h"
 

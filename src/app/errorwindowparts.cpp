@@ -1,11 +1,14 @@
-#include "errors/windows/buttonpictures.h"
+#include "app/errorwindowparts.h"
 
 #include <QBoxLayout>
+#include <QDialog>
+#include <QFontDatabase>
 #include <QFrame>
 #include <QLabel>
 #include <QPainter>
 #include <QPainterPath>
 #include <QPixmap>
+#include <QPlainTextEdit>
 #include <QToolButton>
 
 #include <functional>
@@ -120,6 +123,30 @@ QToolButton *addPictureButton(QBoxLayout *row, QWidget *parent, const QString &b
 
     row->addLayout(column);
     return button;
+}
+
+Frame buildFrame(QDialog *dialog, const QString &textName, int buttonSpacing)
+{
+    auto *outer = new QVBoxLayout(dialog);
+    outer->setContentsMargins(6, 6, 6, 6);
+
+    QFrame *panButton = panel(QStringLiteral("panButton"), dialog);
+    auto *row = new QHBoxLayout(panButton);
+    row->setContentsMargins(8, 4, 8, 4);
+    if (buttonSpacing >= 0)
+        row->setSpacing(buttonSpacing);
+    outer->addWidget(panButton);
+
+    QFrame *panControl = panel(QStringLiteral("panControl"), dialog);
+    auto *content = new QVBoxLayout(panControl);
+    content->setContentsMargins(4, 4, 4, 4);
+    auto *text = new QPlainTextEdit(panControl);
+    text->setObjectName(textName);
+    text->setReadOnly(true);
+    text->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    content->addWidget(text);
+    outer->addWidget(panControl, 1);
+    return {row, text};
 }
 
 } // namespace ErrorWindows

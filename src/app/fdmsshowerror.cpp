@@ -1,21 +1,18 @@
-#include "errors/windows/fdmsshowerror.h"
+#include "app/fdmsshowerror.h"
 
 #include "errors/hunterr.h"
 #include "errors/settings.h"
-#include "errors/windows/buttonpictures.h"
-#include "errors/windows/fdmssupportinfo.h"
+#include "app/errorwindowparts.h"
+#include "app/fdmssupportinfo.h"
 
 #include <QApplication>
 #include <QClipboard>
 #include <QEvent>
-#include <QFontDatabase>
-#include <QFrame>
 #include <QHBoxLayout>
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPointer>
 #include <QToolButton>
-#include <QVBoxLayout>
 
 namespace ErrorWindows {
 
@@ -64,13 +61,9 @@ FDmsShowError::FDmsShowError(QWidget *parent) : QDialog(parent)
     setWindowTitle(QStringLiteral("zarnivo - Message"));
     setModal(true);
 
-    auto *outer = new QVBoxLayout(this);
-    outer->setContentsMargins(6, 6, 6, 6);
-
-    QFrame *panButton = ErrorWindows::panel(QStringLiteral("panButton"), this);
-    auto *row = new QHBoxLayout(panButton);
-    row->setContentsMargins(8, 4, 8, 4);
-    row->setSpacing(14);
+    const ErrorWindows::Frame frame = ErrorWindows::buildFrame(this, QStringLiteral("tbxErrorReport"), 14);
+    QHBoxLayout *row = frame.buttons;
+    QWidget *panButton = row->parentWidget();
     m_btnCopy = ErrorWindows::addPictureButton(row, panButton, QStringLiteral("btnCopy"), ErrorWindows::copyPicture(),
                                                QStringLiteral("Copy message into clipboard- Short Cut Key [Alt+P]."),
                                                QKeySequence(Qt::ALT | Qt::Key_P), QStringLiteral("labCopy"),
@@ -84,19 +77,10 @@ FDmsShowError::FDmsShowError(QWidget *parent) : QDialog(parent)
                                                  QKeySequence(Qt::ALT | Qt::Key_C), QStringLiteral("labClose"),
                                                  QStringLiteral("Close"));
     row->addStretch(1);
-    outer->addWidget(panButton);
-
-    QFrame *panControl = ErrorWindows::panel(QStringLiteral("panControl"), this);
-    auto *content = new QVBoxLayout(panControl);
-    content->setContentsMargins(4, 4, 4, 4);
-    m_tbxErrorReport = new QPlainTextEdit(panControl);
-    m_tbxErrorReport->setObjectName(QStringLiteral("tbxErrorReport"));
-    m_tbxErrorReport->setReadOnly(true);
-    // The report pads its call-stack lines to a fixed width; only a fixed-pitch font lines them up.
-    m_tbxErrorReport->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    m_tbxErrorReport = frame.text;
+    // The report pads its call-stack lines to a fixed width, which only a fixed-pitch font lines up;
+    // wrapping would break them.
     m_tbxErrorReport->setLineWrapMode(QPlainTextEdit::NoWrap);
-    content->addWidget(m_tbxErrorReport);
-    outer->addWidget(panControl, 1);
 
     connect(m_btnCopy, &QToolButton::clicked, this, &FDmsShowError::btnCopy_Click);
     connect(m_cmdInfo, &QToolButton::clicked, this, &FDmsShowError::cmdInfo_Click);
