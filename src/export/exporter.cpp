@@ -9,6 +9,7 @@
 #include "errors/hunterr.h"
 #include "export/exportdisk.h"
 #include "export/filetimes.h"
+#include "repository/statements.h"
 
 #include <cmath>
 
@@ -207,7 +208,7 @@ void Exporter::copySubFolders(const QString &key, const QString &parentPath, con
         if (archive) {
             bool holdsArchived = false;
             if (!HuntERR::resume(source, [&] {
-                    holdsArchived = cn.execute(archivedBelowProbe(QString::number(childId), archiveDb)).recordCount() >= 1;
+                    holdsArchived = cn.execute(repo::statements::archivedBelowProbe(QString::number(childId), archiveDb)).recordCount() >= 1;
                 }))
                 logged();
             if (!holdsArchived) {

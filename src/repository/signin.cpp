@@ -1,6 +1,7 @@
 #include "repository/signin.h"
 
 #include "errors/hunterr.h"
+#include "repository/statements.h"
 
 // The blanks that the sign-in trims are blanks only, not tabs or line breaks.
 QString trimBlanks(const QString &s)
@@ -116,7 +117,7 @@ void SignIn::FillDataBasename()
             cn.open(text);
 
             m_form.clearDatabases();
-            rsDbList = cn.execute(QStringLiteral("select Com_db, com_type from com_company order by Com_db"));
+            rsDbList = cn.execute(repo::statements::companyDatabases());
             while (!rsDbList.eof()) {
                 m_form.addDatabase(rsDbList.text(QStringLiteral("Com_db")));
                 rsDbList.moveNext();
@@ -201,7 +202,7 @@ bool SignIn::fxnIsDBExists(const QString &paramDbName)
         cn.cursorLocation = repo::adUseClient;
         cn.open(text);
         const repo::RecordSet rs =
-            cn.execute(QStringLiteral("select name from sysdatabases  where name = '") + paramDbName + QStringLiteral("'"));
+            cn.execute(repo::statements::databaseExists(paramDbName));
         result = rs.recordCount() >= 1;
         return result;
     });
@@ -211,10 +212,7 @@ QString SignIn::fxnGetLiveDb(const QString &paramArchiveDbNm)
 {
     return HuntERR::inner(kModule + QStringLiteral("fxnGetLiveDb(paramArchiveDbNm)"), [&] {
         QString result;
-        repo::RecordSet rs = cnDb().execute(
-            QStringLiteral("select com_db from zar_master..Com_Company where com_id = (select live_com_id from "
-                           "zar_master..com_company where com_db ='")
-            + paramArchiveDbNm + QStringLiteral("')"));
+        repo::RecordSet rs = cnDb().execute(repo::statements::liveDatabaseOf(paramArchiveDbNm));
         if (rs.recordCount() >= 1)
             result = rs.text(QStringLiteral("com_db"));
         if (rs.isOpen())

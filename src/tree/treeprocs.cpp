@@ -2,6 +2,7 @@
 
 #include "errors/hunterr.h"
 #include "export/exporter.h"
+#include "repository/statements.h"
 
 #include <cmath>
 
@@ -94,17 +95,6 @@ FolderTree::Node *nodeAtIndex(FolderTree &tree, double index)
 
 } // namespace
 
-QString archivedBelowProbe(const QString &folderId, const QString &archiveDb)
-{
-    return QStringLiteral("select parent_rec_id from zar_folder_matrix ") + QStringLiteral(" Where parent_rec_id = ")
-           + folderId + QStringLiteral(" and ")
-           + QStringLiteral(" child_rec_id in (select folder_rec_id from zar_file a, zar_fileArchived b,  ") + archiveDb
-           + QStringLiteral("..zar_FileArchive c") + QStringLiteral(" where a.rec_id = b.rec_id and b.rec_id = c.fileid ) ")
-           + QStringLiteral(" Union All ") + QStringLiteral(" select folder_rec_id from zar_file a, zar_fileArchived b, ")
-           + archiveDb + QStringLiteral("..zar_FileArchive c ")
-           + QStringLiteral(" where a.rec_id = b.rec_id and b.rec_id = c.fileid and folder_rec_id = ") + folderId;
-}
-
 QChar pathSeparator()
 {
 #ifdef Q_OS_WIN
@@ -162,14 +152,7 @@ void TreeProcs::loadSitesAndCabinets1(FolderTree &sstTreeView, double lngStartFo
     const QString source = kModule + QStringLiteral("loadSitesAndCabinets1(sstTreeView,lngStartFolderID)");
     for (;;) {
         try {
-            const QString sql = QStringLiteral("SELECT ") + QStringLiteral(" a.Rec_ID, ")
-                                + QStringLiteral(" a.Folder_Parent, ") + QStringLiteral(" a.Folder_Name, ")
-                                + QStringLiteral(" a.IsAdmin , ") + QStringLiteral(" a.Icon_rec_id , ")
-                                + QStringLiteral(" a.Folder_Type ")
-                                + QStringLiteral(" FROM ZAR_Folder a, zar_FolderLive b")
-                                + QStringLiteral(" where a.rec_id = b.rec_id and (a.Folder_Parent=")
-                                + numberText(lngStartFolderID) + QStringLiteral(")")
-                                + QStringLiteral(" ORDER BY a.Folder_Parent, a.Folder_Name");
+            const QString sql = repo::statements::firstLevel(numberText(lngStartFolderID));
             repo::RecordSet rs = m_signIn.cnDb().execute(sql);
             int image = 0;
             while (!rs.eof()) {
@@ -257,10 +240,7 @@ void TreeProcs::loadChildren(const QString &parentnode)
 
         QString id = parentnode;
         id.remove(kKeyPrefix);
-        const QString sql = QStringLiteral("SELECT a.rec_id, a.icon_rec_id, a.Folder_Type, a.Folder_Name ")
-                            + QStringLiteral(" FROM ZAR_FOLDER a, zar_folderLive b")
-                            + QStringLiteral(" WHERE a.rec_id = b.rec_id and  a.FOLDER_PARENT=") + id
-                            + QStringLiteral(" order by a.Folder_Parent, a.Folder_Name, a.rec_id");
+        const QString sql = repo::statements::liveChildren(id);
         repo::RecordSet rs = m_signIn.cnDb().execute(sql);
 
         int image = 0;
@@ -283,23 +263,7 @@ void TreeProcs::loadChildrenArchive(const QString &parentnode)
         beginReload(form, m_tree, parentnode);
 
         const QString id = QString::number(qRound64(folderIdOfKey(parentnode)));
-        const QString sql =
-            QStringLiteral("select a.rec_id, a.icon_rec_id, a.Folder_Parent, a.Folder_Name, ")
-            + QStringLiteral(" a.Folder_Type, c.TS as TS , b.relative_level_no relative_level_no, 'LIVE' as FOLDER ")
-            + QStringLiteral(" From zar_folder a , zar_folder_matrix b, zar_folder_name_path c, ")
-            + QStringLiteral(" ZAR_FolderLive d Where ")
-            + QStringLiteral(" a.rec_id = c.rec_id and a.Rec_id = b.child_rec_id And ")
-            + QStringLiteral(" a.Rec_ID = d.Rec_ID and ")
-            + QStringLiteral(" b.parent_rec_id = (") + id + QStringLiteral(") And b.relative_level_no = 1 ")
-            + QStringLiteral(" Union All ")
-            + QStringLiteral(" select a.rec_id, a.icon_rec_id, a.Folder_Parent, a.Folder_Name, ")
-            + QStringLiteral(" a.Folder_Type, c.TS as TS , b.relative_level_no relative_level_no, 'ARCHIVE' AS FOLDER ")
-            + QStringLiteral(" From zar_folder a , zar_folder_matrix b, zar_folder_name_path c, ")
-            + QStringLiteral(" ZAR_FolderArchived d Where ")
-            + QStringLiteral(" a.rec_id = c.rec_id and a.Rec_id = b.child_rec_id And ")
-            + QStringLiteral(" a.Rec_ID = d.Rec_ID and ")
-            + QStringLiteral(" b.parent_rec_id = (") + id + QStringLiteral(") And b.relative_level_no = 1 ")
-            + QStringLiteral(" order by a.Folder_Parent, a.Folder_Name, a.rec_id");
+        const QString sql = repo::statements::liveAndArchivedChildren(id);
         repo::Connection &cn = m_signIn.cnDb();
         repo::RecordSet rs = cn.execute(sql);
 
@@ -309,7 +273,7 @@ void TreeProcs::loadChildrenArchive(const QString &parentnode)
             bool shown = true;
             if (m_signIn.blnArchive) {
                 // Only folders that lead to archived documents are worth showing in an archive.
-                shown = cn.execute(archivedBelowProbe(recId, m_signIn.strSelectedDb)).recordCount() >= 1;
+                shown = cn.execute(repo::statements::archivedBelowProbe(recId, m_signIn.strSelectedDb)).recordCount() >= 1;
             }
             if (shown) {
                 const bool archiveOrigin =

@@ -23,11 +23,6 @@ constexpr int ArchiveCabinet = 29;
 constexpr int Count = 29;
 } // namespace TreeImage
 
-// Asks whether archived documents lie in the folder or anywhere below it (rows when they do); the
-// archive store is reached in the archive database by a three-part name. The tree and the export
-// both ask it, one folder at a time.
-QString archivedBelowProbe(const QString &folderId, const QString &archiveDb);
-
 // The platform's path separator, which stands for "\" in every path the export builds.
 QChar pathSeparator();
 
