@@ -79,6 +79,13 @@ private:
     class BusyPointer;
 
     void buildScreens();
+    QWidget *buildPasswordScreen();
+    QWidget *buildSignInScreen();
+    QWidget *buildFolderScreen();
+    void buildExitAndStatus();
+    void setKeyboardOrder();
+    void watchStatusHints();
+    void connectHandlers();
     void watchFocus(QWidget *control, const QString &onFocus, bool clearsOnLeave = true);
     bool gotFocus(QWidget *control);
     bool lostFocus(QWidget *control);
