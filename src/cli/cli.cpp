@@ -18,6 +18,8 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSet>
+#include <QStandardPaths>
+#include <QTemporaryFile>
 
 #include <memory>
 #include <utility>
@@ -58,7 +60,7 @@ void installErrorShower()
         text.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
         if (!text.endsWith(QLatin1Char('\n')))
             text += QLatin1Char('\n');
-        writeErr(Prefix + QStringLiteral("error report:\n") + text);
+        writeErr(Prefix + QStringLiteral("error report:\n") + printable(text, true));
     });
     // Nobody is there to answer a step-mode question: never stop.
     HuntERR::setStopPrompt([](const QString &, const QString &) { return 2; });
@@ -72,7 +74,7 @@ public:
     void message(const QString &text) override
     {
         PlainFormPort::message(text);
-        printError(text);
+        printError(printable(text, true));
     }
 };
 
@@ -180,7 +182,7 @@ int runDatabases(const Parsed &p)
     const bool ok = handled(QStringLiteral("modCommandLine.listDatabases"), [&] {
         for (const QString &name : std::as_const(session.port.databases)) {
             Row row;
-            row.name = name;
+            row.name = printable(name);
             row.type = session.signIn.fxnGetDBType(name);
             if (row.type.toUpper() == QLatin1String("ARCHIVE")) {
                 // The pairing is asked on the server's MASTER connection, which the existence
@@ -211,7 +213,7 @@ int runDatabases(const Parsed &p)
     auto orDash = [](const QString &text) { return text.isEmpty() ? QStringLiteral("-") : text; };
     for (const Row &row : std::as_const(rows)) {
         out += row.name.leftJustified(nameWidth) + QStringLiteral("  ") + orDash(row.type).leftJustified(typeWidth)
-            + QStringLiteral("  ") + orDash(row.live) + QLatin1Char('\n');
+            + QStringLiteral("  ") + orDash(printable(row.live)) + QLatin1Char('\n');
     }
     writeOut(out);
     return ExitDone;
@@ -244,7 +246,7 @@ bool clickDown(Session &session, FolderTree::Node *node, int levels)
 void printNode(const FolderTree::Node *node, int depth, int idWidth, QString *out)
 {
     *out += displayId(node).rightJustified(idWidth) + QStringLiteral("  ") + QString(depth * 2, QLatin1Char(' '))
-        + node->text + QLatin1Char('\n');
+        + printable(node->text) + QLatin1Char('\n');
     for (const FolderTree::Node *child : node->children)
         printNode(child, depth + 1, idWidth, out);
 }
@@ -332,7 +334,12 @@ FolderTree::Node *resolve(Session &session, const QString &path, QString *error)
         FolderTree::Node *next = nullptr;
         QString ambiguity;
         qsizetype used = 0;
-        for (qsizetype take = segments.size() - i; take >= 1 && !next && ambiguity.isEmpty(); --take) {
+        // Only as many segments as the child names with the most "/" can hold are ever joined, so
+        // a long path costs time in proportion to its length.
+        qsizetype longest = 1;
+        for (const FolderTree::Node *child : current->children)
+            longest = qMax(longest, child->text.count(QLatin1Char('/')) + 1);
+        for (qsizetype take = qMin(segments.size() - i, longest); take >= 1 && !next && ambiguity.isEmpty(); --take) {
             next = childNamed(current, segments.mid(i, take).join(QLatin1Char('/')), &ambiguity);
             used = take;
         }
@@ -344,12 +351,38 @@ FolderTree::Node *resolve(Session &session, const QString &path, QString *error)
                 *error = QStringLiteral("folder path \"%1\" is ambiguous: %2 %3").arg(path, ambiguity, where);
             else
                 *error = QStringLiteral("folder path \"%1\" not found: no folder \"%2\" %3").arg(path, segments[i], where);
+            *error = printable(*error);
             return nullptr;
         }
         current = next;
         i += used;
     }
     return current;
+}
+
+// The log must be able to take the failures before anything is exported: the folder is made if
+// need be and a file is written into it (and removed).
+bool logFolderTakesLines(const QString &logDir, QString *problem)
+{
+    const QString folder =
+        logDir.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation) : logDir;
+    if (folder.isEmpty()) {
+        *problem = QStringLiteral("no documents folder is known for the export log; name one with --log-dir");
+        return false;
+    }
+    QString reason;
+    if (!QDir().mkpath(folder)) {
+        reason = QStringLiteral("it cannot be created");
+    } else {
+        QTemporaryFile probe(QDir(folder).filePath(QStringLiteral(".parcelwise-log-check-XXXXXX")));
+        if (!probe.open() || probe.write("check\r\n") != 7 || !probe.flush())
+            reason = probe.errorString();
+    }
+    if (reason.isEmpty())
+        return true;
+    *problem = QStringLiteral("the export log cannot be written to \"%1\" (%2); choose another folder with --log-dir")
+                   .arg(QDir::toNativeSeparators(folder), reason);
+    return false;
 }
 
 QString absoluteNative(const QString &path)
@@ -372,7 +405,7 @@ int runExport(const Parsed &p)
 
     const QString destText = p.value(QStringLiteral("--dest"));
     if (destText.trimmed().isEmpty() || !QFileInfo(destText).isDir()) {
-        printError(QStringLiteral("destination \"%1\" is not an existing directory").arg(destText));
+        printError(printable(QStringLiteral("destination \"%1\" is not an existing directory").arg(destText)));
         return ExitError;
     }
     const QString destination = absoluteNative(destText);
@@ -380,12 +413,17 @@ int runExport(const Parsed &p)
     if (p.has(QStringLiteral("--log-dir"))) {
         const QString logText = p.value(QStringLiteral("--log-dir"));
         if (logText.trimmed().isEmpty() || !QFileInfo(logText).isDir()) {
-            printError(QStringLiteral("log directory \"%1\" is not an existing directory").arg(logText));
+            printError(printable(QStringLiteral("log directory \"%1\" is not an existing directory").arg(logText)));
             return ExitError;
         }
         logDir = absoluteNative(logText);
     }
     const bool dryRun = p.has(QStringLiteral("--dry-run"));
+    QString logProblem;
+    if (!dryRun && !logFolderTakesLines(logDir, &logProblem)) {
+        printError(printable(logProblem));
+        return ExitError;
+    }
     const bool progress = p.has(QStringLiteral("--progress"))
         || (!p.has(QStringLiteral("--no-progress")) && stderrIsTerminal());
 
@@ -437,8 +475,13 @@ int runExport(const Parsed &p)
     if (logged && dryRun) {
         logPath = QStringLiteral("none (dry run)");
     } else if (logged) {
-        logPath = !exporter.ExportLogPath.isEmpty() ? exporter.ExportLogPath : session.port.openedLog;
-        logPath = QDir::toNativeSeparators(logPath);
+        // Only a log that holds lines of this run is named.
+        const qsizetype lost = exporter.unloggedLines.size();
+        const QString written = !exporter.ExportLogPath.isEmpty() ? exporter.ExportLogPath : session.port.openedLog;
+        logPath = stats.failures > lost && QFileInfo(written).isFile() ? printable(QDir::toNativeSeparators(written))
+                                                                      : QStringLiteral("none");
+        if (lost > 0)
+            logPath += QStringLiteral(" (%1 failures could not be logged; they are shown above)").arg(lost);
     }
     writeErr(QStringLiteral("%1%2 folders, %3 documents, %4 bytes (%5), %6 failures, %7 s; log: %8\n")
                  .arg(dryRun ? QStringLiteral("Dry run, nothing written: would export ") : QStringLiteral("Exported "))
@@ -554,5 +597,8 @@ int runCommandLine(int argc, char **argv)
     }
     HuntERR::setShower({});
     HuntERR::setStopPrompt({});
+    // Output that did not arrive (a full disk behind a redirection) is a failure too.
+    if (!cli::flushOutput() && status == cli::ExitDone)
+        status = cli::ExitError;
     return status;
 }
