@@ -114,7 +114,7 @@ ExportDisk::Kind ExportDisk::kind(const QString &path) const
         return Kind::File;
     if (m_dry && underRemoved(key))
         return Kind::None;
-    if (fsKey(m_destination) == key || fsKey(m_prefix) == key)
+    if (fsKey(m_destination) == key || fsKey(m_prefix) == key || fsKey(m_prefix.chopped(1)) == key)
         return Kind::Directory;
     if (!path.startsWith(m_prefix))
         return Kind::None;

@@ -202,6 +202,7 @@ void Exporter::walkSubFolders(const QString &key, const QString &topPath, bool f
         repo::RecordSet rs;
         QString path;
         QString source;
+        QSet<qint64> listed;
     };
     std::vector<Level> stack;
     auto list = [&](const QString &id, const QString &path, bool first) {
@@ -213,7 +214,7 @@ void Exporter::walkSubFolders(const QString &key, const QString &topPath, bool f
             logFailure(source, qint64(folderIdOfKey(id)), QString(), path, kFolderLine);
             return false;
         }
-        stack.push_back({rs, path, source});
+        stack.push_back({rs, path, source, {}});
         return true;
     };
     QString id = key;
@@ -229,7 +230,8 @@ void Exporter::walkSubFolders(const QString &key, const QString &topPath, bool f
             }
             continue;
         }
-        const QString childPath = nextSubFolder(stack.back().rs, stack.back().path, stack.back().source);
+        Level &level = stack.back();
+        const QString childPath = nextSubFolder(level.rs, level.path, level.source, level.listed);
         if (childPath.isEmpty() || !list(QString::number(m_childId), childPath, false)) {
             if (!childPath.isEmpty())
                 folderDone(childPath);
@@ -246,7 +248,8 @@ void Exporter::folderDone(const QString &path)
 
 // One row of a listing: the child's directory made and its documents written. Returns the
 // directory to descend into, or "" when the child is skipped or failed (logged).
-QString Exporter::nextSubFolder(const repo::RecordSet &rs, const QString &parentPath, const QString &source)
+QString Exporter::nextSubFolder(const repo::RecordSet &rs, const QString &parentPath, const QString &source,
+                                QSet<qint64> &listed)
 {
     qint64 childId = 0;
     QString folderName;
@@ -272,8 +275,13 @@ QString Exporter::nextSubFolder(const repo::RecordSet &rs, const QString &parent
         if (!holdsArchived)
             return {};
     }
+    // A folder listed twice by one listing (live and archived alike) is the same folder: it was
+    // just written. Met again anywhere else it lies below itself: written once, walked once.
+    if (listed.contains(childId))
+        return {};
+    listed.insert(childId);
     if (m_walked.contains(childId)) {
-        logged(); // a folder listed below itself: written once, walked once
+        logged();
         return {};
     }
     m_walked.insert(childId);

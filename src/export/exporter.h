@@ -89,7 +89,8 @@ public:
 private:
     QString childFoldersQuery(const QString &id, bool firstLevel) const;
     void walkSubFolders(const QString &key, const QString &topPath, bool firstLevel);
-    QString nextSubFolder(const repo::RecordSet &rs, const QString &parentPath, const QString &source);
+    QString nextSubFolder(const repo::RecordSet &rs, const QString &parentPath, const QString &source,
+                          QSet<qint64> &listed);
     void folderDone(const QString &path);
     // The directory a folder gets below parent: its cleaned name unless that is no name or this
     // run already made it; then its id goes in.
