@@ -88,7 +88,7 @@ QString Exporter::directoryFor(const QString &parent, const QString &cleaned, qi
     // top of another one: it keeps its id instead, as documents do.
     QString name = cleaned.isEmpty() || cleaned == QLatin1String(".") || cleaned == QLatin1String("..") ? tag : cleaned;
     // Never replace what this run made: siblings that clean alike each keep their own directory.
-    while (disk().madeThisRun(base + name))
+    while (disk().madeThisRun(base + name) || disk().wroteThisRun(base + name))
         name += QLatin1Char(' ') + tag;
     return base + name;
 }
