@@ -1,6 +1,7 @@
 #include "cli/cli.h"
 
 #include "cli/arguments.h"
+#include "cli/logcheck.h"
 #include "cli/progress.h"
 #include "cli/terminal.h"
 
@@ -18,8 +19,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSet>
-#include <QStandardPaths>
-#include <QTemporaryFile>
 
 #include <memory>
 #include <utility>
@@ -358,31 +357,6 @@ FolderTree::Node *resolve(Session &session, const QString &path, QString *error)
         i += used;
     }
     return current;
-}
-
-// The log must be able to take the failures before anything is exported: the folder is made if
-// need be and a file is written into it (and removed).
-bool logFolderTakesLines(const QString &logDir, QString *problem)
-{
-    const QString folder =
-        logDir.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation) : logDir;
-    if (folder.isEmpty()) {
-        *problem = QStringLiteral("no documents folder is known for the export log; name one with --log-dir");
-        return false;
-    }
-    QString reason;
-    if (!QDir().mkpath(folder)) {
-        reason = QStringLiteral("it cannot be created");
-    } else {
-        QTemporaryFile probe(QDir(folder).filePath(QStringLiteral(".parcelwise-log-check-XXXXXX")));
-        if (!probe.open() || probe.write("check\r\n") != 7 || !probe.flush())
-            reason = probe.errorString();
-    }
-    if (reason.isEmpty())
-        return true;
-    *problem = QStringLiteral("the export log cannot be written to \"%1\" (%2); choose another folder with --log-dir")
-                   .arg(QDir::toNativeSeparators(folder), reason);
-    return false;
 }
 
 QString absoluteNative(const QString &path)
