@@ -364,6 +364,32 @@ QString absoluteNative(const QString &path)
     return QDir::toNativeSeparators(QDir::cleanPath(QFileInfo(path).absoluteFilePath()));
 }
 
+// The summary line; it names only a log that holds lines of this run.
+void printSummary(const Exporter &exporter, const QString &openedLog, bool dryRun, double seconds)
+{
+    const Exporter::Stats &stats = exporter.stats;
+    QString logPath = QStringLiteral("none");
+    if (stats.failures > 0 && dryRun) {
+        logPath = QStringLiteral("none (dry run)");
+    } else if (stats.failures > 0 || !openedLog.isEmpty()) {
+        const qsizetype lost = exporter.unloggedLines.size();
+        const QString written = !exporter.ExportLogPath.isEmpty() ? exporter.ExportLogPath : openedLog;
+        if (stats.failures > lost && QFileInfo(written).isFile())
+            logPath = printable(QDir::toNativeSeparators(written));
+        if (lost > 0)
+            logPath += QStringLiteral(" (%1 failures could not be logged; they are shown above)").arg(lost);
+    }
+    writeErr(QStringLiteral("%1%2 folders, %3 documents, %4 bytes (%5), %6 failures, %7 s; log: %8\n")
+                 .arg(dryRun ? QStringLiteral("Dry run, nothing written: would export ") : QStringLiteral("Exported "))
+                 .arg(stats.folders)
+                 .arg(stats.documents)
+                 .arg(stats.bytes)
+                 .arg(humanBytes(stats.bytes))
+                 .arg(stats.failures)
+                 .arg(QString::number(seconds, 'f', 1))
+                 .arg(logPath));
+}
+
 int runExport(const Parsed &p)
 {
     const QStringList folders = p.values.value(QStringLiteral("--folder"));
@@ -443,29 +469,8 @@ int runExport(const Parsed &p)
     const bool ok = handled(QStringLiteral("FrmSendtofolder.cmdStart_Click"), [&] { exporter.run(); });
     reporter.finish();
 
-    const Exporter::Stats &stats = exporter.stats;
-    const bool logged = stats.failures > 0 || !session.port.openedLog.isEmpty();
-    QString logPath = QStringLiteral("none");
-    if (logged && dryRun) {
-        logPath = QStringLiteral("none (dry run)");
-    } else if (logged) {
-        // Only a log that holds lines of this run is named.
-        const qsizetype lost = exporter.unloggedLines.size();
-        const QString written = !exporter.ExportLogPath.isEmpty() ? exporter.ExportLogPath : session.port.openedLog;
-        logPath = stats.failures > lost && QFileInfo(written).isFile() ? printable(QDir::toNativeSeparators(written))
-                                                                      : QStringLiteral("none");
-        if (lost > 0)
-            logPath += QStringLiteral(" (%1 failures could not be logged; they are shown above)").arg(lost);
-    }
-    writeErr(QStringLiteral("%1%2 folders, %3 documents, %4 bytes (%5), %6 failures, %7 s; log: %8\n")
-                 .arg(dryRun ? QStringLiteral("Dry run, nothing written: would export ") : QStringLiteral("Exported "))
-                 .arg(stats.folders)
-                 .arg(stats.documents)
-                 .arg(stats.bytes)
-                 .arg(humanBytes(stats.bytes))
-                 .arg(stats.failures)
-                 .arg(QString::number(reporter.elapsedSeconds(), 'f', 1))
-                 .arg(logPath));
+    const bool logged = exporter.stats.failures > 0 || !session.port.openedLog.isEmpty();
+    printSummary(exporter, session.port.openedLog, dryRun, reporter.elapsedSeconds());
     if (!ok)
         return ExitError;
     return logged ? ExitItemsFailed : ExitDone;

@@ -346,51 +346,14 @@ void Exporter::CopyFolderFiles(double folderId, const QString &path)
     }
 }
 
-QString Exporter::fxnSaveDocument(qint64 recId, const QString &path)
+// Writes the document under its cleaned title, the title with its id when this run already
+// wrote that name, or "[id].ext" when the file cannot be created under the title. Returns the
+// file written, or "" when even that failed (logged).
+QString Exporter::saveDocumentFile(const QString &source, qint64 recId, const QString &description,
+                                   const QString &path, QString name, const QString &ext, const QByteArray &bytes)
 {
-    const QString source = kForm + QStringLiteral("fxnSaveDocument(recId,path)");
     const QChar sep = pathSeparator();
     const QString idText = QString::number(recId);
-    repo::Connection &cn = m_signIn.cnDb();
-
-    QString sql;
-    QString dataField;
-    if (!m_signIn.blnArchive) {
-        sql = QStringLiteral("Select a.File_name, a.File_Description, a.file_data ")
-              + QStringLiteral(" FROM ZAR_File a, zar_FileLive b ")
-              + QStringLiteral(" WHERE (a.rec_id = b.rec_id and a.Rec_ID =") + idText + QStringLiteral(")");
-        dataField = QStringLiteral("File_Data");
-    } else {
-        sql = QStringLiteral("Select a.File_name, a.File_Description, b.FileData ")
-              + QStringLiteral(" FROM ZAR_File a, ") + m_signIn.strSelectedDb
-              + QStringLiteral("..zar_FileArchive b ")
-              + QStringLiteral(" WHERE (a.rec_id = b.FileID and a.Rec_ID =") + idText + QStringLiteral(")");
-        dataField = QStringLiteral("FileData");
-    }
-
-    QString description;
-    QString name;
-    QString ext;
-    QByteArray bytes; // shares the record set's buffer: the document is held once
-    const bool read = HuntERR::resume(source, [&] {
-        repo::RecordSet rs = cn.execute(sql);
-        if (rs.eof())
-            HuntERR::raise(HuntERR::ERR_NO_CURRENT_RECORD,
-                           QStringLiteral("Either BOF or EOF is True, or the current record has been deleted. "
-                                          "Requested operation requires a current record."));
-        description = rs.text(QStringLiteral("File_Description"));
-        name = cleanDocumentTitle(description);
-        if (rs.isNull(dataField))
-            HuntERR::raise(HuntERR::ERR_GENERAL, QStringLiteral("Document %1 has no stored bytes").arg(recId));
-        bytes = rs.value(dataField).toByteArray();
-        ext = GetFileExtension(rs.text(QStringLiteral("File_name")));
-        rs.close();
-    });
-    if (!read) {
-        logFailure(source, recId, description, path, kFileLine);
-        return {};
-    }
-
     auto save = [&](const QString &fileName) {
         const QString filePath = path + sep + fileName;
         disk().writeFile(filePath, bytes);
@@ -433,6 +396,54 @@ QString Exporter::fxnSaveDocument(qint64 recId, const QString &path)
             }))
             logFailure(source, recId, description, path, kFileLine);
     }
+    return written;
+}
+
+QString Exporter::fxnSaveDocument(qint64 recId, const QString &path)
+{
+    const QString source = kForm + QStringLiteral("fxnSaveDocument(recId,path)");
+    const QString idText = QString::number(recId);
+    repo::Connection &cn = m_signIn.cnDb();
+
+    QString sql;
+    QString dataField;
+    if (!m_signIn.blnArchive) {
+        sql = QStringLiteral("Select a.File_name, a.File_Description, a.file_data ")
+              + QStringLiteral(" FROM ZAR_File a, zar_FileLive b ")
+              + QStringLiteral(" WHERE (a.rec_id = b.rec_id and a.Rec_ID =") + idText + QStringLiteral(")");
+        dataField = QStringLiteral("File_Data");
+    } else {
+        sql = QStringLiteral("Select a.File_name, a.File_Description, b.FileData ")
+              + QStringLiteral(" FROM ZAR_File a, ") + m_signIn.strSelectedDb
+              + QStringLiteral("..zar_FileArchive b ")
+              + QStringLiteral(" WHERE (a.rec_id = b.FileID and a.Rec_ID =") + idText + QStringLiteral(")");
+        dataField = QStringLiteral("FileData");
+    }
+
+    QString description;
+    QString name;
+    QString ext;
+    QByteArray bytes; // shares the record set's buffer: the document is held once
+    const bool read = HuntERR::resume(source, [&] {
+        repo::RecordSet rs = cn.execute(sql);
+        if (rs.eof())
+            HuntERR::raise(HuntERR::ERR_NO_CURRENT_RECORD,
+                           QStringLiteral("Either BOF or EOF is True, or the current record has been deleted. "
+                                          "Requested operation requires a current record."));
+        description = rs.text(QStringLiteral("File_Description"));
+        name = cleanDocumentTitle(description);
+        if (rs.isNull(dataField))
+            HuntERR::raise(HuntERR::ERR_GENERAL, QStringLiteral("Document %1 has no stored bytes").arg(recId));
+        bytes = rs.value(dataField).toByteArray();
+        ext = GetFileExtension(rs.text(QStringLiteral("File_name")));
+        rs.close();
+    });
+    if (!read) {
+        logFailure(source, recId, description, path, kFileLine);
+        return {};
+    }
+
+    const QString written = saveDocumentFile(source, recId, description, path, name, ext, bytes);
     if (written.isEmpty())
         return {}; // nothing to date
     bytes.clear();

@@ -87,6 +87,8 @@ public:
     QStringList unloggedLines;
 
 private:
+    QString saveDocumentFile(const QString &source, qint64 recId, const QString &description, const QString &path,
+                             QString name, const QString &ext, const QByteArray &bytes);
     QString childFoldersQuery(const QString &id, bool firstLevel) const;
     void walkSubFolders(const QString &key, const QString &topPath, bool firstLevel);
     QString nextSubFolder(const repo::RecordSet &rs, const QString &parentPath, const QString &source,
