@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QFile>
 
+#include <string>
 #include <utility>
 #include <vector>
 

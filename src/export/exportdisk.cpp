@@ -182,18 +182,23 @@ void ExportDisk::makeDirectory(const QString &path)
 {
     const QStringList names = entryNames(path);
     checkLength(path, HuntERR::ERR_PATH_NOT_FOUND);
-    const QString parentPath = parentOf(path);
-    if (kind(parentPath) != Kind::Directory)
-        refuse(HuntERR::ERR_PATH_NOT_FOUND, QStringLiteral("Path not found: %1 (no directory %2)").arg(path, parentPath));
-    if (kind(path) != Kind::None)
-        refuse(HuntERR::ERR_PATH_FILE_ACCESS,
-               QStringLiteral("Path/File access error: %1 already exists and is not a folder of this run").arg(path));
+    // A dry run asks its picture what a real run learns from the system calls themselves.
+    if (m_dry) {
+        const QString parentPath = parentOf(path);
+        if (kind(parentPath) != Kind::Directory)
+            refuse(HuntERR::ERR_PATH_NOT_FOUND,
+                   QStringLiteral("Path not found: %1 (no directory %2)").arg(path, parentPath));
+        if (kind(path) != Kind::None)
+            refuse(HuntERR::ERR_PATH_FILE_ACCESS,
+                   QStringLiteral("Path/File access error: %1 already exists and is not a folder of this run").arg(path));
+    }
     step("mkdir", path);
     if (!m_dry) {
         QString why;
         const dirhandles::Dir parent = openParent(names, &why);
-        const dirhandles::Result r = parent.isOpen() ? dirhandles::makeDirectory(parent, names.last())
-                                                     : dirhandles::Result{false, why, false};
+        if (!parent.isOpen())
+            refuse(HuntERR::ERR_PATH_NOT_FOUND, QStringLiteral("Path not found: %1 (%2)").arg(path, why));
+        const dirhandles::Result r = dirhandles::makeDirectory(parent, names.last());
         if (!r.ok)
             refuse(HuntERR::ERR_PATH_FILE_ACCESS,
                    QStringLiteral("Path/File access error: cannot create the directory %1 (%2)").arg(path, r.reason));
@@ -204,12 +209,14 @@ void ExportDisk::makeDirectory(const QString &path)
 void ExportDisk::writeFile(const QString &filePath, const QByteArray &bytes)
 {
     const QStringList names = entryNames(filePath);
-    const QString parentPath = parentOf(filePath);
-    if (kind(parentPath) != Kind::Directory)
-        refuse(HuntERR::ERR_PATH_NOT_FOUND,
-               QStringLiteral("Path not found: %1 (no directory %2)").arg(filePath, parentPath));
+    if (m_dry) {
+        const QString parentPath = parentOf(filePath);
+        if (kind(parentPath) != Kind::Directory)
+            refuse(HuntERR::ERR_PATH_NOT_FOUND,
+                   QStringLiteral("Path not found: %1 (no directory %2)").arg(filePath, parentPath));
+    }
     checkLength(filePath, HuntERR::ERR_WRITE_FAILED);
-    if (kind(filePath) == Kind::Directory)
+    if (m_dry && kind(filePath) == Kind::Directory)
         refuse(HuntERR::ERR_WRITE_FAILED, QStringLiteral("Write to file failed: a directory stands at %1").arg(filePath));
     step("write", filePath);
     if (!m_dry) {
