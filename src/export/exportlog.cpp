@@ -81,6 +81,10 @@ void Exporter::fxnWriteLog(qint32 paramId, QString paramName, QString paramLocat
         if (dryRun)
             return;
 
+        // Without a folder the name alone would land in the file system's root.
+        if (ExportLogFolder.isEmpty())
+            HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: there is no documents folder "
+                                                         "for the export log"));
         QFile log(ExportLogPath);
         if (!log.open(QIODevice::WriteOnly | QIODevice::Append))
             HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: cannot open the export log %1 (%2)")
