@@ -206,6 +206,7 @@ bool FrmSendtofolder::cmdStart_Click()
             BusyPointer busy(this);
             m_exporter.run();
         }
+        showUnloggedFailures();
         setStatus(QStringLiteral(" Process completed successfully"));
         message(QStringLiteral("Process completed successfully"));
         setStatus(QString());
@@ -215,6 +216,22 @@ bool FrmSendtofolder::cmdStart_Click()
             if (hadFocus && m_FrameButton->isAncestorOf(hadFocus))
                 hadFocus->setFocus(Qt::OtherFocusReason);
         }
+    });
+}
+
+// Failures the export log could not take are shown in the error window before the run reports
+// its end: they must not vanish with the log.
+void FrmSendtofolder::showUnloggedFailures()
+{
+    if (m_exporter.unloggedLines.isEmpty())
+        return;
+    const QString lines = m_exporter.unloggedLines.join(QLatin1Char('\n'));
+    m_exporter.unloggedLines.clear();
+    HuntERR::handler(kModule + QStringLiteral("cmdStart_Click"), [&] {
+        HuntERR::raise(HuntERR::ERR_PATH_FILE_ACCESS,
+                       QStringLiteral("Path/File access error: the export log could not be written. "
+                                      "These items were not exported:\n")
+                           + lines);
     });
 }
 

@@ -1,6 +1,7 @@
 #include "cli/cli.h"
 
 #include "cli/arguments.h"
+#include "cli/logcheck.h"
 #include "cli/progress.h"
 #include "cli/terminal.h"
 
@@ -58,7 +59,7 @@ void installErrorShower()
         text.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
         if (!text.endsWith(QLatin1Char('\n')))
             text += QLatin1Char('\n');
-        writeErr(Prefix + QStringLiteral("error report:\n") + text);
+        writeErr(Prefix + QStringLiteral("error report:\n") + printable(text, true));
     });
     // Nobody is there to answer a step-mode question: never stop.
     HuntERR::setStopPrompt([](const QString &, const QString &) { return 2; });
@@ -72,7 +73,7 @@ public:
     void message(const QString &text) override
     {
         PlainFormPort::message(text);
-        printError(text);
+        printError(printable(text, true));
     }
 };
 
@@ -180,7 +181,7 @@ int runDatabases(const Parsed &p)
     const bool ok = handled(QStringLiteral("modCommandLine.listDatabases"), [&] {
         for (const QString &name : std::as_const(session.port.databases)) {
             Row row;
-            row.name = name;
+            row.name = printable(name);
             row.type = session.signIn.fxnGetDBType(name);
             if (row.type.toUpper() == QLatin1String("ARCHIVE")) {
                 // The pairing is asked on the server's MASTER connection, which the existence
@@ -211,7 +212,7 @@ int runDatabases(const Parsed &p)
     auto orDash = [](const QString &text) { return text.isEmpty() ? QStringLiteral("-") : text; };
     for (const Row &row : std::as_const(rows)) {
         out += row.name.leftJustified(nameWidth) + QStringLiteral("  ") + orDash(row.type).leftJustified(typeWidth)
-            + QStringLiteral("  ") + orDash(row.live) + QLatin1Char('\n');
+            + QStringLiteral("  ") + orDash(printable(row.live)) + QLatin1Char('\n');
     }
     writeOut(out);
     return ExitDone;
@@ -244,7 +245,7 @@ bool clickDown(Session &session, FolderTree::Node *node, int levels)
 void printNode(const FolderTree::Node *node, int depth, int idWidth, QString *out)
 {
     *out += displayId(node).rightJustified(idWidth) + QStringLiteral("  ") + QString(depth * 2, QLatin1Char(' '))
-        + node->text + QLatin1Char('\n');
+        + printable(node->text) + QLatin1Char('\n');
     for (const FolderTree::Node *child : node->children)
         printNode(child, depth + 1, idWidth, out);
 }
@@ -332,7 +333,12 @@ FolderTree::Node *resolve(Session &session, const QString &path, QString *error)
         FolderTree::Node *next = nullptr;
         QString ambiguity;
         qsizetype used = 0;
-        for (qsizetype take = segments.size() - i; take >= 1 && !next && ambiguity.isEmpty(); --take) {
+        // Only as many segments as the child names with the most "/" can hold are ever joined, so
+        // a long path costs time in proportion to its length.
+        qsizetype longest = 1;
+        for (const FolderTree::Node *child : current->children)
+            longest = qMax(longest, child->text.count(QLatin1Char('/')) + 1);
+        for (qsizetype take = qMin(segments.size() - i, longest); take >= 1 && !next && ambiguity.isEmpty(); --take) {
             next = childNamed(current, segments.mid(i, take).join(QLatin1Char('/')), &ambiguity);
             used = take;
         }
@@ -344,6 +350,7 @@ FolderTree::Node *resolve(Session &session, const QString &path, QString *error)
                 *error = QStringLiteral("folder path \"%1\" is ambiguous: %2 %3").arg(path, ambiguity, where);
             else
                 *error = QStringLiteral("folder path \"%1\" not found: no folder \"%2\" %3").arg(path, segments[i], where);
+            *error = printable(*error);
             return nullptr;
         }
         current = next;
@@ -355,6 +362,32 @@ FolderTree::Node *resolve(Session &session, const QString &path, QString *error)
 QString absoluteNative(const QString &path)
 {
     return QDir::toNativeSeparators(QDir::cleanPath(QFileInfo(path).absoluteFilePath()));
+}
+
+// The summary line; it names only a log that holds lines of this run.
+void printSummary(const Exporter &exporter, const QString &openedLog, bool dryRun, double seconds)
+{
+    const Exporter::Stats &stats = exporter.stats;
+    QString logPath = QStringLiteral("none");
+    if (stats.failures > 0 && dryRun) {
+        logPath = QStringLiteral("none (dry run)");
+    } else if (stats.failures > 0 || !openedLog.isEmpty()) {
+        const qsizetype lost = exporter.unloggedLines.size();
+        const QString written = !exporter.ExportLogPath.isEmpty() ? exporter.ExportLogPath : openedLog;
+        if (stats.failures > lost && QFileInfo(written).isFile())
+            logPath = printable(QDir::toNativeSeparators(written));
+        if (lost > 0)
+            logPath += QStringLiteral(" (%1 failures could not be logged; they are shown above)").arg(lost);
+    }
+    writeErr(QStringLiteral("%1%2 folders, %3 documents, %4 bytes (%5), %6 failures, %7 s; log: %8\n")
+                 .arg(dryRun ? QStringLiteral("Dry run, nothing written: would export ") : QStringLiteral("Exported "))
+                 .arg(stats.folders)
+                 .arg(stats.documents)
+                 .arg(stats.bytes)
+                 .arg(humanBytes(stats.bytes))
+                 .arg(stats.failures)
+                 .arg(QString::number(seconds, 'f', 1))
+                 .arg(logPath));
 }
 
 int runExport(const Parsed &p)
@@ -372,7 +405,7 @@ int runExport(const Parsed &p)
 
     const QString destText = p.value(QStringLiteral("--dest"));
     if (destText.trimmed().isEmpty() || !QFileInfo(destText).isDir()) {
-        printError(QStringLiteral("destination \"%1\" is not an existing directory").arg(destText));
+        printError(printable(QStringLiteral("destination \"%1\" is not an existing directory").arg(destText)));
         return ExitError;
     }
     const QString destination = absoluteNative(destText);
@@ -380,12 +413,17 @@ int runExport(const Parsed &p)
     if (p.has(QStringLiteral("--log-dir"))) {
         const QString logText = p.value(QStringLiteral("--log-dir"));
         if (logText.trimmed().isEmpty() || !QFileInfo(logText).isDir()) {
-            printError(QStringLiteral("log directory \"%1\" is not an existing directory").arg(logText));
+            printError(printable(QStringLiteral("log directory \"%1\" is not an existing directory").arg(logText)));
             return ExitError;
         }
         logDir = absoluteNative(logText);
     }
     const bool dryRun = p.has(QStringLiteral("--dry-run"));
+    QString logProblem;
+    if (!dryRun && !logFolderTakesLines(logDir, &logProblem)) {
+        printError(printable(logProblem));
+        return ExitError;
+    }
     const bool progress = p.has(QStringLiteral("--progress"))
         || (!p.has(QStringLiteral("--no-progress")) && stderrIsTerminal());
 
@@ -431,24 +469,8 @@ int runExport(const Parsed &p)
     const bool ok = handled(QStringLiteral("FrmSendtofolder.cmdStart_Click"), [&] { exporter.run(); });
     reporter.finish();
 
-    const Exporter::Stats &stats = exporter.stats;
-    const bool logged = stats.failures > 0 || !session.port.openedLog.isEmpty();
-    QString logPath = QStringLiteral("none");
-    if (logged && dryRun) {
-        logPath = QStringLiteral("none (dry run)");
-    } else if (logged) {
-        logPath = !exporter.ExportLogPath.isEmpty() ? exporter.ExportLogPath : session.port.openedLog;
-        logPath = QDir::toNativeSeparators(logPath);
-    }
-    writeErr(QStringLiteral("%1%2 folders, %3 documents, %4 bytes (%5), %6 failures, %7 s; log: %8\n")
-                 .arg(dryRun ? QStringLiteral("Dry run, nothing written: would export ") : QStringLiteral("Exported "))
-                 .arg(stats.folders)
-                 .arg(stats.documents)
-                 .arg(stats.bytes)
-                 .arg(humanBytes(stats.bytes))
-                 .arg(stats.failures)
-                 .arg(QString::number(reporter.elapsedSeconds(), 'f', 1))
-                 .arg(logPath));
+    const bool logged = exporter.stats.failures > 0 || !session.port.openedLog.isEmpty();
+    printSummary(exporter, session.port.openedLog, dryRun, reporter.elapsedSeconds());
     if (!ok)
         return ExitError;
     return logged ? ExitItemsFailed : ExitDone;
@@ -554,5 +576,8 @@ int runCommandLine(int argc, char **argv)
     }
     HuntERR::setShower({});
     HuntERR::setStopPrompt({});
+    // Output that did not arrive (a full disk behind a redirection) is a failure too.
+    if (!cli::flushOutput() && status == cli::ExitDone)
+        status = cli::ExitError;
     return status;
 }

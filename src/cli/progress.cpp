@@ -39,7 +39,7 @@ QString ExportReporter::shown(const QString &path) const
 
 void ExportReporter::folderStarted(const QString &path)
 {
-    m_current = shown(path);
+    m_current = printable(shown(path));
     draw(false);
 }
 
@@ -51,7 +51,7 @@ void ExportReporter::directoryRemoved(const QString &path)
 void ExportReporter::directoryCreated(const QString &path)
 {
     ++m_folders;
-    m_current = shown(path);
+    m_current = printable(shown(path));
     list(QStringLiteral("mkdir   ") + QDir::toNativeSeparators(path));
     draw(false);
 }
@@ -71,6 +71,14 @@ void ExportReporter::failureLogged(const QString &)
     draw(false);
 }
 
+void ExportReporter::failureUnlogged(const QString &line)
+{
+    // The log could not take it: standard error is the only place left.
+    if (m_progress)
+        clearLine();
+    writeErr(QStringLiteral("parcelwise: not logged: ") + printable(line) + QLatin1Char('\n'));
+}
+
 void ExportReporter::list(const QString &line)
 {
     if (!m_listing)
@@ -78,7 +86,7 @@ void ExportReporter::list(const QString &line)
     // The listing and the progress line may share one terminal: the listing line goes in above.
     if (m_progress)
         clearLine();
-    writeOut(line + QLatin1Char('\n'));
+    writeOut(printable(line) + QLatin1Char('\n'));
 }
 
 void ExportReporter::draw(bool force)

@@ -22,6 +22,7 @@ public:
     void directoryCreated(const QString &path) override;
     void documentWritten(const QString &filePath, qint64 bytes) override;
     void failureLogged(const QString &line) override;
+    void failureUnlogged(const QString &line) override;
 
     // Takes the progress line off the screen, so the summary starts on a clean line.
     void finish();

@@ -47,6 +47,8 @@ int terminalColumns()
 
 namespace {
 
+bool g_outputFailed = false;
+
 void write(FILE *stream, const QString &text)
 {
 #ifdef Q_OS_WIN
@@ -54,11 +56,48 @@ void write(FILE *stream, const QString &text)
 #else
     const QByteArray bytes = text.toUtf8();
 #endif
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
-    std::fflush(stream);
+    const size_t written = std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
+    if (written != size_t(bytes.size()) || std::fflush(stream) != 0 || std::ferror(stream))
+        g_outputFailed = true;
 }
 
 } // namespace
+
+bool outputFailed() { return g_outputFailed; }
+
+bool flushOutput()
+{
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) || std::fflush(stderr) != 0 || std::ferror(stderr))
+        g_outputFailed = true;
+    return !g_outputFailed;
+}
+
+QString printable(const QString &text, bool keepLineEnds)
+{
+    QString out;
+    out.reserve(text.size());
+    for (const QChar c : text) {
+        const char16_t u = c.unicode();
+        if (u >= 0x20 && u != 0x7f && !(u >= 0x80 && u < 0xa0)) {
+            out += c;
+            continue;
+        }
+        switch (u) {
+        case '\n':
+            out += keepLineEnds ? QStringLiteral("\n") : QStringLiteral("\\n");
+            break;
+        case '\r':
+            out += QStringLiteral("\\r");
+            break;
+        case '\t':
+            out += QStringLiteral("\\t");
+            break;
+        default:
+            out += QStringLiteral("\\x%1").arg(int(u), u > 0xff ? 4 : 2, 16, QLatin1Char('0'));
+        }
+    }
+    return out;
+}
 
 void writeOut(const QString &text) { write(stdout, text); }
 void writeErr(const QString &text) { write(stderr, text); }

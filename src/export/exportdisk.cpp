@@ -1,97 +1,138 @@
 #include "export/exportdisk.h"
 
 #include "errors/hunterr.h"
+#include "export/dirhandles.h"
 #include "tree/treeprocs.h"
 
-#include <QDir>
-#include <QDirIterator>
 #include <QFile>
-#include <QFileInfo>
 
 namespace {
 
-bool isUnder(const QString &path, const QString &top)
+ExportDisk::StepHook &stepHook()
 {
-    if (path == top)
-        return true;
-    const QChar sep = pathSeparator();
-    return path.startsWith(top) && (top.endsWith(sep) || path.at(top.size()) == sep);
+    static ExportDisk::StepHook hook;
+    return hook;
 }
 
-// Qt removes read-only files by itself; a directory without write or search permission still
-// stops it, so open those up first. Links are not followed.
-void openUpDirectories(const QString &top)
+void step(const char *what, const QString &path)
 {
-    const QFile::Permissions needed = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadUser
-                                      | QFile::WriteUser | QFile::ExeUser;
-    QFile::setPermissions(top, QFile::permissions(top) | needed);
-    QDirIterator it(top, QDir::Dirs | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-                    QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString dir = it.next();
-        if (it.fileInfo().isSymLink())
-            continue;
-        const QFile::Permissions now = QFile::permissions(dir);
-        if ((now & needed) != needed)
-            QFile::setPermissions(dir, now | needed);
-    }
+    if (stepHook())
+        stepHook()(QString::fromLatin1(what), path);
+}
+
+// Names compared as the file system compares them: exactly here, ignoring case where the
+// platform's file systems do.
+QString fsKey(const QString &path)
+{
+#if defined(Q_OS_WIN) || defined(Q_OS_DARWIN)
+    return path.toCaseFolded();
+#else
+    return path;
+#endif
+}
+
+QString parentOf(const QString &path)
+{
+    const qsizetype cut = path.lastIndexOf(pathSeparator());
+    return cut <= 0 ? QString() : path.left(cut);
+}
+
+[[noreturn]] void refuse(qint32 number, const QString &text)
+{
+    HuntERR::raise(number, text);
 }
 
 } // namespace
 
-ExportDisk::ExportDisk(bool dryRun)
-    : m_dry(dryRun)
+ExportDisk::ExportDisk(const QString &destination, bool dryRun)
+    : m_destination(destination)
+    , m_prefix(destination.endsWith(pathSeparator()) ? destination : destination + pathSeparator())
+    , m_dry(dryRun)
 {
 }
 
-QString ExportDisk::parentOf(const QString &path)
+ExportDisk::~ExportDisk() = default;
+
+void ExportDisk::setStepHook(StepHook hook)
 {
-    const QChar sep = pathSeparator();
-    qsizetype end = path.size();
-    while (end > 1 && path.at(end - 1) == sep)
-        --end;
-    const qsizetype cut = path.lastIndexOf(sep, end - 1);
-    if (cut < 0)
-        return QStringLiteral(".");
-    if (cut == 0)
-        return QString(sep);
-    QString parent = path.left(cut);
-    if (parent.endsWith(QLatin1Char(':'))) // a drive's root keeps its separator
-        parent += sep;
-    return parent;
+    stepHook() = std::move(hook);
 }
 
-bool ExportDisk::underRemoved(const QString &path) const
+QStringList ExportDisk::entryNames(const QString &path) const
+{
+    if (m_destination.isEmpty() || !path.startsWith(m_prefix) || path.size() == m_prefix.size())
+        refuse(HuntERR::ERR_PATH_FILE_ACCESS,
+               QStringLiteral("Path/File access error: %1 is not inside the destination %2").arg(path, m_destination));
+    const QStringList names = path.mid(m_prefix.size()).split(pathSeparator());
+    for (const QString &name : names) {
+        if (name.isEmpty() || name == QLatin1String(".") || name == QLatin1String(".."))
+            refuse(HuntERR::ERR_PATH_FILE_ACCESS,
+                   QStringLiteral("Path/File access error: %1 is not inside the destination %2").arg(path, m_destination));
+    }
+    return names;
+}
+
+dirhandles::Dir ExportDisk::openParent(const QStringList &names, QString *why) const
+{
+    dirhandles::Result r;
+    dirhandles::Dir dir = dirhandles::openTop(m_destination, &r);
+    for (qsizetype i = 0; r.ok && i + 1 < names.size(); ++i)
+        dir = dirhandles::openChild(dir, names.at(i), &r);
+    if (!r.ok) {
+        *why = r.reason;
+        return {};
+    }
+    return dir;
+}
+
+void ExportDisk::checkLength(const QString &path, qint32 error) const
+{
+    if (QFile::encodeName(path).size() > dirhandles::maximumPathLength())
+        refuse(error, QStringLiteral("Path not found: %1 is longer than the file system's paths (%2 bytes)")
+                          .arg(path)
+                          .arg(dirhandles::maximumPathLength()));
+}
+
+bool ExportDisk::underRemoved(const QString &key) const
 {
     if (m_removed.isEmpty())
         return false;
     // Up the path one level at a time: as cheap for a deep tree as for a wide one.
-    QString at = path;
-    for (;;) {
+    for (QString at = key; !at.isEmpty(); at = parentOf(at)) {
         if (m_removed.contains(at))
             return true;
-        const QString up = parentOf(at);
-        if (up == at || up == QLatin1String("."))
-            return false;
-        at = up;
     }
+    return false;
 }
 
 ExportDisk::Kind ExportDisk::kind(const QString &path) const
 {
-    if (m_dry) {
-        if (m_dirs.contains(path))
-            return Kind::Directory;
-        if (m_files.contains(path))
-            return Kind::File;
-        if (underRemoved(path))
-            return Kind::None;
-    }
-    const QFileInfo info(path);
-    if (info.isDir())
+    const QString key = fsKey(path);
+    if (m_dirs.contains(key))
         return Kind::Directory;
-    if (info.exists() || info.isSymLink())
+    if (m_files.contains(key))
         return Kind::File;
+    if (m_dry && underRemoved(key))
+        return Kind::None;
+    if (fsKey(m_destination) == key || fsKey(m_prefix) == key || fsKey(m_prefix.chopped(1)) == key)
+        return Kind::Directory;
+    if (!path.startsWith(m_prefix))
+        return Kind::None;
+    const QStringList names = path.mid(m_prefix.size()).split(pathSeparator());
+    QString why;
+    const dirhandles::Dir parent = openParent(names, &why);
+    if (!parent.isOpen())
+        return Kind::None;
+    switch (dirhandles::kindOf(parent, names.last())) {
+    case dirhandles::Kind::Directory:
+        return Kind::Directory;
+    case dirhandles::Kind::File:
+        return Kind::File;
+    case dirhandles::Kind::Link:
+        return Kind::Link;
+    case dirhandles::Kind::None:
+        break;
+    }
     return Kind::None;
 }
 
@@ -100,72 +141,106 @@ bool ExportDisk::isDirectory(const QString &path) const
     return kind(path) == Kind::Directory;
 }
 
+bool ExportDisk::isReplaceable(const QString &path) const
+{
+    const Kind k = kind(path);
+    return k == Kind::Directory || k == Kind::Link;
+}
+
+bool ExportDisk::madeThisRun(const QString &dir) const
+{
+    return m_dirs.contains(fsKey(dir));
+}
+
+bool ExportDisk::wroteThisRun(const QString &filePath) const
+{
+    return m_files.contains(fsKey(filePath));
+}
+
 void ExportDisk::removeDirectory(const QString &path)
 {
+    const QStringList names = entryNames(path);
+    const QString key = fsKey(path);
+    if (m_dirs.contains(key) || m_files.contains(key))
+        refuse(HuntERR::ERR_PATH_FILE_ACCESS,
+               QStringLiteral("Path/File access error: %1 was written by this run and is kept").arg(path));
+    step("remove", path);
     if (m_dry) {
-        m_removed.insert(path);
-        for (auto it = m_dirs.begin(); it != m_dirs.end();)
-            it = isUnder(*it, path) ? m_dirs.erase(it) : std::next(it);
-        for (auto it = m_files.begin(); it != m_files.end();)
-            it = isUnder(*it, path) ? m_files.erase(it) : std::next(it);
+        m_removed.insert(key);
         return;
     }
-    const QFileInfo info(path);
-    if (info.isSymLink()) {
-        if (!QFile::remove(path))
-            HuntERR::raise(HuntERR::ERR_PATH_FILE_ACCESS,
-                           QStringLiteral("Path/File access error: cannot remove the link %1").arg(path));
-        return;
-    }
-    openUpDirectories(path);
-    if (!QDir(path).removeRecursively())
-        HuntERR::raise(HuntERR::ERR_PATH_FILE_ACCESS,
-                       QStringLiteral("Path/File access error: cannot delete the directory %1").arg(path));
+    QString why;
+    const dirhandles::Dir parent = openParent(names, &why);
+    const dirhandles::Result r = parent.isOpen() ? dirhandles::removeEntry(parent, names.last())
+                                                 : dirhandles::Result{false, why, false};
+    if (!r.ok)
+        refuse(HuntERR::ERR_PATH_FILE_ACCESS,
+               QStringLiteral("Path/File access error: cannot delete %1 (%2)").arg(path, r.reason));
 }
 
 void ExportDisk::makeDirectory(const QString &path)
 {
-    const QString parent = parentOf(path);
-    if (kind(parent) != Kind::Directory)
-        HuntERR::raise(HuntERR::ERR_PATH_NOT_FOUND,
-                       QStringLiteral("Path not found: %1 (no directory %2)").arg(path, parent));
-    if (kind(path) != Kind::None)
-        HuntERR::raise(HuntERR::ERR_PATH_FILE_ACCESS,
-                       QStringLiteral("Path/File access error: %1 already exists and is not a folder of this run")
-                           .arg(path));
+    const QStringList names = entryNames(path);
+    checkLength(path, HuntERR::ERR_PATH_NOT_FOUND);
+    // A dry run asks its picture what a real run learns from the system calls themselves.
     if (m_dry) {
-        m_dirs.insert(path);
-        return;
+        const QString parentPath = parentOf(path);
+        if (kind(parentPath) != Kind::Directory)
+            refuse(HuntERR::ERR_PATH_NOT_FOUND,
+                   QStringLiteral("Path not found: %1 (no directory %2)").arg(path, parentPath));
+        if (kind(path) != Kind::None)
+            refuse(HuntERR::ERR_PATH_FILE_ACCESS,
+                   QStringLiteral("Path/File access error: %1 already exists and is not a folder of this run").arg(path));
     }
-    if (!QDir().mkdir(path))
-        HuntERR::raise(HuntERR::ERR_PATH_FILE_ACCESS,
-                       QStringLiteral("Path/File access error: cannot create the directory %1").arg(path));
+    step("mkdir", path);
+    if (!m_dry) {
+        QString why;
+        const dirhandles::Dir parent = openParent(names, &why);
+        if (!parent.isOpen())
+            refuse(HuntERR::ERR_PATH_NOT_FOUND, QStringLiteral("Path not found: %1 (%2)").arg(path, why));
+        const dirhandles::Result r = dirhandles::makeDirectory(parent, names.last());
+        if (!r.ok)
+            refuse(HuntERR::ERR_PATH_FILE_ACCESS,
+                   QStringLiteral("Path/File access error: cannot create the directory %1 (%2)").arg(path, r.reason));
+    }
+    m_dirs.insert(fsKey(path));
 }
 
 void ExportDisk::writeFile(const QString &filePath, const QByteArray &bytes)
 {
-    const QString parent = parentOf(filePath);
-    if (kind(parent) != Kind::Directory)
-        HuntERR::raise(HuntERR::ERR_PATH_NOT_FOUND,
-                       QStringLiteral("Path not found: %1 (no directory %2)").arg(filePath, parent));
-    if (kind(filePath) == Kind::Directory)
-        HuntERR::raise(HuntERR::ERR_PATH_FILE_ACCESS,
-                       QStringLiteral("Path/File access error: a directory stands at %1").arg(filePath));
+    const QStringList names = entryNames(filePath);
     if (m_dry) {
-        m_files.insert(filePath);
-        return;
+        const QString parentPath = parentOf(filePath);
+        if (kind(parentPath) != Kind::Directory)
+            refuse(HuntERR::ERR_PATH_NOT_FOUND,
+                   QStringLiteral("Path not found: %1 (no directory %2)").arg(filePath, parentPath));
     }
-    QFile file(filePath);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        HuntERR::raise(HuntERR::ERR_PATH_FILE_ACCESS,
-                       QStringLiteral("Path/File access error: cannot create %1 (%2)").arg(filePath, file.errorString()));
-    const qint64 written = bytes.isEmpty() ? 0 : file.write(bytes);
-    file.close();
-    if (written != bytes.size() || file.error() != QFileDevice::NoError) {
-        const QString reason = file.errorString();
-        // A torn copy must not pass for the document.
-        QFile::remove(filePath);
-        HuntERR::raise(ERR_DISK_FULL, QStringLiteral("Disk full: %1 could not be written completely (%2)")
-                                          .arg(filePath, reason));
+    checkLength(filePath, HuntERR::ERR_WRITE_FAILED);
+    if (m_dry && kind(filePath) == Kind::Directory)
+        refuse(HuntERR::ERR_WRITE_FAILED, QStringLiteral("Write to file failed: a directory stands at %1").arg(filePath));
+    step("write", filePath);
+    if (!m_dry) {
+        QString why;
+        const dirhandles::Dir parent = openParent(names, &why);
+        if (!parent.isOpen())
+            refuse(HuntERR::ERR_PATH_NOT_FOUND, QStringLiteral("Path not found: %1 (%2)").arg(filePath, why));
+        const dirhandles::Result r = dirhandles::writeFile(parent, names.last(), bytes);
+        if (!r.ok && r.nameRefused)
+            refuse(HuntERR::ERR_WRITE_FAILED,
+                   QStringLiteral("Write to file failed: cannot create %1 (%2)").arg(filePath, r.reason));
+        if (!r.ok)
+            refuse(ERR_DISK_FULL,
+                   QStringLiteral("Disk full: %1 could not be written completely (%2)").arg(filePath, r.reason));
     }
+    m_files.insert(fsKey(filePath));
+}
+
+bool ExportDisk::setFileTime(const QString &filePath, const QDateTime &when)
+{
+    if (m_dry)
+        return true;
+    const QStringList names = entryNames(filePath);
+    QString why;
+    const dirhandles::Dir parent = openParent(names, &why);
+    return parent.isOpen() && dirhandles::setFileTime(parent, names.last(), when);
 }

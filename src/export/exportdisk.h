@@ -1,38 +1,68 @@
 #pragma once
-// What the export does to the disk: remove a directory with everything in it, create one
-// directory level, write one file. A dry run keeps the same decisions on a picture of the disk
-// (what exists, what it would have removed and created), so its listing is what a real run does.
-// Every failure is raised as a HuntERR::Error; a name the file system cannot hold raises
-// ERR_WRITE_FAILED before anything is touched.
+// What the export does to the disk: remove an entry with everything in it, create one directory
+// level, write one file, date it. Paths are full paths strictly below the destination; anything
+// else (the destination itself, a parent, a name that is not one entry) is refused before the
+// disk is touched. Each step walks down from the destination's handle one name at a time and
+// never through a symbolic link (see dirhandles.h).
+// A dry run keeps the same decisions on a picture of the disk (what exists, what it would have
+// removed and created), so its listing is what a real run does. Both remember what this run
+// made, so the walk can keep the run from replacing its own work.
+// Every failure is raised as a HuntERR::Error; a file that cannot be created under its name
+// raises ERR_WRITE_FAILED.
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QSet>
 #include <QString>
+#include <QStringList>
+
+#include <functional>
 
 constexpr qint32 ERR_DISK_FULL = 61;
 
+namespace dirhandles {
+class Dir;
+}
+
 class ExportDisk {
 public:
-    explicit ExportDisk(bool dryRun);
+    ExportDisk(const QString &destination, bool dryRun);
+    ~ExportDisk();
     bool isDryRun() const { return m_dry; }
 
     bool isDirectory(const QString &path) const;
+    // A directory or a symbolic link: what a folder's directory replaces.
+    bool isReplaceable(const QString &path) const;
     // Forced: read-only entries go too. A symbolic link is removed as a link, never followed.
     void removeDirectory(const QString &path);
     // One level: the parent must exist.
     void makeDirectory(const QString &path);
-    // Creates or replaces dir + separator + fileName with exactly these bytes, in one write.
-    // The caller decides whether fileName is acceptable (titleCanBeFileName).
+    // Creates dir + separator + fileName afresh with exactly these bytes.
     void writeFile(const QString &filePath, const QByteArray &bytes);
+    bool setFileTime(const QString &filePath, const QDateTime &when);
+
+    // Names as the file system compares them.
+    bool madeThisRun(const QString &dir) const;
+    bool wroteThisRun(const QString &filePath) const;
+
+    // Tests: called before each step ("remove", "mkdir", "write") with its path.
+    using StepHook = std::function<void(const QString &step, const QString &path)>;
+    static void setStepHook(StepHook hook);
 
 private:
-    enum class Kind { None, File, Directory };
+    enum class Kind { None, File, Directory, Link };
     Kind kind(const QString &path) const;
-    bool underRemoved(const QString &path) const;
-    static QString parentOf(const QString &path);
+    bool underRemoved(const QString &key) const;
+    // The names below the destination; raises when path is not strictly inside it.
+    QStringList entryNames(const QString &path) const;
+    // The directory holding the last name, reached without following links.
+    dirhandles::Dir openParent(const QStringList &names, QString *why) const;
+    void checkLength(const QString &path, qint32 error) const;
 
+    QString m_destination;
+    QString m_prefix; // destination with one trailing separator
     bool m_dry;
     QSet<QString> m_removed; // dry run: directories gone, with everything below them
-    QSet<QString> m_dirs;    // dry run: directories made
-    QSet<QString> m_files;   // dry run: files written
+    QSet<QString> m_dirs;    // directories made by this run
+    QSet<QString> m_files;   // files written by this run
 };

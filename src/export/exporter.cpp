@@ -8,10 +8,10 @@
 
 #include "errors/hunterr.h"
 #include "export/exportdisk.h"
-#include "export/filetimes.h"
 #include "repository/statements.h"
 
 #include <cmath>
+#include <vector>
 
 namespace {
 
@@ -48,7 +48,7 @@ Exporter::~Exporter() = default;
 ExportDisk &Exporter::disk()
 {
     if (!m_disk || m_disk->isDryRun() != dryRun)
-        m_disk = std::make_unique<ExportDisk>(dryRun);
+        m_disk = std::make_unique<ExportDisk>(m_signIn.DestinationPath, dryRun);
     return *m_disk;
 }
 
@@ -58,7 +58,10 @@ bool Exporter::run()
     if (m_signIn.DestinationPath.isEmpty())
         HuntERR::raise(HuntERR::ERR_PATH_NOT_FOUND, QStringLiteral("Path not found: no destination folder was chosen"));
     stats = Stats{};
-    m_disk = std::make_unique<ExportDisk>(dryRun); // a dry run starts from the disk as it is
+    unloggedLines.clear();
+    m_walked.clear();
+    m_nodeDirs.clear();
+    m_disk = std::make_unique<ExportDisk>(m_signIn.DestinationPath, dryRun); // a dry run starts from the disk as it is
 
     LogWritten = false;
     ExportLogName.clear();
@@ -69,7 +72,7 @@ bool Exporter::run()
     if (dryRun)
         return stats.failures > 0;
     if (!LogWritten)
-        return false;
+        return !unloggedLines.isEmpty();
     LogWritten = false;
     m_signIn.form().openLog(ExportLogFolder, ExportLogName.mid(1));
     return true;
@@ -77,15 +80,48 @@ bool Exporter::run()
 
 // --- Folder walk ---------------------------------------------------------------------------
 
+QString Exporter::directoryFor(const QString &parent, const QString &cleaned, qint64 id)
+{
+    const QChar sep = pathSeparator();
+    const QString base = parent.endsWith(sep) ? parent : parent + sep;
+    const QString tag = QStringLiteral("[") + QString::number(id) + QStringLiteral("]");
+    // A name that is no name (or means this directory or its parent) would put the folder on
+    // top of another one: it keeps its id instead, as documents do.
+    QString name = cleaned.isEmpty() || cleaned == QLatin1String(".") || cleaned == QLatin1String("..") ? tag : cleaned;
+    // Never replace what this run made: siblings that clean alike each keep their own directory.
+    while (disk().madeThisRun(base + name) || disk().wroteThisRun(base + name))
+        name += QLatin1Char(' ') + tag;
+    return base + name;
+}
+
+bool Exporter::prepareDirectory(const QString &source, const QString &target, const std::function<void()> &logged)
+{
+    if (observer)
+        observer->folderStarted(target);
+    const bool made = HuntERR::resume(source, [&] {
+        // Every run replaces what an earlier run wrote for the same folder (a link there is
+        // removed as a link).
+        if (disk().isReplaceable(target)) {
+            disk().removeDirectory(target);
+            if (observer)
+                observer->directoryRemoved(target);
+        }
+        disk().makeDirectory(target);
+        ++stats.folders;
+        if (observer)
+            observer->directoryCreated(target);
+    });
+    if (!made)
+        logged(); // the folder's documents and subfolders had nowhere to go
+    return made;
+}
+
 void Exporter::CopyCheckedFolders()
 {
     const QString source = kForm + QStringLiteral("CopyCheckedFolders");
-    const QChar sep = pathSeparator();
     const QString &destination = m_signIn.DestinationPath;
     FolderTree &tree = m_tree.tree();
 
-    QString path;
-    QString target;
     const int count = tree.count();
     for (ExportNodeIndex = 1; ExportNodeIndex <= count; ExportNodeIndex += 1) {
         FolderTree::Node *node = nullptr;
@@ -97,38 +133,25 @@ void Exporter::CopyCheckedFolders()
         if (id == 1)
             continue; // the repository root is never a directory of its own
 
-        auto logged = [&] { logFailure(source, qint64(id), node->tag, target, kFolderLine); };
-
-        const bool placed = HuntERR::resume(source, [&] {
-            double index = ExportNodeIndex; // the path search moves its argument up the tree
-            path = m_tree.FindParentPAth(index);
-        });
-        if (!placed)
-            path.clear(); // directly under the destination rather than inside another folder's directory
+        // The nearest ticked ancestor's directory as this run made it: it may carry its id.
+        QString parentDir = destination;
+        const FolderTree::Node *up = node->parent;
+        const bool underTicked = up && up->checked && folderIdOfKey(up->key) != 1;
+        if (underTicked)
+            parentDir = m_nodeDirs.value(up);
         QString tag = node->tag;
-        const QString name = RemoveSpChr(tag);
-        target = destination.endsWith(sep) ? destination + path + name : destination + sep + path + name;
-        if (!placed)
-            logged();
-
-        if (observer)
-            observer->folderStarted(target);
-        if (!HuntERR::resume(source, [&] {
-                // Every run replaces what an earlier run wrote for the same folder.
-                if (disk().isDirectory(target)) {
-                    disk().removeDirectory(target);
-                    if (observer)
-                        observer->directoryRemoved(target);
-                }
-            }))
-            logged();
-        if (!HuntERR::resume(source, [&] {
-                disk().makeDirectory(target);
-                ++stats.folders;
-                if (observer)
-                    observer->directoryCreated(target);
-            }))
-            logged();
+        const QString cleaned = RemoveSpChr(tag);
+        QString target = parentDir + pathSeparator() + cleaned;
+        auto logged = [&] { logFailure(source, qint64(id), node->tag, target, kFolderLine); };
+        if (parentDir.isEmpty() || m_walked.contains(qint64(id))) {
+            logged(); // its parent's directory could not be made, or the folder was already written
+            continue;
+        }
+        m_walked.insert(qint64(id));
+        target = directoryFor(parentDir, cleaned, qint64(id));
+        if (!prepareDirectory(source, target, logged))
+            continue;
+        m_nodeDirs.insert(node, target);
         if (!HuntERR::resume(source, [&] { MakeDir(target); }))
             logged();
     }
@@ -148,105 +171,119 @@ void Exporter::MakeDir(const QString &strPath)
 
 void Exporter::CopySubFolders(const QString &key, const QString &parentPath)
 {
-    copySubFolders(key, parentPath, QStringLiteral(" order by a.folder_name "),
-                   "FrmSendtofolder.CopySubFolders(key,parentPath)");
+    walkSubFolders(key, parentPath, true);
 }
 
 void Exporter::CopySubFoldersDeep(const QString &key, const QString &parentPath)
 {
-    copySubFolders(key, parentPath, QStringLiteral(" order by a.folder_name"),
-                   "FrmSendtofolder.CopySubFoldersDeep(key,parentPath)");
+    walkSubFolders(key, parentPath, false);
 }
 
-void Exporter::copySubFolders(const QString &key, const QString &parentPath, const QString &ordering,
-                              const char *sourceName)
+QString Exporter::childFoldersQuery(const QString &id, bool firstLevel) const
 {
-    const QString source = QString::fromLatin1(sourceName);
-    const QChar sep = pathSeparator();
-    repo::Connection &cn = m_signIn.cnDb();
-    const bool archive = m_signIn.blnArchive;
-    const QString &archiveDb = m_signIn.strSelectedDb;
+    return m_signIn.blnArchive ? repo::statements::archiveSubFolders(id) : repo::statements::liveSubFolders(id, firstLevel);
+}
 
+// The subfolder tree below one folder, depth first in name order, with an explicit stack of the
+// open listings: the depth of a repository's tree never meets the depth of the call stack.
+void Exporter::walkSubFolders(const QString &key, const QString &topPath, bool firstLevel)
+{
+    struct Level {
+        repo::RecordSet rs;
+        QString path;
+        QString source;
+        QSet<qint64> listed;
+    };
+    std::vector<Level> stack;
+    auto list = [&](const QString &id, const QString &path, bool first) {
+        const QString source = first ? QStringLiteral("FrmSendtofolder.CopySubFolders(key,parentPath)")
+                                     : QStringLiteral("FrmSendtofolder.CopySubFoldersDeep(key,parentPath)");
+        repo::RecordSet rs;
+        if (!HuntERR::resume(source, [&] { rs = m_signIn.cnDb().execute(childFoldersQuery(id, first)); })) {
+            // Without the list the subfolders of this folder are lost: say which folder it was.
+            logFailure(source, qint64(folderIdOfKey(id)), QString(), path, kFolderLine);
+            return false;
+        }
+        stack.push_back({rs, path, source, {}});
+        return true;
+    };
     QString id = key;
     id.remove(kFold);
-
-    QString sql;
-    if (!archive) {
-        sql = QStringLiteral("select a.rec_id, a.folder_name ") + QStringLiteral(" from zar_folder a, zar_folderLive b")
-              + QStringLiteral(" where a.rec_id = b.rec_id and a.folder_parent = ") + id + ordering;
-    } else {
-        sql = QStringLiteral("select a.rec_id, a.folder_name, 'LIVE' as FOLDER ")
-              + QStringLiteral(" from zar_folder a, ZAR_FolderLive b ")
-              + QStringLiteral(" Where a.rec_id = b.rec_id And a.folder_parent = ") + id + QStringLiteral(" Union All ")
-              + QStringLiteral(" select a.rec_id, a.folder_name, 'ARCHIVE' as FOLDER ")
-              + QStringLiteral(" from zar_folder a, ZAR_FolderArchived b ")
-              + QStringLiteral(" Where a.rec_id = b.rec_id And a.folder_parent = ") + id
-              + QStringLiteral(" order by a.folder_name");
-    }
-
-    repo::RecordSet rs;
-    if (!HuntERR::resume(source, [&] { rs = cn.execute(sql); })) {
-        // Without the list the subfolders of this folder are lost: say which folder it was.
-        logFailure(source, qint64(folderIdOfKey(key)), QString(), parentPath, kFolderLine);
-        return;
-    }
-
-    while (!rs.eof()) {
-        qint64 childId = 0;
-        QString folderName;
-        if (!HuntERR::resume(source, [&] {
-                childId = recordId(rs);
-                folderName = rs.text(QStringLiteral("folder_name"));
-            })) {
-            logFailure(source, childId, folderName, parentPath, kFolderLine);
-            rs.moveNext();
+    list(id, topPath, firstLevel);
+    while (!stack.empty()) {
+        if (stack.back().rs.eof()) {
+            const QString done = stack.back().path;
+            stack.pop_back();
+            if (!stack.empty()) {
+                folderDone(done);
+                stack.back().rs.moveNext();
+            }
             continue;
         }
-        const QString storedLocation = parentPath + sep + folderName;
-        auto logged = [&] { logFailure(source, childId, folderName, storedLocation, kFolderLine); };
-
-        if (archive) {
-            bool holdsArchived = false;
-            if (!HuntERR::resume(source, [&] {
-                    holdsArchived = cn.execute(repo::statements::archivedBelowProbe(QString::number(childId), archiveDb)).recordCount() >= 1;
-                }))
-                logged();
-            if (!holdsArchived) {
-                rs.moveNext();
-                continue;
-            }
+        Level &level = stack.back();
+        const QString childPath = nextSubFolder(level.rs, level.path, level.source, level.listed);
+        if (childPath.isEmpty() || !list(QString::number(m_childId), childPath, false)) {
+            if (!childPath.isEmpty())
+                folderDone(childPath);
+            stack.back().rs.moveNext();
         }
-
-        QString cleaned = folderName;
-        const QString childPath = parentPath + sep + RemoveSpChr(cleaned);
-        if (observer)
-            observer->folderStarted(childPath);
-        if (!HuntERR::resume(source, [&] {
-                if (disk().isDirectory(childPath)) {
-                    disk().removeDirectory(childPath);
-                    if (observer)
-                        observer->directoryRemoved(childPath);
-                }
-            }))
-            logged();
-        if (!HuntERR::resume(source, [&] {
-                disk().makeDirectory(childPath);
-                ++stats.folders;
-                if (observer)
-                    observer->directoryCreated(childPath);
-            }))
-            logged();
-        if (!HuntERR::resume(source, [&] { CopyFolderFiles(double(childId), childPath); }))
-            logged();
-        if (!HuntERR::resume(source, [&] { CopySubFoldersDeep(QString::number(childId), childPath); }))
-            logged();
-
-        m_signIn.form().setStatus(QStringLiteral(" Creating Folder: ") + childPath);
-        m_signIn.form().repaint();
-        rs.moveNext();
     }
-    if (rs.isOpen())
-        rs.close();
+}
+
+void Exporter::folderDone(const QString &path)
+{
+    m_signIn.form().setStatus(QStringLiteral(" Creating Folder: ") + path);
+    m_signIn.form().repaint();
+}
+
+// One row of a listing: the child's directory made and its documents written. Returns the
+// directory to descend into, or "" when the child is skipped or failed (logged).
+QString Exporter::nextSubFolder(const repo::RecordSet &rs, const QString &parentPath, const QString &source,
+                                QSet<qint64> &listed)
+{
+    qint64 childId = 0;
+    QString folderName;
+    if (!HuntERR::resume(source, [&] {
+            childId = recordId(rs);
+            folderName = rs.text(QStringLiteral("folder_name"));
+        })) {
+        logFailure(source, childId, folderName, parentPath, kFolderLine);
+        return {};
+    }
+    const QString storedLocation = parentPath + pathSeparator() + folderName;
+    auto logged = [&] { logFailure(source, childId, folderName, storedLocation, kFolderLine); };
+
+    if (m_signIn.blnArchive) {
+        bool holdsArchived = false;
+        if (!HuntERR::resume(source, [&] {
+                holdsArchived = m_signIn.cnDb()
+                                    .execute(repo::statements::archivedBelowProbe(QString::number(childId), m_signIn.strSelectedDb))
+                                    .recordCount()
+                                >= 1;
+            }))
+            logged();
+        if (!holdsArchived)
+            return {};
+    }
+    // A folder listed twice by one listing (live and archived alike) is the same folder: it was
+    // just written. Met again anywhere else it lies below itself: written once, walked once.
+    if (listed.contains(childId))
+        return {};
+    listed.insert(childId);
+    if (m_walked.contains(childId)) {
+        logged();
+        return {};
+    }
+    m_walked.insert(childId);
+
+    QString cleaned = folderName;
+    const QString childPath = directoryFor(parentPath, RemoveSpChr(cleaned), childId);
+    if (!prepareDirectory(source, childPath, logged))
+        return {};
+    if (!HuntERR::resume(source, [&] { CopyFolderFiles(double(childId), childPath); }))
+        logged();
+    m_childId = childId;
+    return childPath;
 }
 
 // --- Documents -----------------------------------------------------------------------------
@@ -257,20 +294,8 @@ void Exporter::CopyFolderFiles(double folderId, const QString &path)
     const QChar sep = pathSeparator();
     const QString id = wholeNumberText(folderId);
 
-    QString sql;
-    if (!m_signIn.blnArchive) {
-        sql = QStringLiteral("select a.rec_id, a.File_Name, a.File_Description ")
-              + QStringLiteral(" from zar_file a, zar_fileLive b ")
-              + QStringLiteral(" where a.rec_id = b.rec_id and a.folder_rec_id = ") + id
-              + QStringLiteral(" order by a.File_Description");
-    } else {
-        sql = QStringLiteral("select ") + QStringLiteral(" a.rec_id, ") + QStringLiteral(" a.File_Name, ")
-              + QStringLiteral(" a.File_Description ") + QStringLiteral(" from ") + QStringLiteral(" zar_file a, ")
-              + QStringLiteral(" ZAR_FileArchived b, ") + m_signIn.strSelectedDb
-              + QStringLiteral("..zar_FileArchive c ") + QStringLiteral(" where ")
-              + QStringLiteral(" a.rec_id = b.rec_id and ") + QStringLiteral(" b.rec_id = c.fileid and ")
-              + QStringLiteral(" a.folder_rec_id = ") + id + QStringLiteral(" order by a.File_Description");
-    }
+    const QString sql = m_signIn.blnArchive ? repo::statements::archiveDocuments(id, m_signIn.strSelectedDb)
+                                            : repo::statements::liveDocuments(id);
 
     repo::RecordSet rs;
     if (!HuntERR::resume(source, [&] { rs = m_signIn.cnDb().execute(sql); })) {
@@ -299,27 +324,69 @@ void Exporter::CopyFolderFiles(double folderId, const QString &path)
     }
 }
 
+// Writes the document under its cleaned title, the title with its id when this run already
+// wrote that name, or "[id].ext" when the file cannot be created under the title. Returns the
+// file written, or "" when even that failed (logged).
+QString Exporter::saveDocumentFile(const QString &source, qint64 recId, const QString &description,
+                                   const QString &path, QString name, const QString &ext, const QByteArray &bytes)
+{
+    const QChar sep = pathSeparator();
+    const QString idText = QString::number(recId);
+    auto save = [&](const QString &fileName) {
+        const QString filePath = path + sep + fileName;
+        disk().writeFile(filePath, bytes);
+        ++stats.documents;
+        stats.bytes += bytes.size();
+        if (observer)
+            observer->documentWritten(filePath, bytes.size());
+        return filePath;
+    };
+
+    // Never overwrite what this run wrote: a second document that cleans to the same name keeps
+    // its id beside its title.
+    const QString idTag = QStringLiteral("[") + idText + QStringLiteral("]");
+    if (disk().wroteThisRun(path + sep + name + ext))
+        name += QLatin1Char(' ') + idTag;
+    QString written;
+    bool refused = !titleCanBeFileName(name, ext);
+    if (!refused) {
+        const bool ok = HuntERR::resume(source, [&] {
+            try {
+                written = save(name + ext);
+            } catch (const HuntERR::Error &e) {
+                if (e.number() != HuntERR::ERR_WRITE_FAILED)
+                    throw;
+                refused = true; // cannot be created under its title: the fallback name below
+            }
+        });
+        if (!ok)
+            logFailure(source, recId, description, path, kFileLine);
+    }
+    if (refused) {
+        // The title cannot be a file name here: the document keeps its id instead. That is a
+        // naming decision, not a failure, so nothing goes to the log.
+        const QString fallback = idTag + ext;
+        if (!HuntERR::resume(source, [&] {
+                if (!titleCanBeFileName(idTag, ext) || disk().wroteThisRun(path + sep + fallback))
+                    HuntERR::raise(HuntERR::ERR_WRITE_FAILED,
+                                   QStringLiteral("Write to file failed: %1 cannot be a file name").arg(path + sep + fallback));
+                written = save(fallback);
+            }))
+            logFailure(source, recId, description, path, kFileLine);
+    }
+    return written;
+}
+
 QString Exporter::fxnSaveDocument(qint64 recId, const QString &path)
 {
     const QString source = kForm + QStringLiteral("fxnSaveDocument(recId,path)");
-    const QChar sep = pathSeparator();
     const QString idText = QString::number(recId);
     repo::Connection &cn = m_signIn.cnDb();
 
-    QString sql;
-    QString dataField;
-    if (!m_signIn.blnArchive) {
-        sql = QStringLiteral("Select a.File_name, a.File_Description, a.file_data ")
-              + QStringLiteral(" FROM ZAR_File a, zar_FileLive b ")
-              + QStringLiteral(" WHERE (a.rec_id = b.rec_id and a.Rec_ID =") + idText + QStringLiteral(")");
-        dataField = QStringLiteral("File_Data");
-    } else {
-        sql = QStringLiteral("Select a.File_name, a.File_Description, b.FileData ")
-              + QStringLiteral(" FROM ZAR_File a, ") + m_signIn.strSelectedDb
-              + QStringLiteral("..zar_FileArchive b ")
-              + QStringLiteral(" WHERE (a.rec_id = b.FileID and a.Rec_ID =") + idText + QStringLiteral(")");
-        dataField = QStringLiteral("FileData");
-    }
+    const bool archive = m_signIn.blnArchive;
+    const QString sql = archive ? repo::statements::archiveDocument(idText, m_signIn.strSelectedDb)
+                                : repo::statements::liveDocument(idText);
+    const QString dataField = archive ? QStringLiteral("FileData") : QStringLiteral("File_Data");
 
     QString description;
     QString name;
@@ -344,99 +411,11 @@ QString Exporter::fxnSaveDocument(qint64 recId, const QString &path)
         return {};
     }
 
-    auto save = [&](const QString &fileName) {
-        const QString filePath = path + sep + fileName;
-        disk().writeFile(filePath, bytes);
-        ++stats.documents;
-        stats.bytes += bytes.size();
-        if (observer)
-            observer->documentWritten(filePath, bytes.size());
-        return filePath;
-    };
-
-    QString written;
-    QString filePath = path + sep + name + ext;
-    if (titleCanBeFileName(name, ext)) {
-        if (!HuntERR::resume(source, [&] { written = save(name + ext); }))
-            logFailure(source, recId, description, path, kFileLine);
-    } else {
-        // The title cannot be a file name here: the document keeps its id instead. That is a
-        // naming decision, not a failure, so nothing goes to the log.
-        const QString fallback = QStringLiteral("[") + idText + QStringLiteral("]");
-        filePath = path + sep + fallback + ext;
-        if (!HuntERR::resume(source, [&] {
-                if (!titleCanBeFileName(fallback, ext))
-                    HuntERR::raise(HuntERR::ERR_WRITE_FAILED,
-                                   QStringLiteral("Write to file failed: %1 cannot be a file name").arg(filePath));
-                written = save(fallback + ext);
-            }))
-            logFailure(source, recId, description, path, kFileLine);
-    }
-
+    const QString written = saveDocumentFile(source, recId, description, path, name, ext, bytes);
+    if (written.isEmpty())
+        return {}; // nothing to date
     bytes.clear();
-    if (!HuntERR::resume(source, [&] { fxnSetFileDate(cn, recId, filePath); }))
+    if (!HuntERR::resume(source, [&] { fxnSetFileDate(cn, recId, written); }))
         logFailure(source, recId, description, path, kFileLine);
     return written;
-}
-
-// --- File dates ----------------------------------------------------------------------------
-
-QDateTime fileDateFromRepositoryText(const QString &text)
-{
-    auto field = [&](qsizetype position, qsizetype length) {
-        const QString digits = text.mid(position, length);
-        bool ok = digits.size() == length;
-        for (QChar c : digits)
-            ok = ok && c.isDigit();
-        if (!ok)
-            HuntERR::raise(13, QStringLiteral("Type mismatch: \"%1\" is not a document date").arg(text));
-        return digits.toInt();
-    };
-    const QDate date(field(0, 4), field(4, 2), field(6, 2));
-    const QTime time(field(9, 2), field(11, 2), field(13, 2));
-    if (!date.isValid() || !time.isValid())
-        HuntERR::raise(5, QStringLiteral("Invalid procedure call or argument: \"%1\" is not a document date").arg(text));
-    // Today's offset, not the one in force on the document's date: documents dated across a
-    // daylight-saving change land one hour away from their true instant, as they always have.
-    const int offset = QDateTime::currentDateTime().offsetFromUtc();
-    return QDateTime(date, time, Qt::UTC).addSecs(-offset);
-}
-
-bool Exporter::fxnSetFileDate(repo::Connection &paramConnection, qint64 paramRec_Id, const QString &paramFilePath)
-{
-    const QString source = QStringLiteral("MCmnUtility.fxnSetFileDate(paramConnection,paramRec_Id,paramFilePath)");
-    return HuntERR::inner(source, [&]() -> bool {
-        const QString sql =
-            QStringLiteral("select convert(varchar(8),FileActualDate,112)+ ' '+RIGHT('0'+CAST(DATEPART(hh,FileActualDate)as "
-                           "VARCHAR),2)+ RIGHT('0'+CAST(DATEPART(mi,FileActualDate)as VARCHAR),2)+ "
-                           "RIGHT('0'+CAST(DATEPART(ss,FileActualDate)as VARCHAR),2)+ '.'+ "
-                           "RIGHT('0'+CAST(DATEPART(ms,FileActualDate)as VARCHAR),3) as FileActualDate, ")
-            + QStringLiteral(" convert(varchar(8),File_DateUploaded,112)+ ' '+RIGHT('0'+CAST(DATEPART(hh,File_DateUploaded)as "
-                             "VARCHAR),2)+ RIGHT('0'+CAST(DATEPART(mi,File_DateUploaded)as VARCHAR),2)+ "
-                             "RIGHT('0'+CAST(DATEPART(ss,File_DateUploaded)as VARCHAR),2)+ '.'+ "
-                             "RIGHT('0'+CAST(DATEPART(ms,File_DateUploaded)as VARCHAR),3) as File_DateUploaded ")
-            + QStringLiteral(" from zar_file  where rec_id = ") + QString::number(paramRec_Id);
-
-        repo::RecordSet rs = paramConnection.execute(sql);
-        bool result = false;
-        if (rs.recordCount() >= 1 && !rs.eof()) {
-            QString text;
-            bool dated = true;
-            if (!rs.isNull(QStringLiteral("FileActualDate")))
-                text = rs.text(QStringLiteral("FileActualDate"));
-            else if (!rs.isNull(QStringLiteral("File_DateUploaded")))
-                text = rs.text(QStringLiteral("File_DateUploaded"));
-            else
-                dated = false; // the file keeps the times the file system gave it
-            if (dated) {
-                const QDateTime when = fileDateFromRepositoryText(text);
-                // A file that cannot be opened keeps its times; that is not reported.
-                if (!dryRun)
-                    setDocumentFileTime(paramFilePath, when);
-                result = true;
-            }
-        }
-        rs.close();
-        return result;
-    });
 }

@@ -7,6 +7,11 @@
 
 #include <QDateTime>
 
+#include <QHash>
+#include <QSet>
+#include <QStringList>
+
+#include <functional>
 #include <memory>
 
 class ExportDisk;
@@ -39,6 +44,8 @@ public:
     virtual void directoryCreated(const QString &path) { Q_UNUSED(path); }
     virtual void documentWritten(const QString &filePath, qint64 bytes) { Q_UNUSED(filePath); Q_UNUSED(bytes); }
     virtual void failureLogged(const QString &line) { Q_UNUSED(line); }
+    // The log could not hold this line: it must reach the person another way.
+    virtual void failureUnlogged(const QString &line) { Q_UNUSED(line); }
 };
 
 class Exporter {
@@ -47,8 +54,9 @@ public:
     ~Exporter();
 
     // cmdStart_Click's steps 4-7 without the dialogs: names the log, walks, and shows the log
-    // through the form when anything was logged. Returns true when something was logged (in a
-    // dry run: would have been; nothing is written then, not even the log or its folder).
+    // through the form when anything was logged. Returns true when something failed (in a
+    // dry run: would have been logged; nothing is written then, not even the log or its folder).
+    // Lines the log could not take are kept in unloggedLines for the caller to show.
     bool run();
 
     void CopyCheckedFolders();
@@ -76,14 +84,30 @@ public:
         qint64 bytes = 0;
         qint64 failures = 0;
     } stats;
+    QStringList unloggedLines;
 
 private:
-    void copySubFolders(const QString &key, const QString &parentPath, const QString &ordering, const char *source);
+    QString saveDocumentFile(const QString &source, qint64 recId, const QString &description, const QString &path,
+                             QString name, const QString &ext, const QByteArray &bytes);
+    QString childFoldersQuery(const QString &id, bool firstLevel) const;
+    void walkSubFolders(const QString &key, const QString &topPath, bool firstLevel);
+    QString nextSubFolder(const repo::RecordSet &rs, const QString &parentPath, const QString &source,
+                          QSet<qint64> &listed);
+    void folderDone(const QString &path);
+    // The directory a folder gets below parent: its cleaned name unless that is no name or this
+    // run already made it; then its id goes in.
+    QString directoryFor(const QString &parent, const QString &cleaned, qint64 id);
+    // Replaces an earlier run's entry and makes the directory; a failure is logged once.
+    bool prepareDirectory(const QString &source, const QString &target, const std::function<void()> &logged);
     // Writes one failure line and keeps a failure of the log itself from ending the walk.
     void logFailure(const QString &source, qint64 id, const QString &name, const QString &location, quint8 type);
     QString logFolder() const;
     ExportDisk &disk();
     std::unique_ptr<ExportDisk> m_disk;
+    QSet<qint64> m_walked;                             // folders written by this run
+    QHash<const FolderTree::Node *, QString> m_nodeDirs; // ticked nodes' directories
+    qint64 m_childId = 0;
+    QString m_pendingLine; // composed but not yet in the log
     SignIn &m_signIn;
     TreeProcs &m_tree;
 };

@@ -75,11 +75,16 @@ void Exporter::fxnWriteLog(qint32 paramId, QString paramName, QString paramLocat
                    + paramName + QStringLiteral(" , Folder Location: ") + location;
 
         ++stats.failures;
+        m_pendingLine = line;
         if (observer)
             observer->failureLogged(line);
         if (dryRun)
             return;
 
+        // Without a folder the name alone would land in the file system's root.
+        if (ExportLogFolder.isEmpty())
+            HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: there is no documents folder "
+                                                         "for the export log"));
         QFile log(ExportLogPath);
         if (!log.open(QIODevice::WriteOnly | QIODevice::Append))
             HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: cannot open the export log %1 (%2)")
@@ -91,11 +96,20 @@ void Exporter::fxnWriteLog(qint32 paramId, QString paramName, QString paramLocat
             HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: cannot write the export log %1 (%2)")
                                               .arg(ExportLogPath, log.errorString()));
         LogWritten = true;
+        m_pendingLine.clear();
     });
 }
 
 void Exporter::logFailure(const QString &source, qint64 id, const QString &name, const QString &location,
                           quint8 type)
 {
+    m_pendingLine.clear();
     HuntERR::resume(source, [&] { fxnWriteLog(qint32(id), name, location, type); });
+    // A line the log could not take is not dropped: the caller shows it another way.
+    if (!dryRun && !m_pendingLine.isEmpty()) {
+        unloggedLines << m_pendingLine;
+        if (observer)
+            observer->failureUnlogged(m_pendingLine);
+        m_pendingLine.clear();
+    }
 }

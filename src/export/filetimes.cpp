@@ -1,41 +1,60 @@
-#include "export/filetimes.h"
+// File dates: the document's date read from the repository as fixed-format text, parsed at
+// fixed positions and given to the written file (through the disk layer, never through a link).
 
-#include <QDir>
-#include <QFile>
+#include "export/exporter.h"
 
-#ifdef Q_OS_WIN
-#include <windows.h>
-#else
-#include <fcntl.h>
-#include <sys/stat.h>
-#endif
+#include "errors/hunterr.h"
+#include "export/exportdisk.h"
+#include "repository/statements.h"
 
-bool setDocumentFileTime(const QString &path, const QDateTime &when)
+// --- File dates ----------------------------------------------------------------------------
+
+QDateTime fileDateFromRepositoryText(const QString &text)
 {
-    if (!when.isValid())
-        return false;
-#ifdef Q_OS_WIN
-    const QString native = QDir::toNativeSeparators(path);
-    HANDLE file = CreateFileW(reinterpret_cast<LPCWSTR>(native.utf16()), GENERIC_WRITE,
-                              FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                              FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE)
-        return false;
-    // 100-nanosecond intervals since 1 January 1601 (UTC).
-    const qint64 ticks = (when.toMSecsSinceEpoch() + Q_INT64_C(11644473600000)) * 10000;
-    FILETIME created;
-    created.dwLowDateTime = DWORD(quint64(ticks) & 0xFFFFFFFFu);
-    created.dwHighDateTime = DWORD(quint64(ticks) >> 32);
-    const bool ok = SetFileTime(file, &created, nullptr, nullptr) != 0;
-    CloseHandle(file);
-    return ok;
-#else
-    const qint64 msecs = when.toMSecsSinceEpoch();
-    struct timespec times[2];
-    times[0].tv_sec = 0;
-    times[0].tv_nsec = UTIME_OMIT;
-    times[1].tv_sec = time_t(msecs >= 0 ? msecs / 1000 : -((-msecs + 999) / 1000));
-    times[1].tv_nsec = long((msecs - qint64(times[1].tv_sec) * 1000) * 1000000);
-    return utimensat(AT_FDCWD, QFile::encodeName(path).constData(), times, 0) == 0;
-#endif
+    auto field = [&](qsizetype position, qsizetype length) {
+        const QString digits = text.mid(position, length);
+        bool ok = digits.size() == length;
+        for (QChar c : digits)
+            ok = ok && c.isDigit();
+        if (!ok)
+            HuntERR::raise(13, QStringLiteral("Type mismatch: \"%1\" is not a document date").arg(text));
+        return digits.toInt();
+    };
+    const QDate date(field(0, 4), field(4, 2), field(6, 2));
+    const QTime time(field(9, 2), field(11, 2), field(13, 2));
+    if (!date.isValid() || !time.isValid())
+        HuntERR::raise(5, QStringLiteral("Invalid procedure call or argument: \"%1\" is not a document date").arg(text));
+    // Today's offset, not the one in force on the document's date: documents dated across a
+    // daylight-saving change land one hour away from their true instant, as they always have.
+    const int offset = QDateTime::currentDateTime().offsetFromUtc();
+    return QDateTime(date, time, Qt::UTC).addSecs(-offset);
+}
+
+bool Exporter::fxnSetFileDate(repo::Connection &paramConnection, qint64 paramRec_Id, const QString &paramFilePath)
+{
+    const QString source = QStringLiteral("MCmnUtility.fxnSetFileDate(paramConnection,paramRec_Id,paramFilePath)");
+    return HuntERR::inner(source, [&]() -> bool {
+        const QString sql = repo::statements::documentDates(QString::number(paramRec_Id));
+
+        repo::RecordSet rs = paramConnection.execute(sql);
+        bool result = false;
+        if (rs.recordCount() >= 1 && !rs.eof()) {
+            QString text;
+            bool dated = true;
+            if (!rs.isNull(QStringLiteral("FileActualDate")))
+                text = rs.text(QStringLiteral("FileActualDate"));
+            else if (!rs.isNull(QStringLiteral("File_DateUploaded")))
+                text = rs.text(QStringLiteral("File_DateUploaded"));
+            else
+                dated = false; // the file keeps the times the file system gave it
+            if (dated) {
+                const QDateTime when = fileDateFromRepositoryText(text);
+                // A file that cannot be opened keeps its times; that is not reported.
+                disk().setFileTime(paramFilePath, when);
+                result = true;
+            }
+        }
+        rs.close();
+        return result;
+    });
 }

@@ -121,7 +121,12 @@ QString readOnlyUri(const QString &filePath)
     const QString path = QDir::fromNativeSeparators(QFileInfo(filePath).absoluteFilePath());
     // "file:///tmp/x", "file:///C:/x" and, for a share, "file:////server/share/x".
     const QString prefix = path.startsWith(u'/') ? QStringLiteral("file://") : QStringLiteral("file:///");
-    return prefix + QString::fromLatin1(QUrl::toPercentEncoding(path, "/:")) + QStringLiteral("?mode=ro");
+    // immutable: no locks and no -wal/-shm files, so nothing appears beside the database and a
+    // read-only folder (or medium) works, WAL databases included. A write-ahead journal left with
+    // pages in it holds data the main file lacks; only then is it read the ordinary way.
+    const bool journal = QFileInfo(filePath + QStringLiteral("-wal")).size() > 0;
+    return prefix + QString::fromLatin1(QUrl::toPercentEncoding(path, "/:"))
+           + (journal ? QStringLiteral("?mode=ro") : QStringLiteral("?mode=ro&immutable=1"));
 }
 
 QStringList splitDriverMessages(const QString &text)

@@ -28,7 +28,7 @@ bool looksLikeFolderPath(const QString &dataSource);
 QString embeddedDatabaseFile(const QString &folder, const QString &name);
 // The names of all databases of an embedded server folder, sorted.
 QStringList embeddedDatabaseNames(const QString &folder);
-// A read-only SQLite URI for the file ("file:///...?mode=ro").
+// A read-only SQLite URI for the file ("file:///...?mode=ro&immutable=1"): SQLite writes nothing beside it.
 QString readOnlyUri(const QString &filePath);
 
 struct DriverFailure {

@@ -104,9 +104,12 @@ QList<QPair<qint64, QString>> RepositoryReader::children(qint64 parent) const
         sql += QStringLiteral(" UNION ALL SELECT f.Rec_ID, f.Folder_Name FROM zar_Folder f JOIN ZAR_FolderArchived a "
                               "ON a.rec_id = f.Rec_ID WHERE f.Folder_Parent = %1");
     QList<QPair<qint64, QString>> out;
+    QSet<qint64> listed; // a folder both live and archived is one folder
     for (const QVariantList &r : rows(sql.arg(parent) + QStringLiteral(" ORDER BY 2, 1"), 2))
-        if (!m_archive || holdsArchived(r[0].toLongLong()))
+        if ((!m_archive || holdsArchived(r[0].toLongLong())) && !listed.contains(r[0].toLongLong())) {
+            listed.insert(r[0].toLongLong());
             out << qMakePair(r[0].toLongLong(), r[1].toString());
+        }
     return out;
 }
 
@@ -119,7 +122,7 @@ QList<QVariantList> RepositoryReader::documents(qint64 folder) const
                                   : QStringLiteral("SELECT f.rec_id, f.File_Name, f.File_Description, f.file_data, "
                                                    "f.FileActualDate, f.File_DateUploaded FROM zar_file f JOIN "
                                                    "zar_fileLive l ON l.rec_id = f.rec_id WHERE f.folder_rec_id = %1");
-    return rows(sql.arg(folder), 6);
+    return rows(sql.arg(folder) + QStringLiteral(" ORDER BY f.File_Description, f.rec_id"), 6);
 }
 
 bool RepositoryReader::holdsArchived(qint64 folder) const
@@ -136,13 +139,17 @@ bool RepositoryReader::holdsArchived(qint64 folder) const
 
 void RepositoryReader::addDocuments(qint64 folder, const QString &rel, ExpectedTree &out) const
 {
+    QSet<QString> written;
     for (const QVariantList &d : documents(folder)) {
         const qint64 id = d[0].toLongLong();
-        const QString title = cleaned(d[2].toString());
+        QString title = cleaned(d[2].toString());
         const QString ext = extensionOf(d[1].toString());
+        if (written.contains(title + ext)) // a second title alike keeps its id beside it
+            title += QStringLiteral(" [%1]").arg(id);
         const bool fallback = blankTrimmed(title).isEmpty() || title == QLatin1String(".")
                               || title == QLatin1String("..") || (title + ext).toLocal8Bit().size() > 255;
         const QString name = fallback ? QStringLiteral("[%1]").arg(id) + ext : title + ext;
+        written.insert(name);
         out.files[rel + QLatin1Char('/') + name] << ExpectedTree::Candidate{
             d[3].toByteArray(), exportedInstant(d[4].isNull() ? d[5] : d[4])};
     }
@@ -153,13 +160,25 @@ void RepositoryReader::addSubtree(qint64 folder, const QString &rel, ExpectedTre
     out.replace(rel);
     addDocuments(folder, rel, out);
     for (const auto &child : children(folder))
-        addSubtree(child.first, rel + QLatin1Char('/') + blankTrimmed(cleaned(child.second)), out);
+        addSubtree(child.first, directoryName(rel + QLatin1Char('/'), child, out), out);
 }
 
 void RepositoryReader::addEverything(ExpectedTree &out) const
 {
     for (const auto &child : children(1))
-        addSubtree(child.first, blankTrimmed(cleaned(child.second)), out);
+        addSubtree(child.first, directoryName(QString(), child, out), out);
+}
+
+QString RepositoryReader::directoryName(const QString &parent, const QPair<qint64, QString> &folder,
+                                        const ExpectedTree &out)
+{
+    const QString tag = QStringLiteral("[%1]").arg(folder.first);
+    QString name = blankTrimmed(cleaned(folder.second));
+    if (name.isEmpty() || name == QLatin1String(".") || name == QLatin1String(".."))
+        name = tag;
+    while (out.dirs.contains(parent + name))
+        name += QLatin1Char(' ') + tag;
+    return parent + name;
 }
 
 void listTree(const QString &dir, QSet<QString> *dirs, QStringList *files)

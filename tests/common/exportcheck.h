@@ -41,6 +41,9 @@ public:
     // Every child of the root ticked.
     void addEverything(ExpectedTree &out) const;
 
+    // The directory a folder gets below parent ("" or ending in "/") in a run that made out.dirs.
+    static QString directoryName(const QString &parent, const QPair<qint64, QString> &folder, const ExpectedTree &out);
+
 private:
     QList<QVariantList> rows(const QString &sql, int columns) const;
     // Child folders (id, stored name) in name order, as the view of this kind of database shows them.

@@ -8,6 +8,8 @@
 #include "app/frmsendtofolder.h"
 #include "errors/hunterr.h"
 #include "exportcheck.h"
+#include "export/exporter.h"
+#include "hostile.h"
 #include "testsupport.h"
 
 #include <QApplication>
@@ -125,8 +127,8 @@ private slots:
             click(id, true);
         QVERIFY(!node(8)->checked); // Docs 2006 is not below Docs
 
-        // A file stands where the Templates directory must go: its folder and documents fail,
-        // the rest is written all the same.
+        // A file stands where the Templates directory must go: its folder fails (one line for
+        // the folder and what it holds), the rest is written all the same.
         const QString dest = m_tmp.filePath(QStringLiteral("live"));
         const QDateTime start = QDateTime::currentDateTime();
         QDir().mkpath(dest);
@@ -144,9 +146,7 @@ private slots:
         QFile log(logPath);
         QVERIFY(log.open(QIODevice::ReadOnly));
         QCOMPARE(QString::fromLocal8Bit(log.readAll()),
-                 QStringLiteral("Folder ID: 17 , Folder Name: Templates , Folder Location: Templates\r\n"
-                                "File ID: 1045 , File Name: Letter template , File Location: Templates\r\n"
-                                "File ID: 1046 , File Name: Résumé Müller , File Location: Templates\r\n"));
+                 QStringLiteral("Folder ID: 17 , Folder Name: Templates , Folder Location: Templates\r\n"));
 
         ExpectedTree expected;
         const RepositoryReader live(m_demo, QStringLiteral("Acme"));
@@ -179,6 +179,56 @@ private slots:
         archive.addSubtree(10, QStringLiteral("Finance"), archived);
         compareWithRepository(archiveDest, archived, archiveStart);
         QVERIFY(m_errors.isEmpty());
+    }
+
+    // A folder named ".." and a log on a full disk: the folder gets its id below the destination,
+    // nothing beside the destination changes, and the failure the log could not take is shown in
+    // the error window instead of vanishing.
+    void hostileNameAndUnloggedFailure()
+    {
+        QString error;
+        const QString hostile = writeHostileServer(m_demo, m_tmp.filePath(QStringLiteral("hostile")), &error);
+        QVERIFY2(!hostile.isEmpty(), qPrintable(error));
+        QTest::mouseClick(child<QPushButton>("cmdBack"), Qt::LeftButton);
+        child<QLineEdit>("txServerName")->setText(hostile);
+        child<QLineEdit>("txtPassword")->setFocus(Qt::MouseFocusReason);
+        QTest::keyClick(child<QLineEdit>("txtPassword"), Qt::Key_Tab);
+        chooseDatabase(QStringLiteral("Acme"));
+        click(1, false);
+        click(102, true); // ".."
+        click(17, true);  // Templates, blocked below
+
+        const QString top = m_tmp.filePath(QStringLiteral("hostile-top"));
+        const QString dest = top + QStringLiteral("/dest");
+        QDir().mkpath(dest);
+        for (const QString &file : {top + QStringLiteral("/beside.txt"), dest + QStringLiteral("/keep.txt"),
+                                    dest + QStringLiteral("/Templates")}) {
+            QFile f(file);
+            QVERIFY(f.open(QIODevice::WriteOnly) && f.write("sentinel") == 8);
+        }
+        const QString documents = fxnGetMyFolderLocation();
+        const QDateTime now = QDateTime::currentDateTime();
+        for (const QDateTime &when : {now, now.addSecs(60)}) {
+            QFile::remove(documents + exportLogNameFor(when)); // the first test's log
+            QVERIFY(QFile::link(QStringLiteral("/dev/full"), documents + exportLogNameFor(when)));
+        }
+        m_errors.clear();
+
+        QCOMPARE(copyTo(dest).value(1), QStringLiteral("Process completed successfully"));
+        QCOMPARE(m_errors.size(), 1);
+        QVERIFY2(m_errors[0].contains(QStringLiteral("Folder ID: 17 , Folder Name: Templates , Folder Location: Templates")),
+                 qPrintable(m_errors[0]));
+        QVERIFY(Dialogs::openedLogs().isEmpty()); // no log to show
+        QVERIFY(child<QWidget>("FrameButton")->isEnabled());
+        QStringList beside = QDir(top).entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
+        beside.sort();
+        QCOMPARE(beside, (QStringList{QStringLiteral("beside.txt"), QStringLiteral("dest")}));
+        QStringList inside = QDir(dest).entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
+        inside.sort();
+        QCOMPARE(inside, (QStringList{QStringLiteral("Templates"), QStringLiteral("[102]"), QStringLiteral("keep.txt")}));
+        QFile up(dest + QStringLiteral("/[102]/Up.txt"));
+        QVERIFY(up.open(QIODevice::ReadOnly));
+        QCOMPARE(up.readAll(), QByteArray("dot dot"));
     }
 };
 
