@@ -84,10 +84,10 @@ QString Exporter::directoryFor(const QString &parent, const QString &cleaned, qi
 {
     const QChar sep = pathSeparator();
     const QString base = parent.endsWith(sep) ? parent : parent + sep;
-    const QString tag = QStringLiteral("[") + QString::number(id) + QStringLiteral("]");
+    const QString tag = idTag(id);
     // A name that is no name (or means this directory or its parent) would put the folder on
     // top of another one: it keeps its id instead, as documents do.
-    QString name = cleaned.isEmpty() || cleaned == QLatin1String(".") || cleaned == QLatin1String("..") ? tag : cleaned;
+    QString name = isNoName(cleaned) ? tag : cleaned;
     // Never replace what this run made: siblings that clean alike each keep their own directory.
     while (disk().madeThisRun(base + name) || disk().wroteThisRun(base + name))
         name += QLatin1Char(' ') + tag;
@@ -344,9 +344,9 @@ QString Exporter::saveDocumentFile(const QString &source, qint64 recId, const QS
 
     // Never overwrite what this run wrote: a second document that cleans to the same name keeps
     // its id beside its title.
-    const QString idTag = QStringLiteral("[") + idText + QStringLiteral("]");
+    const QString tag = idTag(recId);
     if (disk().wroteThisRun(path + sep + name + ext))
-        name += QLatin1Char(' ') + idTag;
+        name += QLatin1Char(' ') + tag;
     QString written;
     bool refused = !titleCanBeFileName(name, ext);
     if (!refused) {
@@ -365,9 +365,9 @@ QString Exporter::saveDocumentFile(const QString &source, qint64 recId, const QS
     if (refused) {
         // The title cannot be a file name here: the document keeps its id instead. That is a
         // naming decision, not a failure, so nothing goes to the log.
-        const QString fallback = idTag + ext;
+        const QString fallback = tag + ext;
         if (!HuntERR::resume(source, [&] {
-                if (!titleCanBeFileName(idTag, ext) || disk().wroteThisRun(path + sep + fallback))
+                if (!titleCanBeFileName(tag, ext) || disk().wroteThisRun(path + sep + fallback))
                     HuntERR::raise(HuntERR::ERR_WRITE_FAILED,
                                    QStringLiteral("Write to file failed: %1 cannot be a file name").arg(path + sep + fallback));
                 written = save(fallback);

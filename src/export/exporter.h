@@ -2,6 +2,7 @@
 // The export engine: the walk over the ticked tree, directories, documents under clean names,
 // file dates and the export log. Used by the window's "Start &Copy" and by the command line.
 
+#include "names/filenames.h"
 #include "repository/signin.h"
 #include "tree/treeprocs.h"
 
@@ -16,20 +17,12 @@
 
 class ExportDisk;
 
-// Cleans in place (the caller's text gets the replaced, untrimmed form) and returns it trimmed.
-QString RemoveSpChr(QString &strFileName);
-QString GetFileExtension(const QString &pFileName);
 // The user's documents folder, without a trailing separator; "" when the platform has none.
 QString fxnGetMyFolderLocation();
 // "\zarnivo Parcelwise Log " + year month day hour minute, unpadded, + ".txt" (leading separator
 // is the platform's).
 QString exportLogNameFor(const QDateTime &when);
 
-// A document title with the characters file names cannot hold turned into blanks; not trimmed.
-QString cleanDocumentTitle(const QString &description);
-// Whether cleanedTitle + ext can be created as a file here; when not, the document is saved
-// under "[" + rec_id + "]" + ext instead. Platform rules live only here.
-bool titleCanBeFileName(const QString &cleanedTitle, const QString &ext);
 // The instant a document's date text ("yyyyMMdd hhmmss.mmm", read at fixed positions, the
 // milliseconds ignored) stands for, taken as local time with the offset in force today.
 // Raises HuntERR::Error (13) on a text too short or not numeric where digits belong.

@@ -3,18 +3,6 @@
 #include "errors/hunterr.h"
 #include "repository/statements.h"
 
-// The blanks that the sign-in trims are blanks only, not tabs or line breaks.
-QString trimBlanks(const QString &s)
-{
-    qsizetype begin = 0;
-    qsizetype end = s.size();
-    while (begin < end && s.at(begin) == u' ')
-        ++begin;
-    while (end > begin && s.at(end - 1) == u' ')
-        --end;
-    return s.mid(begin, end - begin);
-}
-
 namespace {
 
 const QString kModule = QStringLiteral("FrmSendtofolder.");

@@ -2,14 +2,13 @@
 // The sign-in: the catalogue of company databases, the live/archive type and pairing, and the
 // sign-in state that the folder tree and the export read.
 
+#include "names/filenames.h"
 #include "repository/connection.h"
 #include "repository/formport.h"
 
 #include <memory>
 
 QString correctQuotes(const QString &strInput);
-// Leading and trailing blanks removed; blanks only, as the boxes are trimmed (not tabs or line breaks).
-QString trimBlanks(const QString &s);
 
 // "Provider=SQLOLEDB.1;Persist Security Info=true;User ID=...": the texts the tool builds.
 QString masterConnectionString(const QString &user, const QString &server, const QString &password);   // zar_Master

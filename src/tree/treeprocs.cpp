@@ -1,7 +1,7 @@
 #include "tree/treeprocs.h"
 
 #include "errors/hunterr.h"
-#include "export/exporter.h"
+#include "names/filenames.h"
 #include "repository/statements.h"
 
 #include <cmath>
@@ -94,15 +94,6 @@ FolderTree::Node *nodeAtIndex(FolderTree &tree, double index)
 }
 
 } // namespace
-
-QChar pathSeparator()
-{
-#ifdef Q_OS_WIN
-    return QLatin1Char('\\');
-#else
-    return QLatin1Char('/');
-#endif
-}
 
 TreeProcs::TreeProcs(SignIn &signIn, FolderTree &tree)
     : m_signIn(signIn)

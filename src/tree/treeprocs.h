@@ -23,8 +23,6 @@ constexpr int ArchiveCabinet = 29;
 constexpr int Count = 29;
 } // namespace TreeImage
 
-// The platform's path separator, which stands for "\" in every path the export builds.
-QChar pathSeparator();
 
 class TreeProcs {
 public:

@@ -1,7 +1,4 @@
-// File and directory names: cleaning titles and folder names, the stored extension, and the
-// one place that knows which names the file system refuses.
-
-#include "export/exporter.h"
+#include "names/filenames.h"
 
 #include <QStringList>
 
@@ -25,23 +22,57 @@ bool isReservedDeviceName(const QString &fileName)
 }
 #endif
 
-} // namespace
-
-QString RemoveSpChr(QString &strFileName)
+// The characters no file name may hold on the repository's home platform; each becomes a blank.
+void blankForbidden(QString &name)
 {
     static const char forbidden[] = {'\\', '/', ':', '*', '?', '"', '<', '>', '|'};
     for (char c : forbidden)
-        strFileName.replace(QLatin1Char(c), QLatin1Char(' '));
+        name.replace(QLatin1Char(c), QLatin1Char(' '));
+}
+
+} // namespace
+
+QString trimBlanks(const QString &s)
+{
+    qsizetype begin = 0;
+    qsizetype end = s.size();
+    while (begin < end && s.at(begin) == u' ')
+        ++begin;
+    while (end > begin && s.at(end - 1) == u' ')
+        --end;
+    return s.mid(begin, end - begin);
+}
+
+QChar pathSeparator()
+{
+#ifdef Q_OS_WIN
+    return QLatin1Char('\\');
+#else
+    return QLatin1Char('/');
+#endif
+}
+
+QString RemoveSpChr(QString &strFileName)
+{
+    blankForbidden(strFileName);
     return trimBlanks(strFileName);
 }
 
 QString cleanDocumentTitle(const QString &description)
 {
     QString name = description;
-    static const char forbidden[] = {':', '\\', '/', '*', '?', '"', '<', '>', '|'};
-    for (char c : forbidden)
-        name.replace(QLatin1Char(c), QLatin1Char(' '));
+    blankForbidden(name);
     return name; // leading and trailing blanks belong to the title
+}
+
+QString idTag(qint64 id)
+{
+    return QStringLiteral("[") + QString::number(id) + QStringLiteral("]");
+}
+
+bool isNoName(const QString &cleaned)
+{
+    return cleaned.isEmpty() || cleaned == QLatin1String(".") || cleaned == QLatin1String("..");
 }
 
 QString GetFileExtension(const QString &pFileName)
@@ -55,9 +86,8 @@ QString GetFileExtension(const QString &pFileName)
 
 bool titleCanBeFileName(const QString &cleanedTitle, const QString &ext)
 {
-    if (trimBlanks(cleanedTitle).isEmpty())
-        return false;
-    if (cleanedTitle == QLatin1String(".") || cleanedTitle == QLatin1String(".."))
+    // Blanks only, or a name that means this directory or its parent.
+    if (trimBlanks(cleanedTitle).isEmpty() || isNoName(cleanedTitle))
         return false;
     const QString fileName = cleanedTitle + ext;
     if (fileName.contains(QChar(0)))
