@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <QSettings>
 #include <QUrl>
 
 namespace repo {
@@ -69,8 +70,29 @@ QString sqlServerOdbcText(const ConnectionString &cs, const QString &driver)
         if (version.isEmpty())
             version = QStringLiteral("7.4");
         parts << QStringLiteral("TDS_Version=") + odbcValue(version);
+        // SQL Server cuts image, text and varchar(max) values to the session's TEXTSIZE, 4096 bytes
+        // unless the client sets it; Microsoft's drivers set it to the largest value when they
+        // connect, FreeTDS only when asked. Without this, documents come back cut short.
+        parts << QStringLiteral("TextSize=2147483647");
     }
-    return parts.join(u';');
+    QString text = parts.join(u';');
+    const QString extra = odbcOptions();
+    if (!extra.isEmpty())
+        text += u';' + extra;
+    return text;
+}
+
+QString odbcOptions()
+{
+    QString options = qEnvironmentVariable("PARCELWISE_ODBC_OPTIONS");
+    if (options.trimmed().isEmpty())
+        options = QSettings().value(QStringLiteral("odbc/options")).toString();
+    options = options.trimmed();
+    while (options.startsWith(u';'))
+        options = options.mid(1).trimmed();
+    while (options.endsWith(u';'))
+        options.chop(1);
+    return options.trimmed();
 }
 
 bool looksLikeFolderPath(const QString &dataSource)
@@ -178,14 +200,25 @@ QStringList messagesOf(const QSqlError &error)
     return messages;
 }
 
+// The server's own message: the first one that carries a message number. The driver and the driver
+// manager add lines of their own without one ("Unable to connect to data source"), which say less.
+QString serverMessage(const QStringList &messages, const QList<int> &codes)
+{
+    if (codes.size() == messages.size())
+        for (qsizetype i = 0; i < messages.size(); ++i)
+            if (codes.at(i) != 0)
+                return messages.at(i);
+    return messages.first();
+}
+
 } // namespace
 
 DriverFailure sqlServerFailure(const QSqlError &error, bool connecting)
 {
     DriverFailure f;
     f.messages = messagesOf(error);
-    f.description = f.messages.first();
     const QList<int> codes = nativeCodes(error);
+    f.description = serverMessage(f.messages, codes);
     const bool loginText = f.messages.join(u' ').contains(u"Login failed", Qt::CaseInsensitive);
 
     if (connecting) {
