@@ -201,13 +201,26 @@ QStringList messagesOf(const QSqlError &error)
 }
 
 // The server's own message: the first one that carries a message number. The driver and the driver
-// manager add lines of their own without one ("Unable to connect to data source"), which say less.
+// manager add lines of their own, without one, that say less ("Unable to connect to data source"
+// before "Login failed for user 'sa'."). Some Qt versions keep only the last record's number, so
+// those lines are also known by their texts, the drivers' standard texts for their states.
 QString serverMessage(const QStringList &messages, const QList<int> &codes)
 {
-    if (codes.size() == messages.size())
+    if (codes.size() == messages.size()) {
         for (qsizetype i = 0; i < messages.size(); ++i)
             if (codes.at(i) != 0)
                 return messages.at(i);
+        return messages.first();
+    }
+    static const QStringList driverLines = {
+        QStringLiteral("Unable to connect to data source"), QStringLiteral("Communication link failure"),
+        QStringLiteral("General driver error"), QStringLiteral("General error"),
+        QStringLiteral("Invalid authorization specification"), QStringLiteral("Syntax error or access violation"),
+        QStringLiteral("Invalid SQL syntax"), QStringLiteral("Login timeout expired"),
+        QStringLiteral("Timeout expired"), QStringLiteral("Operation was cancelled")};
+    for (const QString &m : messages)
+        if (!driverLines.contains(m, Qt::CaseInsensitive))
+            return m;
     return messages.first();
 }
 
