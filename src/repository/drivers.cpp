@@ -235,9 +235,15 @@ DriverFailure sqlServerFailure(const QSqlError &error, bool connecting)
     const bool loginText = f.messages.join(u' ').contains(u"Login failed", Qt::CaseInsensitive);
 
     if (connecting) {
-        // 18456 and its relatives: the server was reached and refused the login.
-        f.number = (anyOf(codes, {18456, 18452, 18470, 18486, 18487, 18488}) || loginText) ? ERR_LOGIN_REJECTED
-                                                                                            : ERR_UNREACHABLE;
+        // 18456 and its relatives: the server was reached and refused the login. A database the
+        // login names that cannot be opened (4060, followed by 18456) is access refused, as the
+        // embedded server has it. FreeTDS ranks its messages by severity, so 18456 comes first.
+        bool noDatabase = anyOf(codes, {4060});
+        for (const QString &m : std::as_const(f.messages))
+            noDatabase = noDatabase || m.startsWith(u"Cannot open database");
+        f.number = !noDatabase && (anyOf(codes, {18456, 18452, 18470, 18486, 18487, 18488}) || loginText)
+                       ? ERR_LOGIN_REJECTED
+                       : ERR_UNREACHABLE;
         return f;
     }
     if (anyOf(codes, {208}))

@@ -466,6 +466,33 @@ void TestWire::wireBehaviour()
     cn.open(QStringLiteral("Provider=SQLOLEDB.1;User ID=demo;Initial Catalog=Acme;Data Source=%1;Password=").arg(m_wire));
     QCOMPARE(cn.execute(cut).value(QStringLiteral("file_data")).toByteArray().size(), 100000);
 
+    // Refused at the login: a rejected password, a database that is not there (4060, then 18456),
+    // numbered as on the embedded server. FreeTDS ranks the server's messages by severity, so on
+    // the wire the first one of the second case is 18456's.
+    const struct {
+        const char *user, *database;
+        qint32 number;
+        const char *embedded, *wire;
+    } logins[] = {
+        {"bob", "Acme", repo::ERR_LOGIN_REJECTED, "Login failed for user 'bob'.", "Login failed for user 'bob'."},
+        {"demo", "Initech", repo::ERR_UNREACHABLE,
+         "Cannot open database \"Initech\" requested by the login. The login failed.",
+         "Login failed for user 'demo'."},
+    };
+    for (const auto &l : logins) {
+        for (const bool wire : {false, true}) {
+            repo::Connection refused;
+            try {
+                refused.open(QStringLiteral("User ID=%1;Initial Catalog=%2;Data Source=%3;Password=")
+                                 .arg(QString::fromLatin1(l.user), QString::fromLatin1(l.database), server(wire)));
+                QFAIL(l.database);
+            } catch (const HuntERR::Error &e) {
+                QCOMPARE(e.number(), l.number);
+                QCOMPARE(e.description(), QString::fromLatin1(wire ? l.wire : l.embedded));
+            }
+        }
+    }
+
     // Failures in SQL Server's numbers and words, as the tool describes them.
     const struct {
         const char *sql;
