@@ -232,6 +232,8 @@ DriverFailure sqlServerFailure(const QSqlError &error, bool connecting)
     f.messages = messagesOf(error);
     const QList<int> codes = nativeCodes(error);
     f.description = serverMessage(f.messages, codes);
+    // As in ADO's Errors collection, the error raised is the first one listed.
+    f.messages.move(f.messages.indexOf(f.description), 0);
     const bool loginText = f.messages.join(u' ').contains(u"Login failed", Qt::CaseInsensitive);
 
     if (connecting) {
