@@ -89,6 +89,9 @@ Session::Session(qintptr socketDescriptor, const Options &options, quint16 spid)
     : m_options(options), m_spid(spid), m_socket(std::make_unique<QTcpSocket>())
 {
     m_socket->setSocketDescriptor(socketDescriptor);
+    // Replies go out whole at once; waiting for the client's acknowledgement of the last one
+    // would add to every round trip.
+    m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
 }
 
 Session::~Session()
