@@ -20,6 +20,7 @@
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QTcpServer>
+#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -535,6 +536,22 @@ void TestWire::failuresAndSessions()
             QCOMPARE(e.description(), QString::fromLatin1(f.description));
         }
     }
+
+    // A client that sends nonsense is dropped; the stand-in goes on serving the others.
+    for (const QByteArray &junk : {QByteArray("\x12\x01\x00\x03", 4), QByteArray(64, '\xff'),
+                                   QByteArray("\x12\x01\x00\x0c\x00\x00\x00\x00\xff\x00\x00\x00", 12)
+                                       + QByteArray("\x10\x01\x00\x10\x00\x00\x00\x00", 8) + QByteArray(8, '\x7f'),
+                                   QByteArray("\x03\x01\x00\x0a\x00\x00\x00\x00\x10\x00", 10)}) {
+        QTcpSocket raw;
+        raw.connectToHost(QHostAddress::LocalHost, quint16(m_port));
+        QVERIFY(raw.waitForConnected(5000));
+        raw.write(junk);
+        raw.waitForBytesWritten(5000);
+        raw.waitForReadyRead(300);
+        raw.abort();
+    }
+    QCOMPARE(cn.execute(QStringLiteral("select count(*) as n from zar_fileLive")).value(QStringLiteral("n")).toInt() > 0,
+             true);
 
     // Two sessions at once, their statements interleaved; each keeps its database and TEXTSIZE.
     {

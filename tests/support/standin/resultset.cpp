@@ -19,10 +19,14 @@ bool sameName(const QString &name, std::initializer_list<const char *> names)
     return false;
 }
 
+// The name SQL Server gives a result column: the column's own name, or none for an expression
+// without an alias (SQLite names it after its text, "count(*)").
 QString bareName(const QString &name)
 {
+    static const QRegularExpression identifier(QStringLiteral(R"(^[A-Za-z_@#][\w@#$]*$)"));
     const qsizetype dot = name.lastIndexOf(u'.');
-    return dot < 0 ? name : name.mid(dot + 1);
+    const QString bare = dot < 0 ? name : name.mid(dot + 1);
+    return identifier.match(bare).hasMatch() ? bare : QString();
 }
 
 bool isDateColumn(const QString &name)
@@ -131,7 +135,7 @@ QByteArray textBytes(const ResultColumn &c, const QVariant &v)
     return QByteArray(reinterpret_cast<const char *>(s.utf16()), s.size() * 2);
 }
 
-void writeText(TokenWriter &out, const ResultColumn &c, const QVariant &v)
+void writeText(TokenWriter &out, const ResultColumn &c, const QVariant &v, qint64 textSize)
 {
     if (!c.max) {
         if (v.isNull()) {
@@ -147,7 +151,9 @@ void writeText(TokenWriter &out, const ResultColumn &c, const QVariant &v)
         out.u64(~quint64(0));
         return;
     }
-    const QByteArray b = textBytes(c, v);
+    QByteArray b = textBytes(c, v);
+    if (b.size() > textSize) // varchar(max) and nvarchar(max) are cut as image is (whole characters)
+        b.truncate(c.kind == ColumnKind::NVarChar ? textSize & ~qint64(1) : textSize);
     out.u64(quint64(b.size()));
     if (!b.isEmpty()) {
         out.u32(quint32(b.size()));
@@ -259,7 +265,7 @@ void writeRow(TokenWriter &out, const QList<ResultColumn> &columns, const QVaria
             break;
         case ColumnKind::NVarChar:
         case ColumnKind::VarChar:
-            writeText(out, col, v);
+            writeText(out, col, v, textSize);
             break;
         case ColumnKind::Image:
             writeImage(out, v, textSize);

@@ -23,7 +23,8 @@ struct ResultColumn {
 QList<ResultColumn> typeColumns(const QStringList &names, const QList<QVariantList> &rows);
 
 void writeColumns(TokenWriter &out, const QList<ResultColumn> &columns);
-// textSize: the session's TEXTSIZE; image values longer than it are cut to it, as SQL Server does.
+// textSize: the session's TEXTSIZE; image and (n)varchar(max) values longer than it are cut to
+// it, as SQL Server does.
 void writeRow(TokenWriter &out, const QList<ResultColumn> &columns, const QVariantList &row, qint64 textSize);
 
 } // namespace standin

@@ -47,7 +47,13 @@ public:
         m_at += bytes;
         return s;
     }
-    void skip(qsizetype n) { m_at += n; }
+    void skip(qsizetype n)
+    {
+        if (n < 0 || m_at + n > m_data.size())
+            m_ok = false;
+        else
+            m_at += n;
+    }
 
 private:
     const QByteArray &m_data;
@@ -99,7 +105,8 @@ void returnValue(TokenWriter &out, quint16 ordinal, qint32 value)
 void Session::rpc(const QByteArray &payload, TokenWriter &out)
 {
     Reader r(payload);
-    r.skip(r.take(4) - 4); // ALL_HEADERS
+    const quint32 headers = r.take(4); // ALL_HEADERS, led by its own length
+    r.skip(qsizetype(headers) - 4);
     quint16 procedure = 0;
     const quint16 nameLength = quint16(r.take(2));
     if (nameLength == 0xFFFF)
@@ -109,7 +116,7 @@ void Session::rpc(const QByteArray &payload, TokenWriter &out)
     r.take(2); // option flags
     QList<Parameter> parameters;
     Parameter p;
-    while (r.ok() && parameters.size() < 8 && readParameter(r, p))
+    while (r.ok() && parameters.size() < 8 && readParameter(r, p) && r.ok())
         parameters << p;
 
     if (procedure != kCursorOpen || parameters.size() < 2 || !sessionStatement(parameters.at(1).text, false, nullptr)) {
