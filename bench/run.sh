@@ -6,6 +6,9 @@
 #      export wrote (the disk's own speed for those files and directories). Live and archive.
 #   2. A click on the folder with 10,000 children, live and archive (bench_tree_load).
 #   3. The export's peak resident memory against its largest document.
+#   4. The live export through the SQL Server stand-in (tests' sqlserver-standin: FreeTDS's ODBC
+#      driver, TDS over 127.0.0.1) with 0, 1 and 5 ms added before every reply, next to the
+#      embedded figure: what the wire and each round trip cost.
 # Every figure is the median of RUNS runs. Nothing here asserts a time: the table says PASS or MISS.
 # The table is also left in BENCH_DIR/results.txt.
 #
@@ -14,6 +17,8 @@
 #               BENCH_DIR/repo once and reused while the generator and GEN_ARGS stay the same
 #   BUILD_DIR   build tree (default <checkout>/build; configured if missing)
 #   RUNS        runs per export figure (default 5)    TREE_RUNS  clicks per database (default 5)
+#   WIRE_RUNS   runs per stand-in export (default 1; 0 leaves them out)
+#   WIRE_LATENCIES  the stand-in's added latencies in ms (default "0 1 5")
 #   GEN_ARGS    extra arguments for gen_large_repository (default: its own defaults)
 #   KEEP=1      keep the written trees (they are deleted at the end otherwise)
 set -euo pipefail
@@ -23,6 +28,8 @@ BENCH_DIR="${BENCH_DIR:-/tmp/parcelwise-bench}"
 BUILD_DIR="${BUILD_DIR:-$checkout/build}"
 RUNS="${RUNS:-5}"
 TREE_RUNS="${TREE_RUNS:-5}"
+WIRE_RUNS="${WIRE_RUNS:-1}"
+WIRE_LATENCIES="${WIRE_LATENCIES:-0 1 5}"
 GEN_ARGS="${GEN_ARGS:-}"
 KEEP="${KEEP:-0}"
 LIVE=BigCorp
@@ -32,6 +39,8 @@ die() { echo "run.sh: $*" >&2; exit 1; }
 note() { echo "== $*" >&2; }
 [[ "$RUNS" =~ ^[1-9][0-9]?$ ]] || die "RUNS must be a whole number from 1 to 99, not '$RUNS'"
 [[ "$TREE_RUNS" =~ ^[1-9][0-9]?$ ]] || die "TREE_RUNS must be a whole number from 1 to 99, not '$TREE_RUNS'"
+[[ "$WIRE_RUNS" =~ ^[0-9][0-9]?$ ]] || die "WIRE_RUNS must be a whole number from 0 to 99, not '$WIRE_RUNS'"
+for l in $WIRE_LATENCIES; do [[ "$l" =~ ^[0-9]{1,4}$ ]] || die "WIRE_LATENCIES must be whole numbers, not '$l'"; done
 
 # --- Tools ---------------------------------------------------------------------------------
 install_packages() {
@@ -54,9 +63,19 @@ if [ ! -f "$BUILD_DIR/CMakeCache.txt" ]; then
     note "configuring $BUILD_DIR"
     cmake -S "$checkout" -B "$BUILD_DIR" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 fi
-note "building parcelwise, gen_large_repository, bench_tree_load"
+note "building parcelwise, gen_large_repository, bench_tree_load, sqlserver-standin"
 cmake --build "$BUILD_DIR" -j"$(nproc)" --target parcelwise gen_large_repository bench_tree_load >/dev/null
 exe="$BUILD_DIR/parcelwise"
+standin="$BUILD_DIR/tests/sqlserver-standin"
+if ((WIRE_RUNS > 0)); then
+    if ! odbcinst -q -d -n FreeTDS >/dev/null 2>&1; then
+        note "FreeTDS's ODBC driver is not registered (scripts/setup.sh): the stand-in exports are left out"
+        WIRE_RUNS=0
+    elif ! cmake --build "$BUILD_DIR" -j"$(nproc)" --target sqlserver-standin >/dev/null; then
+        note "sqlserver-standin could not be built (tests disabled in $BUILD_DIR?): the stand-in exports are left out"
+        WIRE_RUNS=0
+    fi
+fi
 gen="$BUILD_DIR/bench/gen_large_repository"
 tree="$BUILD_DIR/bench/bench_tree_load"
 
@@ -91,13 +110,16 @@ IFS='|' read -r arc_docs arc_bytes arc_largest < <(sqlite3 -readonly "$live_db" 
 # inode freed in the last half minute, so deleting 25,000 files between steps made the next step
 # pay for the deletion. Each timed step writes into a fresh folder instead.
 per_run=$(((live_bytes + arc_bytes) * 3 / 1024 / 1024 + 300)) # floor, export, copy; plus directories
-need_mib=$((per_run * (RUNS + 1) + 1024))
+wire_mib=$(((live_bytes / 1024 / 1024 + 100) * WIRE_RUNS * $(wc -w <<<"$WIRE_LATENCIES")))
+need_mib=$((per_run * (RUNS + 1) + wire_mib + 1024))
 free_mib=$(df -Pm "$BENCH_DIR" | awk 'NR == 2 { print $4 }')
 ((free_mib > need_mib)) || die "needs about $need_mib MiB free in $BENCH_DIR, has $free_mib MiB: lower RUNS or set BENCH_DIR"
 work="$BENCH_DIR/work"
 rm -rf "$work"
 mkdir -p "$work/logs"
-cleanup() { [ "$KEEP" = 1 ] || rm -rf "$work"; }
+standin_pid=""
+stop_standin() { [ -z "$standin_pid" ] || { kill "$standin_pid" 2>/dev/null; wait "$standin_pid" 2>/dev/null || true; standin_pid=""; }; }
+cleanup() { stop_standin; [ "$KEEP" = 1 ] || rm -rf "$work"; }
 trap cleanup EXIT
 
 export PARCELWISE_PASSWORD="" # the generated server's login "demo" has an empty password
@@ -131,11 +153,25 @@ floor() { # db-setup set column id-column dir
     got=$(tail -n 1 "$work/step.out")
     echo "$got" >"$5.count"
 }
-export_to() { # database dir
+export_to() { # database dir [server]
     mkdir "$2"
-    timed "$exe" export --server "$repo" --user demo --database "$1" --all --dest "$2" \
+    timed "$exe" export --server "${3:-$repo}" --user demo --database "$1" --all --dest "$2" \
         --log-dir "$work/logs" --no-progress
     grep -o 'Exported .*' "$work/step.err" | tail -n 1 >"$2.summary"
+}
+# The stand-in serving the repository with the given latency; sets wire_server to "127.0.0.1,PORT".
+start_standin() { # latency-ms
+    stop_standin
+    "$standin" --port 0 --server "$repo" --latency-ms "$1" --no-stdin --max-seconds 86400 \
+        >"$work/standin.out" 2>"$work/standin.err" &
+    standin_pid=$!
+    local port="" tries=0
+    while [ -z "$port" ] && ((tries++ < 100)); do
+        sleep 0.1
+        port=$(awk '$1 == "port" { print $2 }' "$work/standin.out")
+    done
+    [ -n "$port" ] || { cat "$work/standin.err" >&2; die "sqlserver-standin did not start"; }
+    wire_server="127.0.0.1,$port"
 }
 copy_of() { # from to
     timed cp -a "$1" "$2"
@@ -185,6 +221,27 @@ for run in $(seq 1 "$RUNS"); do
     step arc.cp copy_of "$d/export-archive" "$d/copy-archive"
 done
 
+if ((WIRE_RUNS > 0)); then
+    # The statements one live export sends: the round trips the latency is paid for.
+    start_standin 0
+    mkdir "$work/wire-count"
+    "$exe" export --server "$wire_server" --user demo --database "$LIVE" --all --dest "$work/wire-count" \
+        --log-dir "$work/logs" --no-progress --trace-sql "$work/wire-count.sql" 2>/dev/null \
+        || die "the export through the stand-in failed"
+    wire_statements=$(wc -l <"$work/wire-count.sql")
+    rm -rf "$work/wire-count"
+    for latency in $WIRE_LATENCIES; do
+        start_standin "$latency"
+        for run in $(seq 1 "$WIRE_RUNS"); do
+            note "live export through the stand-in, latency $latency ms, run $run of $WIRE_RUNS"
+            d="$work/wire$latency-$run"
+            step "wire$latency" export_to "$LIVE" "$d" "$wire_server"
+            check_same_set "$work/run1/floor" "$d"
+        done
+    done
+    stop_standin
+fi
+
 note "clicking the 10,000-child folder ($TREE_RUNS times per database)"
 "$tree" "$repo" --runs "$TREE_RUNS" --live "$LIVE" --archive "$ARCHIVE" >"$work/tree.out" 2>"$work/tree.err" || {
     cat "$work/tree.err" >&2
@@ -226,6 +283,15 @@ for kind in live arc; do
         "largest document $(mib "$largest")" "limit 2 × largest + 64 MiB = $(mib "$limit")" \
         "$(verdict $((peak_kib * 1024)) "$limit")"
 done
+if ((WIRE_RUNS > 0)); then
+    embedded_ms=$(median "${t[live.export.ms]}")
+    for latency in $WIRE_LATENCIES; do
+        w=$(median "${t[wire$latency.ms]}")
+        per=$(awk -v w="$w" -v e="$embedded_ms" -v n="$wire_statements" 'BEGIN { printf "%.2f", (w - e) / n }')
+        row "Live export through the stand-in (FreeTDS, TDS 7.4), +$latency ms per reply" "$(secs "$w")" \
+            "embedded export $(secs "$embedded_ms")" "$(ratio "$w" "$embedded_ms")×; $per ms more per statement ($wire_statements statements)" "—"
+    done
+fi
 live_click=$(field live median_ms)
 arc_click=$(field archive median_ms)
 row "Click on \"Wide\", live: $(field live children) children" "$live_click ms" \
@@ -246,6 +312,7 @@ $(printf '%s\n' "${rows[@]}")
 
 Every run (ms): live floor $(runs_of "${t[live.floor.ms]}"); live export $(runs_of "${t[live.export.ms]}"); live cp -a $(runs_of "${t[live.cp.ms]}")
                 archive floor $(runs_of "${t[arc.floor.ms]}"); archive export $(runs_of "${t[arc.export.ms]}"); archive cp -a $(runs_of "${t[arc.cp.ms]}")
+Stand-in exports (ms): $(for l in $WIRE_LATENCIES; do printf '+%s ms: %s; ' "$l" "$(runs_of "${t[wire$l.ms]:-}")"; done)
 Peak resident memory (KiB): live $(runs_of "${t[live.export.rss]}"); archive $(runs_of "${t[arc.export.rss]}")
 Clicks (ms): live $(awk '/^RESULT live/ { print $0 }' "$work/tree.out" | cut -d' ' -f3-)
              archive $(awk '/^RESULT archive/ { print $0 }' "$work/tree.out" | cut -d' ' -f3-)

@@ -288,6 +288,13 @@ QStringList RecordSet::fieldNames() const
     return d->names;
 }
 
+QVariant RecordSet::valueAt(int column) const
+{
+    if (!d->open || d->pos < 0 || d->pos >= d->rows.size())
+        return {};
+    return d->rows.at(d->pos).value(column);
+}
+
 void RecordSet::setFields(const QStringList &names)
 {
     d->open = true;

@@ -55,6 +55,8 @@ public:
     bool isNull(const QString &field) const;
     QString text(const QString &field) const; // "" for null
     QStringList fieldNames() const;
+    // Field of the current row by position (null past the end or without a current row).
+    QVariant valueAt(int column) const;
 
     // Used by the connection to fill it.
     void setFields(const QStringList &names);

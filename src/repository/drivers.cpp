@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <QSettings>
 #include <QUrl>
 
 namespace repo {
@@ -69,8 +70,29 @@ QString sqlServerOdbcText(const ConnectionString &cs, const QString &driver)
         if (version.isEmpty())
             version = QStringLiteral("7.4");
         parts << QStringLiteral("TDS_Version=") + odbcValue(version);
+        // SQL Server cuts image, text and varchar(max) values to the session's TEXTSIZE, 4096 bytes
+        // unless the client sets it; Microsoft's drivers set it to the largest value when they
+        // connect, FreeTDS only when asked. Without this, documents come back cut short.
+        parts << QStringLiteral("TextSize=2147483647");
     }
-    return parts.join(u';');
+    QString text = parts.join(u';');
+    const QString extra = odbcOptions();
+    if (!extra.isEmpty())
+        text += u';' + extra;
+    return text;
+}
+
+QString odbcOptions()
+{
+    QString options = qEnvironmentVariable("PARCELWISE_ODBC_OPTIONS");
+    if (options.trimmed().isEmpty())
+        options = QSettings().value(QStringLiteral("odbc/options")).toString();
+    options = options.trimmed();
+    while (options.startsWith(u';'))
+        options = options.mid(1).trimmed();
+    while (options.endsWith(u';'))
+        options.chop(1);
+    return options.trimmed();
 }
 
 bool looksLikeFolderPath(const QString &dataSource)
@@ -183,20 +205,52 @@ QStringList messagesOf(const QSqlError &error)
     return messages;
 }
 
+// The server's own message: the first one that carries a message number. The driver and the driver
+// manager add lines of their own, without one, that say less ("Unable to connect to data source"
+// before "Login failed for user 'sa'."). Some Qt versions keep only the last record's number, so
+// those lines are also known by their texts, the drivers' standard texts for their states.
+QString serverMessage(const QStringList &messages, const QList<int> &codes)
+{
+    if (codes.size() == messages.size()) {
+        for (qsizetype i = 0; i < messages.size(); ++i)
+            if (codes.at(i) != 0)
+                return messages.at(i);
+        return messages.first();
+    }
+    static const QStringList driverLines = {
+        QStringLiteral("Unable to connect to data source"), QStringLiteral("Communication link failure"),
+        QStringLiteral("General driver error"), QStringLiteral("General error"),
+        QStringLiteral("Invalid authorization specification"), QStringLiteral("Syntax error or access violation"),
+        QStringLiteral("Invalid SQL syntax"), QStringLiteral("Login timeout expired"),
+        QStringLiteral("Timeout expired"), QStringLiteral("Operation was cancelled")};
+    for (const QString &m : messages)
+        if (!driverLines.contains(m, Qt::CaseInsensitive))
+            return m;
+    return messages.first();
+}
+
 } // namespace
 
 DriverFailure sqlServerFailure(const QSqlError &error, bool connecting)
 {
     DriverFailure f;
     f.messages = messagesOf(error);
-    f.description = f.messages.first();
     const QList<int> codes = nativeCodes(error);
+    f.description = serverMessage(f.messages, codes);
+    // As in ADO's Errors collection, the error raised is the first one listed.
+    f.messages.move(f.messages.indexOf(f.description), 0);
     const bool loginText = f.messages.join(u' ').contains(u"Login failed", Qt::CaseInsensitive);
 
     if (connecting) {
-        // 18456 and its relatives: the server was reached and refused the login.
-        f.number = (anyOf(codes, {18456, 18452, 18470, 18486, 18487, 18488}) || loginText) ? ERR_LOGIN_REJECTED
-                                                                                            : ERR_UNREACHABLE;
+        // 18456 and its relatives: the server was reached and refused the login. A database the
+        // login names that cannot be opened (4060, followed by 18456) is access refused, as the
+        // embedded server has it. FreeTDS ranks its messages by severity, so 18456 comes first.
+        bool noDatabase = anyOf(codes, {4060});
+        for (const QString &m : std::as_const(f.messages))
+            noDatabase = noDatabase || m.startsWith(u"Cannot open database");
+        f.number = !noDatabase && (anyOf(codes, {18456, 18452, 18470, 18486, 18487, 18488}) || loginText)
+                       ? ERR_LOGIN_REJECTED
+                       : ERR_UNREACHABLE;
         return f;
     }
     if (anyOf(codes, {208}))

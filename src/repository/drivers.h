@@ -12,9 +12,14 @@
 namespace repo {
 
 // The DSN-less ODBC text for SQL Server: DRIVER, Server (and Port for FreeTDS, which does not
-// understand "host,port"), Database, UID, PWD and, for FreeTDS, TDS_Version. Values holding
-// ; { } = or outer blanks are put in braces with "}" doubled.
+// understand "host,port"), Database, UID, PWD and, for FreeTDS, TDS_Version and TextSize; then the
+// extra driver attributes of odbcOptions(). Values holding ; { } = or outer blanks are put in
+// braces with "}" doubled.
 QString sqlServerOdbcText(const ConnectionString &cs, const QString &driver);
+
+// Extra ODBC attributes appended to the SQL Server text as written ("Encryption=require;..."):
+// PARCELWISE_ODBC_OPTIONS, else the setting odbc/options; outer blanks and ";" trimmed.
+QString odbcOptions();
 
 // ODBC value quoting as above.
 QString odbcValue(const QString &value);

@@ -87,16 +87,18 @@ void TestRepository::odbcText_data()
 {
     QTest::addColumn<QString>("input");
     QTest::addColumn<QString>("driver");
+    QTest::addColumn<QString>("options"); // PARCELWISE_ODBC_OPTIONS
     QTest::addColumn<QString>("expected");
-    const auto row = [](const char *name, const QString &input, const char *driver, const QString &expected) {
-        QTest::newRow(name) << input << QString::fromLatin1(driver) << expected;
+    const auto row = [](const char *name, const QString &input, const char *driver, const QString &expected,
+                        const char *options = "") {
+        QTest::newRow(name) << input << QString::fromLatin1(driver) << QString::fromLatin1(options) << expected;
     };
     row("FreeTDS: host,port split", masterConnectionString("sa", "127.0.0.1,1", "pw"), "FreeTDS",
-        "DRIVER={FreeTDS};Server=127.0.0.1;Port=1;Database=zar_Master;UID=sa;PWD=pw;TDS_Version=7.4");
+        "DRIVER={FreeTDS};Server=127.0.0.1;Port=1;Database=zar_Master;UID=sa;PWD=pw;TDS_Version=7.4;TextSize=2147483647");
     row("FreeTDS: padded port, quote", databaseConnectionString("sa", "Acme", " dbhost , 2433 ", "p'w"), "FreeTDS",
-        "DRIVER={FreeTDS};Server=dbhost;Port=2433;Database=Acme;UID=sa;PWD=p''w;TDS_Version=7.4");
+        "DRIVER={FreeTDS};Server=dbhost;Port=2433;Database=Acme;UID=sa;PWD=p''w;TDS_Version=7.4;TextSize=2147483647");
     row("FreeTDS: .\\instance", serverMasterConnectionString("sa", ".\\SQLEXPRESS", "p"), "FreeTDS",
-        "DRIVER={FreeTDS};Server=localhost\\SQLEXPRESS;Database=MASTER;UID=sa;PWD=p;TDS_Version=7.4");
+        "DRIVER={FreeTDS};Server=localhost\\SQLEXPRESS;Database=MASTER;UID=sa;PWD=p;TDS_Version=7.4;TextSize=2147483647");
     row("native: host,port kept, = braced", masterConnectionString("sa", "db1,1433", "x=y"), "SQL Server",
         "DRIVER={SQL Server};Server=db1,1433;Database=zar_Master;UID=sa;PWD={x=y}");
     row("native: key case, blanks, quoted ;}, stray fragments",
@@ -106,15 +108,25 @@ void TestRepository::odbcText_data()
         "DRIVER={SQL Server};Server=s;Database=d;UID=u;PWD=it's");
     row("native: doubled quotes are no quoting", "Password=''abc'';User ID=x", "SQL Server",
         "DRIVER={SQL Server};Server=;UID=x;PWD=''abc''");
-
+    row("FreeTDS: extra attributes last, outer ; dropped", masterConnectionString("sa", "db1", "p"), "FreeTDS",
+        "DRIVER={FreeTDS};Server=db1;Database=zar_Master;UID=sa;PWD=p;TDS_Version=7.4;TextSize=2147483647;"
+        "Encryption=require;ClientCharset=UTF-8",
+        " ;Encryption=require;ClientCharset=UTF-8; ");
+    row("native: extra attributes", masterConnectionString("sa", "db1", "p"), "ODBC Driver 18 for SQL Server",
+        "DRIVER={ODBC Driver 18 for SQL Server};Server=db1;Database=zar_Master;UID=sa;PWD=p;Encrypt=yes",
+        "Encrypt=yes");
 }
 
 void TestRepository::odbcText()
 {
     QFETCH(QString, input);
     QFETCH(QString, driver);
+    QFETCH(QString, options);
     QFETCH(QString, expected);
-    QCOMPARE(repo::sqlServerOdbcText(repo::ConnectionString::parse(input), driver), expected);
+    qputenv("PARCELWISE_ODBC_OPTIONS", options.toUtf8());
+    const QString text = repo::sqlServerOdbcText(repo::ConnectionString::parse(input), driver);
+    qunsetenv("PARCELWISE_ODBC_OPTIONS");
+    QCOMPARE(text, expected);
 }
 
 void TestRepository::statementSuite_data()

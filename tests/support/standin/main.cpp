@@ -1,0 +1,124 @@
+// sqlserver-standin: serves an embedded server folder over TDS 7.4 on 127.0.0.1 so the tests and
+// the benchmark can sign in through the real FreeTDS ODBC driver. Test support only.
+//
+//   sqlserver-standin --port N --server DIR [--latency-ms MS] [--max-seconds S] [--no-stdin] [--log]
+//
+// Port 0 takes a free port. The port listened on is printed as "port N" on its own line. The
+// stand-in ends by itself when its standard input closes (the test that started it has gone),
+// when the process that started it goes away, and after --max-seconds (default 1800).
+
+#include "session.h"
+
+#include "repository/connection.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDir>
+#include <QTcpServer>
+#include <QThread>
+#include <QTimer>
+
+#include <atomic>
+#include <cstdio>
+#include <iostream>
+
+#ifdef Q_OS_UNIX
+#include <unistd.h>
+#endif
+
+namespace {
+
+class Server : public QTcpServer {
+public:
+    explicit Server(const standin::Options &options) : m_options(options) {}
+
+protected:
+    void incomingConnection(qintptr socketDescriptor) override
+    {
+        const quint16 spid = quint16(51 + (m_sessions++ % 30000));
+        const standin::Options options = m_options;
+        QThread *thread = QThread::create([socketDescriptor, options, spid] {
+            standin::Session session(socketDescriptor, options, spid);
+            session.run();
+        });
+        connect(thread, &QThread::finished, thread, &QObject::deleteLater);
+        thread->start();
+    }
+
+private:
+    standin::Options m_options;
+    int m_sessions = 0;
+};
+
+// Standard input closed: whoever started the stand-in is gone.
+void watchStandardInput()
+{
+    QThread *watcher = QThread::create([] {
+        std::string line;
+        while (std::getline(std::cin, line)) {
+        }
+        QMetaObject::invokeMethod(qApp, [] { QCoreApplication::exit(0); }, Qt::QueuedConnection);
+    });
+    watcher->setParent(qApp);
+    watcher->start();
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCommandLineParser parser;
+    parser.addHelpOption();
+    const QCommandLineOption port(QStringLiteral("port"), QStringLiteral("TCP port on 127.0.0.1 (0: any free one)."),
+                                  QStringLiteral("N"));
+    const QCommandLineOption server(QStringLiteral("server"), QStringLiteral("Embedded server folder."),
+                                    QStringLiteral("DIR"));
+    const QCommandLineOption latency(QStringLiteral("latency-ms"), QStringLiteral("Delay before every reply."),
+                                     QStringLiteral("MS"), QStringLiteral("0"));
+    const QCommandLineOption lifetime(QStringLiteral("max-seconds"), QStringLiteral("Longest life."),
+                                      QStringLiteral("S"), QStringLiteral("1800"));
+    const QCommandLineOption noStdin(QStringLiteral("no-stdin"), QStringLiteral("Do not end when stdin closes."));
+    const QCommandLineOption log(QStringLiteral("log"), QStringLiteral("Every request on stderr."));
+    parser.addOptions({port, server, latency, lifetime, noStdin, log});
+    parser.process(app);
+
+    bool portOk = false;
+    const int portNumber = parser.value(port).toInt(&portOk);
+    const QString folder = parser.value(server);
+    if (!portOk || portNumber < 0 || portNumber > 65535 || folder.isEmpty() || !QDir(folder).exists()) {
+        std::fprintf(stderr, "usage: sqlserver-standin --port N --server DIR [--latency-ms MS]\n");
+        return 2;
+    }
+    repo::setTraceFile(QString()); // the test's trace is the tool's statements only
+
+    standin::Options options;
+    options.folder = QDir(folder).absolutePath();
+    options.latencyMs = qMax(0, parser.value(latency).toInt());
+    options.log = parser.isSet(log);
+
+    Server listener(options);
+    if (!listener.listen(QHostAddress::LocalHost, quint16(portNumber))) {
+        std::fprintf(stderr, "sqlserver-standin: cannot listen on 127.0.0.1:%d: %s\n", portNumber,
+                     qUtf8Printable(listener.errorString()));
+        return 1;
+    }
+    std::printf("port %d\n", int(listener.serverPort()));
+    std::fflush(stdout);
+
+    if (!parser.isSet(noStdin))
+        watchStandardInput();
+    QTimer::singleShot(qMax(1, parser.value(lifetime).toInt()) * 1000, &app, [] { QCoreApplication::exit(0); });
+#ifdef Q_OS_UNIX
+    const pid_t parent = getppid();
+    QTimer *orphan = new QTimer(&app);
+    QObject::connect(orphan, &QTimer::timeout, &app, [parent] {
+        if (getppid() != parent)
+            QCoreApplication::exit(0);
+    });
+    orphan->start(1000);
+#endif
+    const int rc = app.exec();
+    // Sessions still running are cut off with the process.
+    std::_Exit(rc);
+}

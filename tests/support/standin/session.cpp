@@ -1,0 +1,384 @@
+#include "session.h"
+
+#include "resultset.h"
+
+#include "errors/hunterr.h"
+#include "repository/drivers.h"
+
+#include <QRegularExpression>
+#include <QTcpSocket>
+#include <QThread>
+#include <QtEndian>
+
+#include <cstdio>
+
+namespace standin {
+
+namespace {
+
+constexpr quint16 kSelectCommand = 0xC1;
+constexpr int kHeaderSize = 8;
+constexpr quint8 kEndOfMessage = 0x01;
+
+struct ServerError {
+    qint32 number;
+    quint8 severity;
+    QString text;
+};
+
+// A failure of the embedded server as SQL Server words and numbers it.
+ServerError serverError(const HuntERR::Error &e)
+{
+    const QString d = e.description();
+    static const QRegularExpression object(QStringLiteral(R"(^(Invalid object name '.*?'\.))"));
+    const QRegularExpressionMatch m = object.match(d);
+    if (m.hasMatch())
+        return {208, 16, m.captured(1)};
+    if (d.startsWith(u"Incorrect syntax near"))
+        return {102, 15, d};
+    if (d.startsWith(u"Invalid column name"))
+        return {207, 16, d};
+    if (d.startsWith(u"Ambiguous column name"))
+        return {209, 16, d};
+    if (d.contains(u"is not a recognized built-in function name"))
+        return {195, 15, d};
+    if (e.number() == repo::ERR_COMMAND)
+        return {102, 15, d};
+    return {50000, 16, d};
+}
+
+QString utf16(const QByteArray &payload, int offset, int chars)
+{
+    if (offset < 0 || chars <= 0 || offset + 2 * chars > payload.size())
+        return {};
+    QString s(chars, Qt::Uninitialized);
+    for (int i = 0; i < chars; ++i)
+        s[i] = QChar(qFromLittleEndian<quint16>(payload.constData() + offset + 2 * i));
+    return s;
+}
+
+// Login7's offset/length pair number index, as text; the password is unscrambled.
+QString loginField(const QByteArray &payload, int index, bool password = false)
+{
+    const int at = 36 + 4 * index;
+    if (payload.size() < at + 4)
+        return {};
+    const int offset = qFromLittleEndian<quint16>(payload.constData() + at);
+    const int chars = qFromLittleEndian<quint16>(payload.constData() + at + 2);
+    if (!password)
+        return utf16(payload, offset, chars);
+    QByteArray clear = payload.mid(offset, 2 * chars);
+    for (char &c : clear) {
+        const quint8 x = quint8(c) ^ 0xA5;
+        c = char(quint8((x << 4) | (x >> 4)));
+    }
+    return utf16(clear, 0, chars);
+}
+
+// An ADO-style value that may hold ";" or quotes.
+QString quoted(const QString &value)
+{
+    QString v = value;
+    v.replace(u'"', QStringLiteral("\"\""));
+    return u'"' + v + u'"';
+}
+
+} // namespace
+
+Session::Session(qintptr socketDescriptor, const Options &options, quint16 spid)
+    : m_options(options), m_spid(spid), m_socket(std::make_unique<QTcpSocket>())
+{
+    m_socket->setSocketDescriptor(socketDescriptor);
+    // Replies go out whole at once; waiting for the client's acknowledgement of the last one
+    // would add to every round trip.
+    m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+}
+
+Session::~Session()
+{
+    m_db.reset();
+    m_socket->close();
+}
+
+void Session::log(const QString &what) const
+{
+    if (m_options.log) {
+        std::fprintf(stderr, "[spid %d] %s\n", m_spid, qUtf8Printable(what));
+        std::fflush(stderr);
+    }
+}
+
+bool Session::readMessage(quint8 &type, QByteArray &payload)
+{
+    payload.clear();
+    for (;;) {
+        while (m_socket->bytesAvailable() < kHeaderSize)
+            if (!m_socket->waitForReadyRead(-1))
+                return false;
+        const QByteArray header = m_socket->read(kHeaderSize);
+        type = quint8(header.at(0));
+        const quint8 status = quint8(header.at(1));
+        const int length = qFromBigEndian<quint16>(header.constData() + 2);
+        if (length < kHeaderSize)
+            return false;
+        const int body = length - kHeaderSize;
+        while (m_socket->bytesAvailable() < body)
+            if (!m_socket->waitForReadyRead(-1))
+                return false;
+        payload += m_socket->read(body);
+        if (status & kEndOfMessage)
+            return true;
+    }
+}
+
+bool Session::reply(const QByteArray &tokens)
+{
+    if (m_options.latencyMs > 0)
+        QThread::msleep(m_options.latencyMs);
+    const int room = m_packetSize - kHeaderSize;
+    qsizetype at = 0;
+    quint8 packetId = 1;
+    do {
+        const qsizetype n = qMin<qsizetype>(room, tokens.size() - at);
+        char header[kHeaderSize];
+        header[0] = char(kReply);
+        header[1] = char(at + n >= tokens.size() ? kEndOfMessage : 0);
+        qToBigEndian(quint16(n + kHeaderSize), header + 2);
+        qToBigEndian(m_spid, header + 4);
+        header[6] = char(packetId++);
+        header[7] = 0;
+        m_socket->write(header, kHeaderSize);
+        m_socket->write(tokens.constData() + at, n);
+        at += n;
+        while (m_socket->bytesToWrite() > 4 * 1024 * 1024)
+            if (!m_socket->waitForBytesWritten(-1))
+                return false;
+    } while (at < tokens.size());
+    while (m_socket->bytesToWrite() > 0)
+        if (!m_socket->waitForBytesWritten(-1))
+            return false;
+    return true;
+}
+
+QByteArray Session::preLoginReply() const
+{
+    // VERSION, ENCRYPTION (not supported), INSTOPT, THREADID (empty), MARS (off), terminator.
+    const QByteArray data("\x10\x00\x07\xD0\x00\x00" "\x02" "\x00" "\x00", 9);
+    const quint8 tokens[] = {0, 1, 2, 3, 4};
+    const quint16 lengths[] = {6, 1, 1, 0, 1};
+    TokenWriter out;
+    quint16 offset = 5 * 5 + 1;
+    for (int i = 0; i < 5; ++i) {
+        out.u8(tokens[i]);
+        char b[4];
+        qToBigEndian(offset, b);
+        qToBigEndian(lengths[i], b + 2);
+        out.bytes(QByteArray(b, 4));
+        offset += lengths[i];
+    }
+    out.u8(0xFF);
+    out.bytes(data);
+    return out.data;
+}
+
+bool Session::openDatabase(repo::Connection &db, const QString &database)
+{
+    try {
+        db.open(QStringLiteral("Data Source=%1;User ID=%2;Password=%3;Initial Catalog=%4")
+                    .arg(quoted(m_options.folder), quoted(m_user), quoted(m_password), quoted(database)));
+        return true;
+    } catch (const HuntERR::Error &) {
+        return false;
+    }
+}
+
+bool Session::login(const QByteArray &payload, TokenWriter &out)
+{
+    m_user = loginField(payload, 1);
+    m_password = loginField(payload, 2, true);
+    const QString requested = loginField(payload, 8);
+    const quint32 packetSize = payload.size() >= 12 ? qFromLittleEndian<quint32>(payload.constData() + 8) : 0;
+    if (packetSize >= 512 && packetSize <= 32767)
+        m_packetSize = int(packetSize);
+    log(QStringLiteral("login user=%1 database=%2 packet=%3").arg(m_user, requested).arg(m_packetSize));
+
+    const QString database = requested.isEmpty() ? QStringLiteral("master") : requested;
+    const QString failed = QStringLiteral("Login failed for user '%1'.").arg(m_user);
+    // The password first, as SQL Server does: the master catalogue always opens.
+    auto probe = std::make_unique<repo::Connection>();
+    if (!openDatabase(*probe, QStringLiteral("master"))) {
+        out.message(true, 18456, 1, 14, failed);
+        out.done(kDoneError, 0, 0);
+        return false;
+    }
+    m_db = std::make_unique<repo::Connection>();
+    if (!openDatabase(*m_db, database)) {
+        out.message(true, 4060, 1, 11,
+                    QStringLiteral("Cannot open database \"%1\" requested by the login. The login failed.").arg(database));
+        out.message(true, 18456, 1, 14, failed);
+        out.done(kDoneError, 0, 0);
+        return false;
+    }
+    m_database = database;
+    out.envChange(1, database, QStringLiteral("master"));
+    out.message(false, 5701, 2, 0, QStringLiteral("Changed database context to '%1'.").arg(database));
+    out.envChange(2, QStringLiteral("us_english"), QString());
+    out.message(false, 5703, 1, 0, QStringLiteral("Changed language setting to us_english."));
+    out.collationChange();
+    out.loginAck();
+    out.envChange(4, QString::number(m_packetSize), QStringLiteral("4096"));
+    out.done(kDoneFinal, 0, 0);
+    return true;
+}
+
+void Session::run()
+{
+    quint8 type = 0;
+    QByteArray payload;
+    if (!readMessage(type, payload) || type != kPreLogin)
+        return;
+    log(QStringLiteral("pre-login"));
+    if (!reply(preLoginReply()))
+        return;
+    if (!readMessage(type, payload) || type != kLogin7)
+        return;
+    TokenWriter loginReply;
+    const bool in = login(payload, loginReply);
+    if (!reply(loginReply.data) || !in)
+        return;
+    while (readMessage(type, payload)) {
+        TokenWriter out;
+        if (type == kSqlBatch) {
+            // ALL_HEADERS comes first, led by its own length.
+            const quint32 headers = payload.size() >= 4 ? qFromLittleEndian<quint32>(payload.constData()) : 0;
+            const qsizetype skip = headers <= quint32(payload.size()) ? headers : 0;
+            batch(utf16(payload, int(skip), int((payload.size() - skip) / 2)), out);
+        } else if (type == kAttention) {
+            log(QStringLiteral("attention"));
+            out.done(kDoneAttention, 0, 0);
+        } else if (type == kRpc) {
+            rpc(payload, out);
+        } else {
+            log(QStringLiteral("request of type %1 refused").arg(type));
+            out.message(true, 2812, 62, 16, QStringLiteral("Could not find stored procedure ''."));
+            out.done(kDoneError, 0, 0);
+        }
+        if (!reply(out.data))
+            return;
+    }
+}
+
+void Session::batch(const QString &text, TokenWriter &out)
+{
+    log(QStringLiteral("batch: %1").arg(text));
+    QStringList lines;
+    for (const QString &line : text.split(u'\n'))
+        if (!line.trimmed().isEmpty())
+            lines << line.trimmed();
+    // The tool's statements are one line each; a batch of several lines is the driver's own setup.
+    bool allSession = !lines.isEmpty();
+    for (int i = 0; allSession && i < lines.size(); ++i)
+        allSession = sessionStatement(lines.at(i), false, nullptr);
+    if (!allSession) {
+        repositoryStatement(text.trimmed(), out);
+        return;
+    }
+    for (int i = 0; i < lines.size(); ++i)
+        sessionStatement(lines.at(i), i + 1 == lines.size(), &out);
+}
+
+void Session::useDatabase(const QString &name, bool last, TokenWriter &out)
+{
+    const quint16 more = last ? kDoneFinal : kDoneMore;
+    auto db = std::make_unique<repo::Connection>();
+    if (!repo::embeddedDatabaseFile(m_options.folder, name).isEmpty()
+        || name.compare(u"master", Qt::CaseInsensitive) == 0) {
+        if (openDatabase(*db, name)) {
+            out.envChange(1, name, m_database);
+            out.message(false, 5701, 1, 0, QStringLiteral("Changed database context to '%1'.").arg(name));
+            out.done(more, 0, 0);
+            m_db = std::move(db);
+            m_database = name;
+            return;
+        }
+    }
+    out.message(true, 911, 1, 16,
+                QStringLiteral("Database '%1' does not exist. Make sure that the name is entered correctly.").arg(name));
+    out.done(more | kDoneError, 0, 0);
+}
+
+bool Session::sessionStatement(const QString &text, bool last, TokenWriter *out)
+{
+    using RE = QRegularExpression;
+    static const RE textSize(QStringLiteral(R"(^SET\s+TEXTSIZE\s+(-?\d+)\s*;?$)"), RE::CaseInsensitiveOption);
+    static const RE set(QStringLiteral(R"(^SET\s+\w+(\s+[\w\-+]+)*\s*;?$)"), RE::CaseInsensitiveOption);
+    static const RE use(QStringLiteral(R"(^USE\s+(?:\[(.+)\]|(\S+))\s*;?$)"), RE::CaseInsensitiveOption);
+    static const RE variable(QStringLiteral(R"(^SELECT\s+@@(spid|version|servername|textsize)(?:\s+(?:AS\s+)?(\w+))?\s*;?$)"),
+                             RE::CaseInsensitiveOption);
+    const QRegularExpressionMatch size = textSize.match(text);
+    const QRegularExpressionMatch database = use.match(text);
+    const QRegularExpressionMatch probe = variable.match(text);
+    if (!size.hasMatch() && !set.match(text).hasMatch() && !database.hasMatch() && !probe.hasMatch())
+        return false;
+    if (!out)
+        return true;
+    const quint16 more = last ? kDoneFinal : kDoneMore;
+    if (size.hasMatch()) {
+        const qint64 n = size.captured(1).toLongLong();
+        // 0 brings back the default; SQL Server takes at most 2147483647.
+        m_textSize = n <= 0 ? 4096 : qMin<qint64>(n, 2147483647);
+        out->done(more, 0, 0);
+    } else if (database.hasMatch()) {
+        useDatabase(database.captured(1).isEmpty() ? database.captured(2) : database.captured(1), last, *out);
+    } else if (probe.hasMatch()) {
+        const QString name = probe.captured(1).toLower();
+        QVariant value;
+        if (name == u"spid")
+            value = int(m_spid);
+        else if (name == u"textsize")
+            value = int(m_textSize);
+        else if (name == u"servername")
+            value = serverName();
+        else
+            value = QStringLiteral("Microsoft SQL Server 2022 (RTM) - 16.0.1000.6 (X64) (Parcelwise stand-in)");
+        const QList<ResultColumn> columns = typeColumns({probe.captured(2)}, {QVariantList{value}});
+        writeColumns(*out, columns);
+        writeRow(*out, columns, {value}, m_textSize);
+        out->done(more | kDoneCount, kSelectCommand, 1);
+    } else {
+        out->done(more, 0, 0); // other SET options change nothing the repository's statements see
+    }
+    return true;
+}
+
+void Session::repositoryStatement(const QString &text, TokenWriter &out)
+{
+    try {
+        repo::RecordSet rs = m_db->execute(text);
+        if (!rs.isOpen()) {
+            out.done(kDoneFinal, 0, 0);
+            return;
+        }
+        const QStringList names = rs.fieldNames();
+        QList<QVariantList> rows;
+        rows.reserve(rs.recordCount());
+        for (; !rs.eof(); rs.moveNext()) {
+            QVariantList row;
+            for (int c = 0; c < names.size(); ++c)
+                row << rs.valueAt(c);
+            rows << row;
+        }
+        const QList<ResultColumn> columns = typeColumns(names, rows);
+        writeColumns(out, columns);
+        for (const QVariantList &row : std::as_const(rows))
+            writeRow(out, columns, row, m_textSize);
+        out.done(kDoneCount, kSelectCommand, quint64(rows.size()));
+    } catch (const HuntERR::Error &e) {
+        const ServerError error = serverError(e);
+        log(QStringLiteral("error %1: %2").arg(error.number).arg(error.text));
+        out.message(true, error.number, 1, error.severity, error.text);
+        out.done(kDoneError, 0, 0);
+    }
+}
+
+} // namespace standin

@@ -1,0 +1,56 @@
+#pragma once
+// One client of the stand-in: pre-login, Login7 and then SQL batches until the client goes away,
+// each batch run on the embedded server folder through the project's own connection (and so its
+// T-SQL adaptation) and answered as SQL Server answers it. Runs blocking in its own thread.
+
+#include "tdstokens.h"
+
+#include "repository/connection.h"
+
+#include <QString>
+#include <memory>
+
+class QTcpSocket;
+
+namespace standin {
+
+struct Options {
+    QString folder;     // the embedded server folder
+    int latencyMs = 0;  // delay before every reply
+    bool log = false;   // every request on stderr
+};
+
+class Session {
+public:
+    Session(qintptr socketDescriptor, const Options &options, quint16 spid);
+    ~Session();
+    void run();
+
+private:
+    bool readMessage(quint8 &type, QByteArray &payload);
+    bool reply(const QByteArray &tokens);
+    QByteArray preLoginReply() const;
+    // false: the login was refused and the connection ends.
+    bool login(const QByteArray &payload, TokenWriter &out);
+    void batch(const QString &text, TokenWriter &out);
+    void rpc(const QByteArray &payload, TokenWriter &out);
+    // A statement FreeTDS, the ODBC layer or a person's session sends that the repository does not
+    // hold (SET, USE, @@ probes); false when text is none of them. out null: only tell.
+    bool sessionStatement(const QString &text, bool last, TokenWriter *out);
+    void useDatabase(const QString &name, bool last, TokenWriter &out);
+    void repositoryStatement(const QString &text, TokenWriter &out);
+    bool openDatabase(repo::Connection &db, const QString &database);
+    void log(const QString &what) const;
+
+    Options m_options;
+    quint16 m_spid;
+    std::unique_ptr<QTcpSocket> m_socket;
+    std::unique_ptr<repo::Connection> m_db;
+    QString m_user;
+    QString m_password;
+    QString m_database;
+    qint64 m_textSize = 4096; // a new session's TEXTSIZE
+    int m_packetSize = 4096;
+};
+
+} // namespace standin
