@@ -6,11 +6,11 @@
 // Failures are raised as HuntERR::Error with the numbers the procedures react to.
 
 #include "errors/hunterr.h"
+#include "repository/connectionstring.h"
+#include "repository/recordset.h"
 
-#include <QSharedDataPointer>
 #include <QString>
 #include <QStringList>
-#include <QVariant>
 #include <memory>
 
 namespace repo {
@@ -24,48 +24,7 @@ constexpr int adStateClosed = 0;
 constexpr int adStateOpen = 1;
 constexpr int adUseClient = 3;
 
-// The values an ADO connection string carries; keys are matched without regard to case and
-// blanks around "=" are allowed.
-struct ConnectionString {
-    QString provider;
-    QString userId;
-    QString password;
-    QString initialCatalog;
-    QString dataSource;
-    static ConnectionString parse(const QString &text);
-};
 
-// Rows of an executed statement, all fetched (client-side cursor), read forwards.
-class RecordSet {
-public:
-    RecordSet();
-    RecordSet(const RecordSet &);
-    RecordSet &operator=(const RecordSet &);
-    ~RecordSet();
-
-    bool isOpen() const;
-    void close();
-    int recordCount() const;
-    bool eof() const;
-    void moveFirst();
-    void moveNext();
-    // Field of the current row by name, any letter case. Unknown name: ERR_ITEM_NOT_FOUND;
-    // no current row: ERR_NO_CURRENT_RECORD.
-    QVariant value(const QString &field) const;
-    bool isNull(const QString &field) const;
-    QString text(const QString &field) const; // "" for null
-    QStringList fieldNames() const;
-    // Field of the current row by position (null past the end or without a current row).
-    QVariant valueAt(int column) const;
-
-    // Used by the connection to fill it.
-    void setFields(const QStringList &names);
-    void appendRow(QVariantList row);
-
-private:
-    struct Data;
-    QSharedDataPointer<Data> d;
-};
 
 class Connection : public HuntERR::DbObject {
 public:

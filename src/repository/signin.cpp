@@ -8,44 +8,7 @@ namespace {
 const QString kModule = QStringLiteral("FrmSendtofolder.");
 constexpr qint32 vbErrOverflow = 6;
 
-QString connectionText(const QString &user, const QString &catalogueClause, const QString &server,
-                       const QString &password)
-{
-    return QStringLiteral("Provider=SQLOLEDB.1;Persist Security Info=true") + QStringLiteral(";User ID=") + user
-        + catalogueClause + QStringLiteral(";Data Source=") + server + QStringLiteral(";Password=") + password;
-}
-
 } // namespace
-
-QString correctQuotes(const QString &strInput)
-{
-    return HuntERR::inner(kModule + QStringLiteral("correctQuotes(strInput)"), [&] {
-        QString s = strInput;
-        s.replace(u'\'', QStringLiteral("''"));
-        return trimBlanks(s);
-    });
-}
-
-QString masterConnectionString(const QString &user, const QString &server, const QString &password)
-{
-    return connectionText(correctQuotes(user), QStringLiteral(";Initial Catalog = zar_Master"), correctQuotes(server),
-                          correctQuotes(password));
-}
-
-QString serverMasterConnectionString(const QString &user, const QString &server, const QString &password)
-{
-    return connectionText(correctQuotes(user), QStringLiteral(";Initial Catalog = MASTER"), correctQuotes(server),
-                          correctQuotes(password));
-}
-
-// The catalogue goes in as given: the tree building passes either the quote-corrected list text or
-// the paired live name as read from the catalogue.
-QString databaseConnectionString(const QString &user, const QString &catalogue, const QString &server,
-                                 const QString &password)
-{
-    return connectionText(correctQuotes(user), QStringLiteral(";Initial Catalog=") + catalogue, correctQuotes(server),
-                          correctQuotes(password));
-}
 
 SignIn::SignIn(FormPort &form) : m_form(form) {}
 

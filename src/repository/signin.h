@@ -8,14 +8,6 @@
 
 #include <memory>
 
-QString correctQuotes(const QString &strInput);
-
-// "Provider=SQLOLEDB.1;Persist Security Info=true;User ID=...": the texts the tool builds.
-QString masterConnectionString(const QString &user, const QString &server, const QString &password);   // zar_Master
-QString serverMasterConnectionString(const QString &user, const QString &server, const QString &password); // MASTER
-QString databaseConnectionString(const QString &user, const QString &catalogue, const QString &server,
-                                 const QString &password);
-
 class SignIn {
 public:
     explicit SignIn(FormPort &form);

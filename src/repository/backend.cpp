@@ -1,0 +1,97 @@
+#include "repository/backend.h"
+
+#include "errors/hunterr.h"
+
+#include <QAtomicInt>
+#include <QSqlQuery>
+#include <QSqlRecord>
+
+namespace repo {
+
+const QString kProvider = QStringLiteral("Microsoft OLE DB Provider for SQL Server");
+const QString kAdoConnection = QStringLiteral("ADODB.Connection");
+
+namespace {
+
+constexpr qint32 adErrProviderNotFound = 3706;
+
+QString newConnectionName()
+{
+    static QAtomicInt counter;
+    return QStringLiteral("parcelwise-connection-%1").arg(counter.fetchAndAddRelaxed(1) + 1);
+}
+
+} // namespace
+
+Backend::Backend(QStringList &errors) : m_errors(errors) {}
+
+Backend::~Backend()
+{
+    // Every handle on the Qt connection is gone by now (the subclasses' statements first).
+    if (m_qtName.isEmpty())
+        return;
+    {
+        QSqlDatabase db = QSqlDatabase::database(m_qtName, false);
+        if (db.isOpen())
+            db.close();
+    }
+    QSqlDatabase::removeDatabase(m_qtName);
+}
+
+void Backend::fail(qint32 number, const QString &description, const QStringList &messages)
+{
+    m_errors = messages.isEmpty() ? QStringList{description} : messages;
+    HuntERR::raise(number, description, kProvider);
+}
+
+QSqlDatabase Backend::addDatabase(const QString &driver)
+{
+    m_qtName = newConnectionName();
+    QSqlDatabase db = QSqlDatabase::addDatabase(driver, m_qtName);
+    if (!db.isValid()) {
+        m_errors = {QStringLiteral("Provider cannot be found. It may not be properly installed.")};
+        HuntERR::raise(adErrProviderNotFound, m_errors.first(), kAdoConnection);
+    }
+    return db;
+}
+
+RecordSet Backend::run(const QString &statement, DriverFailure (*describe)(const QSqlError &, bool))
+{
+    RecordSet rs;
+    DriverFailure failure;
+    {
+        QSqlQuery q(database());
+        // Forward only: the driver keeps one row, so a document's bytes exist once, in the record set.
+        q.setForwardOnly(true);
+        if (!q.exec(statement) || !readRows(q, rs))
+            failure = describe(q.lastError(), false);
+        q.finish();
+    }
+    if (failure.number != 0)
+        fail(failure);
+    return rs;
+}
+
+// Every row of an executed statement into the record set; false when the driver failed on the way.
+bool readRows(QSqlQuery &q, RecordSet &rs)
+{
+    if (!q.isSelect())
+        return true;
+    const QSqlRecord record = q.record();
+    QStringList names;
+    names.reserve(record.count());
+    for (int c = 0; c < record.count(); ++c)
+        names << record.fieldName(c);
+    rs.setFields(names);
+    const int columns = int(names.size());
+    while (q.next()) {
+        QVariantList row;
+        row.reserve(columns);
+        for (int c = 0; c < columns; ++c)
+            row.append(q.isNull(c) ? QVariant() : q.value(c));
+        rs.appendRow(std::move(row));
+    }
+    return !q.lastError().isValid();
+}
+
+} // namespace repo
