@@ -10,9 +10,9 @@
 // output; the lines starting with "RESULT" are for scripts.
 
 #include "errors/hunterr.h"
-#include "export/headlesssession.h"
+#include "session/headlesssession.h"
 #include "repository/connection.h"
-#include "repository/formport.h"
+#include "session/formport.h"
 #include "tree/foldertree.h"
 
 #include <QCommandLineParser>

@@ -5,8 +5,8 @@
 // read and write the window.
 
 #include "export/exporter.h"
-#include "repository/formport.h"
-#include "repository/signin.h"
+#include "session/formport.h"
+#include "session/signin.h"
 #include "tree/foldertree.h"
 #include "tree/treeprocs.h"
 

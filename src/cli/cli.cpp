@@ -8,9 +8,9 @@
 #include "demo/demorepository.h"
 #include "errors/hunterr.h"
 #include "export/exporter.h"
-#include "export/headlesssession.h"
+#include "session/headlesssession.h"
 #include "repository/connection.h"
-#include "repository/signin.h"
+#include "session/signin.h"
 #include "tree/foldertree.h"
 #include "tree/treeprocs.h"
 

@@ -2,7 +2,7 @@
 
 #include "errors/hunterr.h"
 #include "export/dirhandles.h"
-#include "tree/treeprocs.h"
+#include "names/filenames.h"
 
 #include <QFile>
 

@@ -37,7 +37,7 @@ qint64 recordId(const repo::RecordSet &rs)
 
 } // namespace
 
-Exporter::Exporter(SignIn &signIn, TreeProcs &tree)
+Exporter::Exporter(SessionState &signIn, TreeProcs &tree)
     : m_signIn(signIn)
     , m_tree(tree)
 {

@@ -3,7 +3,7 @@
 // file dates and the export log. Used by the window's "Start &Copy" and by the command line.
 
 #include "names/filenames.h"
-#include "repository/signin.h"
+#include "tree/treesession.h"
 #include "tree/treeprocs.h"
 
 #include <QDateTime>
@@ -43,7 +43,7 @@ public:
 
 class Exporter {
 public:
-    Exporter(SignIn &signIn, TreeProcs &tree);
+    Exporter(SessionState &signIn, TreeProcs &tree);
     ~Exporter();
 
     // cmdStart_Click's steps 4-7 without the dialogs: names the log, walks, and shows the log
@@ -101,6 +101,6 @@ private:
     QHash<const FolderTree::Node *, QString> m_nodeDirs; // ticked nodes' directories
     qint64 m_childId = 0;
     QString m_pendingLine; // composed but not yet in the log
-    SignIn &m_signIn;
+    SessionState &m_signIn;
     TreeProcs &m_tree;
 };

@@ -2,6 +2,7 @@
 
 #include "errors/hunterr.h"
 #include "names/filenames.h"
+#include "repository/connectionstring.h"
 #include "repository/statements.h"
 
 #include <cmath>
@@ -95,7 +96,7 @@ FolderTree::Node *nodeAtIndex(FolderTree &tree, double index)
 
 } // namespace
 
-TreeProcs::TreeProcs(SignIn &signIn, FolderTree &tree)
+TreeProcs::TreeProcs(SessionState &signIn, FolderTree &tree)
     : m_signIn(signIn)
     , m_tree(tree)
 {
@@ -114,7 +115,7 @@ void TreeProcs::Load_Trees()
 void TreeProcs::loadSitesFolders1()
 {
     HuntERR::inner(kModule + QStringLiteral("loadSitesFolders1"), [&] {
-        FormPort &form = m_signIn.form();
+        WindowPort &form = m_signIn.form();
         // An archive's folders live in its paired live database; only the bytes are archived.
         const QString catalogue = m_signIn.blnArchive ? m_signIn.strLiveDb
                                                       : correctQuotes(trimBlanks(form.databaseText()));
@@ -207,7 +208,7 @@ namespace {
 
 // The loaders' common start: busy feedback, then the node's previous children go, so a reload
 // never shows a child twice.
-void beginReload(FormPort &form, FolderTree &tree, const QString &parentnode)
+void beginReload(WindowPort &form, FolderTree &tree, const QString &parentnode)
 {
     form.setBusy(true);
     form.setStatus(kProcessing);
@@ -215,7 +216,7 @@ void beginReload(FormPort &form, FolderTree &tree, const QString &parentnode)
         tree.removeChildren(tree.byKey(parentnode));
 }
 
-void endReload(FormPort &form)
+void endReload(WindowPort &form)
 {
     form.setStatus(QString());
     form.setBusy(false);
@@ -226,7 +227,7 @@ void endReload(FormPort &form)
 void TreeProcs::loadChildren(const QString &parentnode)
 {
     HuntERR::inner(kModule + QStringLiteral("loadChildren(parentnode)"), [&] {
-        FormPort &form = m_signIn.form();
+        WindowPort &form = m_signIn.form();
         beginReload(form, m_tree, parentnode);
 
         QString id = parentnode;
@@ -250,7 +251,7 @@ void TreeProcs::loadChildren(const QString &parentnode)
 void TreeProcs::loadChildrenArchive(const QString &parentnode)
 {
     HuntERR::inner(kModule + QStringLiteral("loadChildrenArchive(parentnode)"), [&] {
-        FormPort &form = m_signIn.form();
+        WindowPort &form = m_signIn.form();
         beginReload(form, m_tree, parentnode);
 
         const QString id = QString::number(qRound64(folderIdOfKey(parentnode)));

@@ -3,8 +3,8 @@
 // clicked (live and archive), tick propagation and the relative path of a ticked node. They work on
 // the FolderTree model and the sign-in state; the window and the command line both drive them.
 
-#include "repository/signin.h"
 #include "tree/foldertree.h"
+#include "tree/treesession.h"
 
 // Image list indices (1-based) the loaders choose.
 namespace TreeImage {
@@ -26,10 +26,10 @@ constexpr int Count = 29;
 
 class TreeProcs {
 public:
-    TreeProcs(SignIn &signIn, FolderTree &tree);
+    TreeProcs(SessionState &signIn, FolderTree &tree);
 
     FolderTree &tree() { return m_tree; }
-    SignIn &signIn() { return m_signIn; }
+    SessionState &signIn() { return m_signIn; }
 
     // Tree building.
     void Load_Trees();
@@ -58,6 +58,6 @@ public:
 private:
     void setAllChildren(double nodeIdx, bool ticked);
 
-    SignIn &m_signIn;
+    SessionState &m_signIn;
     FolderTree &m_tree;
 };

@@ -4,7 +4,7 @@
 // open and ticked in-process, the way the window does it.
 
 #include "export/exporter.h"
-#include "export/headlesssession.h"
+#include "session/headlesssession.h"
 
 #include <QDateTime>
 #include <QDir>

@@ -1,7 +1,7 @@
 #pragma once
 // Helpers shared by the test programs.
 
-#include "export/headlesssession.h"
+#include "session/headlesssession.h"
 
 #include <QByteArray>
 #include <QString>

@@ -5,7 +5,7 @@
 
 #include "errors/hunterr.h"
 #include "repository/connection.h"
-#include "repository/signin.h"
+#include "session/signin.h"
 
 #include <QtTest>
 

@@ -5,7 +5,7 @@
 #include "repository_suite.h"
 #include "testsupport.h"
 
-#include "export/headlesssession.h"
+#include "session/headlesssession.h"
 #include "repository/drivers.h"
 
 #include <QDir>

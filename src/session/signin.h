@@ -4,29 +4,25 @@
 
 #include "names/filenames.h"
 #include "repository/connection.h"
-#include "repository/formport.h"
+#include "session/formport.h"
+#include "tree/treesession.h"
 
 #include <memory>
 
-class SignIn {
+class SignIn : public SessionState {
 public:
     explicit SignIn(FormPort &form);
     ~SignIn();
 
     // Created closed on first use after start or after release, so whether it is open can be asked.
     repo::Connection &cnMaster();
-    repo::Connection &cnDb();
+    repo::Connection &cnDb() override;
     void releaseMaster();
     void releaseDb();
 
     repo::RecordSet rsDbList;
-    bool blnArchive = false;
-    QString strSelectedDb;
-    QString strLiveDb;
-    bool blnInvalidDb = false;
     QString strUserName;
     QString strPassword;
-    QString DestinationPath;
 
     // cboDBName_GotFocus after its status text: validation, then the list refresh.
     void refreshDatabaseList();
@@ -39,7 +35,7 @@ public:
     // focusTo receives "txServerName" or "txtUserName" when a message wants the focus there.
     bool validateAndPrepare(QString *focusTo);
 
-    FormPort &form() { return m_form; }
+    FormPort &form() override { return m_form; }
 
 private:
     FormPort &m_form;

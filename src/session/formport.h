@@ -2,20 +2,15 @@
 // What the procedures read from and write to the main window. The window implements it with its
 // controls; the command line with its arguments and a progress line. The core never sees a widget.
 
+#include "tree/treesession.h"
+
 #include <QString>
 #include <QStringList>
 
-class FormPort {
+// The whole window as the sign-in sees it: what the tree and the export read and write, and the
+// database list with its type label.
+class FormPort : public WindowPort {
 public:
-    virtual ~FormPort() = default;
-
-    // The sign-in boxes, exactly as typed.
-    virtual QString serverText() const = 0;     // txServerName
-    virtual QString userText() const = 0;       // txtUserName
-    virtual QString passwordText() const = 0;   // txtPassword
-    virtual QString databaseText() const = 0;   // cboDBName
-    virtual QString dbTypeCaption() const = 0;  // lblDbTypeValue
-
     // The database list (cboDBName) and the type label.
     virtual void clearDatabases() = 0;
     virtual void addDatabase(const QString &name) = 0;
@@ -24,16 +19,6 @@ public:
     virtual void selectFirstDatabase() = 0;
     // Type caption; colour 0 black (live), 255 red (archive), -1 leaves it as it was.
     virtual void setDbType(const QString &caption, int colour) = 0;
-
-    virtual void setStatus(const QString &text) = 0; // txtProg
-    virtual void repaint() = 0;                      // let the status text be seen during long work
-    virtual void setBusy(bool busy) = 0;             // hourglass pointer
-    // A validation message: exclamation icon, OK, title "zarnivo - Parcelwise".
-    virtual void message(const QString &text) = 0;
-    // Tree building refused the database: back to the database choice.
-    virtual void showSignInScreen() = 0;
-    // Show the export log with the platform's default application for text files.
-    virtual void openLog(const QString &folder, const QString &fileName) = 0;
 };
 
 // A port that reads fixed texts and ignores the rest; the base of the command line's port and of tests.

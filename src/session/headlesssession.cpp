@@ -1,4 +1,4 @@
-#include "export/headlesssession.h"
+#include "session/headlesssession.h"
 
 #include "errors/hunterr.h"
 

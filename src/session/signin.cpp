@@ -1,4 +1,4 @@
-#include "repository/signin.h"
+#include "session/signin.h"
 
 #include "errors/hunterr.h"
 #include "repository/statements.h"

@@ -4,8 +4,8 @@
 // handler (and source name) as in the window, so the command line, the benchmarks and the tests
 // reach exactly the state a person would.
 
-#include "repository/formport.h"
-#include "repository/signin.h"
+#include "session/formport.h"
+#include "session/signin.h"
 #include "tree/foldertree.h"
 #include "tree/treeprocs.h"
 
