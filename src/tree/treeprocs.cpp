@@ -94,6 +94,22 @@ FolderTree::Node *nodeAtIndex(FolderTree &tree, double index)
     return tree.node(int(std::lround(index)));
 }
 
+// A node's descendants as the tree's procedures have always found them: not by walking the
+// subtree but by full path, every node from its first child on whose path contains the node's
+// path, later look-alike siblings included. Highest index first.
+std::vector<FolderTree::Node *> descendantsByPath(FolderTree &tree, FolderTree::Node *start)
+{
+    const int first = required(tree.firstChild(start))->index;
+    const QString startPath = tree.fullPath(start);
+    std::vector<FolderTree::Node *> found;
+    for (int i = tree.count(); i >= first; --i) {
+        FolderTree::Node *n = tree.node(i);
+        if (tree.fullPath(n).contains(startPath, Qt::CaseSensitive))
+            found.push_back(n);
+    }
+    return found;
+}
+
 } // namespace
 
 TreeProcs::TreeProcs(SessionState &signIn, FolderTree &tree)
@@ -287,17 +303,9 @@ void TreeProcs::DeleteChild(FolderTree &sstTreeView, double lngStartFolderID)
         if (required(sstTreeView.selected())->children.empty())
             return;
         FolderTree::Node *start = sstTreeView.byKey(kKeyPrefix + numberText(lngStartFolderID));
-        const int first = required(sstTreeView.firstChild(start))->index;
-        const QString startPath = sstTreeView.fullPath(start);
         // Removing from the highest index down only ever shifts nodes already visited, so the
         // matches can be gathered first and dropped in one pass.
-        std::vector<FolderTree::Node *> doomed;
-        for (int i = sstTreeView.count(); i >= first; --i) {
-            FolderTree::Node *n = sstTreeView.node(i);
-            if (sstTreeView.fullPath(n).contains(startPath, Qt::CaseSensitive))
-                doomed.push_back(n);
-        }
-        sstTreeView.removeNodes(doomed);
+        sstTreeView.removeNodes(descendantsByPath(sstTreeView, start));
     });
 }
 
@@ -313,22 +321,11 @@ void TreeProcs::DeSelectAllChild(double nodeIdx)
     HuntERR::inner(kModule + QStringLiteral("DeSelectAllChild(nodeIdx)"), [&] { setAllChildren(nodeIdx, false); });
 }
 
-// The descendants are found by their full path, not by walking the subtree: every node from the
-// first child on whose path contains the node's path is set, later look-alike siblings included.
 void TreeProcs::setAllChildren(double nodeIdx, bool ticked)
 {
     if (required(m_tree.selected())->children.empty())
         return;
-    FolderTree::Node *start = nodeAtIndex(m_tree, nodeIdx);
-    const int first = required(m_tree.firstChild(start))->index;
-    const QString startPath = m_tree.fullPath(start);
-    std::vector<FolderTree::Node *> matches;
-    for (int i = m_tree.count(); i >= first; --i) {
-        FolderTree::Node *n = m_tree.node(i);
-        if (m_tree.fullPath(n).contains(startPath, Qt::CaseSensitive))
-            matches.push_back(n);
-    }
-    m_tree.setCheckedMany(matches, ticked);
+    m_tree.setCheckedMany(descendantsByPath(m_tree, nodeAtIndex(m_tree, nodeIdx)), ticked);
 }
 
 QString TreeProcs::FindParentPAth(double &pNodeidx)
