@@ -94,7 +94,7 @@ QString Exporter::directoryFor(const QString &parent, const QString &cleaned, qi
     return base + name;
 }
 
-bool Exporter::prepareDirectory(const QString &source, const QString &target, const std::function<void()> &logged)
+bool Exporter::recreateDirectory(const QString &source, const QString &target, const std::function<void()> &logged)
 {
     if (observer)
         observer->folderStarted(target);
@@ -149,7 +149,7 @@ void Exporter::CopyCheckedFolders()
         }
         m_walked.insert(qint64(id));
         target = directoryFor(parentDir, cleaned, qint64(id));
-        if (!prepareDirectory(source, target, logged))
+        if (!recreateDirectory(source, target, logged))
             continue;
         m_nodeDirs.insert(node, target);
         if (!HuntERR::resume(source, [&] { MakeDir(target); }))
@@ -278,7 +278,7 @@ QString Exporter::nextSubFolder(const repo::RecordSet &rs, const QString &parent
 
     QString cleaned = folderName;
     const QString childPath = directoryFor(parentPath, RemoveSpChr(cleaned), childId);
-    if (!prepareDirectory(source, childPath, logged))
+    if (!recreateDirectory(source, childPath, logged))
         return {};
     if (!HuntERR::resume(source, [&] { CopyFolderFiles(double(childId), childPath); }))
         logged();

@@ -91,7 +91,7 @@ private:
     // run already made it; then its id goes in.
     QString directoryFor(const QString &parent, const QString &cleaned, qint64 id);
     // Replaces an earlier run's entry and makes the directory; a failure is logged once.
-    bool prepareDirectory(const QString &source, const QString &target, const std::function<void()> &logged);
+    bool recreateDirectory(const QString &source, const QString &target, const std::function<void()> &logged);
     // Writes one failure line and keeps a failure of the log itself from ending the walk.
     void logFailure(const QString &source, qint64 id, const QString &name, const QString &location, quint8 type);
     QString logFolder() const;
