@@ -1,6 +1,8 @@
 #include "cli/cli.h"
 
 #include "cli/arguments.h"
+#include "cli/destination.h"
+#include "cli/jsonoutput.h"
 #include "cli/progress.h"
 #include "cli/terminal.h"
 
@@ -129,6 +131,7 @@ public:
     }
 
     bool tick(FolderTree::Node *node) { return headless.tick(node) && !g_reportShown; }
+    bool opened(const FolderTree::Node *node) const { return m_opened.contains(node->key); }
 
 private:
     QSet<QString> m_opened;
@@ -173,9 +176,7 @@ int runDatabases(const Parsed &p)
     if (!session.fillDatabaseList(values.server, values.user, values.password))
         return ExitError;
 
-    struct Row {
-        QString name, type, live;
-    };
+    using Row = DatabaseRow;
     QList<Row> rows;
     const bool ok = handled(QStringLiteral("modCommandLine.listDatabases"), [&] {
         for (const QString &name : std::as_const(session.port.databases)) {
@@ -193,6 +194,10 @@ int runDatabases(const Parsed &p)
     });
     if (!ok)
         return ExitError;
+    if (p.has(QStringLiteral("--json"))) {
+        writeOut(databasesJson(rows));
+        return ExitDone;
+    }
     if (rows.isEmpty()) {
         printError(QStringLiteral("the catalogue lists no databases"));
         return ExitDone;
@@ -264,13 +269,20 @@ int runTree(const Parsed &p)
     if (!signInTo(p, session))
         return ExitError;
 
+    const bool json = p.has(QStringLiteral("--json"));
     FolderTree::Node *root = session.root();
     if (!root) {
+        if (json)
+            writeOut(QStringLiteral("[]\n"));
         printError(QStringLiteral("the database has no root folder"));
         return ExitDone;
     }
     if (!clickDown(session, root, depth))
         return ExitError;
+    if (json) {
+        writeOut(treeJson(session.tree, session.procs, [&](const FolderTree::Node *n) { return session.opened(n); }));
+        return ExitDone;
+    }
 
     int idWidth = 1;
     for (int i = 1; i <= session.tree.count(); ++i)
@@ -370,20 +382,24 @@ int runExport(const Parsed &p)
     if (p.has(QStringLiteral("--progress")) && p.has(QStringLiteral("--no-progress")))
         return usageError(QStringLiteral("--progress and --no-progress cannot be combined"), p.command);
 
-    const QString destText = p.value(QStringLiteral("--dest"));
-    if (destText.trimmed().isEmpty() || !QFileInfo(destText).isDir()) {
-        printError(QStringLiteral("destination \"%1\" is not an existing directory").arg(destText));
+    Destination dest;
+    QString destError;
+    if (!checkDestination(p.value(QStringLiteral("--dest")), &dest, &destError)) {
+        printError(QStringLiteral("destination ") + destError);
         return ExitError;
     }
-    const QString destination = absoluteNative(destText);
+    const QString destination = dest.path;
+    // The log folder is made like the destination, so "--dest ./out --log-dir ./out" works on a
+    // fresh machine.
     QString logDir;
+    Destination logDest;
     if (p.has(QStringLiteral("--log-dir"))) {
         const QString logText = p.value(QStringLiteral("--log-dir"));
-        if (logText.trimmed().isEmpty() || !QFileInfo(logText).isDir()) {
-            printError(QStringLiteral("log directory \"%1\" is not an existing directory").arg(logText));
+        if (!checkDestination(logText, &logDest, &destError)) {
+            printError(QStringLiteral("log directory ") + destError);
             return ExitError;
         }
-        logDir = absoluteNative(logText);
+        logDir = logDest.path;
     }
     const bool dryRun = p.has(QStringLiteral("--dry-run"));
     const bool progress = p.has(QStringLiteral("--progress"))
@@ -422,10 +438,21 @@ int runExport(const Parsed &p)
         }
     }
 
+    // Created only now: a refused run leaves nothing behind, and a dry run writes nothing.
+    if (!dryRun && (!createDestination(dest, &destError) || !createDestination(logDest, &destError))) {
+        printError(destError);
+        return ExitError;
+    }
     session.signIn.DestinationPath = destination;
     Exporter exporter(session.signIn, session.procs);
     ExportReporter reporter(destination, progress, dryRun);
     exporter.dryRun = dryRun;
+    if (dryRun) {
+        // The listing starts with the directories the real run would create for --dest.
+        exporter.dryRunMadeDirectories = directoriesToMake(dest);
+        for (const QString &made : std::as_const(exporter.dryRunMadeDirectories))
+            writeOut(QStringLiteral("mkdir   ") + made + QLatin1Char('\n'));
+    }
     exporter.logFolderOverride = logDir;
     exporter.observer = &reporter;
     const bool ok = handled(QStringLiteral("FrmSendtofolder.cmdStart_Click"), [&] { exporter.run(); });
@@ -448,7 +475,7 @@ int runExport(const Parsed &p)
                  .arg(humanBytes(stats.bytes))
                  .arg(stats.failures)
                  .arg(QString::number(reporter.elapsedSeconds(), 'f', 1))
-                 .arg(logPath));
+                 .arg(logPath + destinationNote(dest, dryRun)));
     if (!ok)
         return ExitError;
     return logged ? ExitItemsFailed : ExitDone;

@@ -24,6 +24,8 @@ public:
     // Creates or replaces dir + separator + fileName with exactly these bytes, in one write.
     // The caller decides whether fileName is acceptable (titleCanBeFileName).
     void writeFile(const QString &filePath, const QByteArray &bytes);
+    // Dry run: takes the directory as made, as a step before the run would have made it.
+    void assumeMade(const QString &path) { m_dirs.insert(path); }
 
 private:
     enum class Kind { None, File, Directory };

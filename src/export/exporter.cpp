@@ -58,6 +58,10 @@ bool Exporter::run()
         HuntERR::raise(HuntERR::ERR_PATH_NOT_FOUND, QStringLiteral("Path not found: no destination folder was chosen"));
     stats = Stats{};
     m_disk = std::make_unique<ExportDisk>(dryRun); // a dry run starts from the disk as it is
+    if (dryRun) {
+        for (const QString &made : std::as_const(dryRunMadeDirectories))
+            m_disk->assumeMade(made);
+    }
 
     LogWritten = false;
     ExportLogName.clear();
