@@ -31,9 +31,8 @@ set(CPACK_PACKAGE_NAME parcelwise)
 set(CPACK_PACKAGE_VENDOR zarnivo)
 set(CPACK_PACKAGE_CONTACT "zarnivo Parcelwise <parcelwise@zarnivo.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Copies folders and documents out of a document repository onto disk")
-set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "Copies folders and documents out of a document repository onto disk
- Signs in to a SQL Server document repository, shows its folder tree and writes the
- ticked folders and their documents to disk, from a window or from the command line.")
+# CPack puts the summary first; this is the paragraph below it.
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "Signs in to a SQL Server document repository, shows its folder tree and writes the ticked folders and their documents to disk, from a window or from the command line.")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)

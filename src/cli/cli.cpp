@@ -382,25 +382,16 @@ int runExport(const Parsed &p)
     if (p.has(QStringLiteral("--progress")) && p.has(QStringLiteral("--no-progress")))
         return usageError(QStringLiteral("--progress and --no-progress cannot be combined"), p.command);
 
-    Destination dest;
-    QString destError;
-    if (!checkDestination(p.value(QStringLiteral("--dest")), &dest, &destError)) {
-        printError(QStringLiteral("destination ") + destError);
+    OutputFolders output;
+    QString outputError;
+    const QString logText = p.value(QStringLiteral("--log-dir"));
+    if (!checkOutputFolders(p.value(QStringLiteral("--dest")), p.has(QStringLiteral("--log-dir")) ? &logText : nullptr,
+                            &output, &outputError)) {
+        printError(outputError);
         return ExitError;
     }
-    const QString destination = dest.path;
-    // The log folder is made like the destination, so "--dest ./out --log-dir ./out" works on a
-    // fresh machine.
-    QString logDir;
-    Destination logDest;
-    if (p.has(QStringLiteral("--log-dir"))) {
-        const QString logText = p.value(QStringLiteral("--log-dir"));
-        if (!checkDestination(logText, &logDest, &destError)) {
-            printError(QStringLiteral("log directory ") + destError);
-            return ExitError;
-        }
-        logDir = logDest.path;
-    }
+    const QString destination = output.dest.path;
+    const QString logDir = output.log.path;
     const bool dryRun = p.has(QStringLiteral("--dry-run"));
     const bool progress = p.has(QStringLiteral("--progress"))
         || (!p.has(QStringLiteral("--no-progress")) && stderrIsTerminal());
@@ -439,20 +430,18 @@ int runExport(const Parsed &p)
     }
 
     // Created only now: a refused run leaves nothing behind, and a dry run writes nothing.
-    if (!dryRun && (!createDestination(dest, &destError) || !createDestination(logDest, &destError))) {
-        printError(destError);
+    if (!dryRun && !createOutputFolders(output, &outputError)) {
+        printError(outputError);
         return ExitError;
     }
     session.signIn.DestinationPath = destination;
     Exporter exporter(session.signIn, session.procs);
     ExportReporter reporter(destination, progress, dryRun);
     exporter.dryRun = dryRun;
-    if (dryRun) {
-        // The listing starts with the directories the real run would create for --dest.
-        exporter.dryRunMadeDirectories = directoriesToMake(dest);
-        for (const QString &made : std::as_const(exporter.dryRunMadeDirectories))
-            writeOut(QStringLiteral("mkdir   ") + made + QLatin1Char('\n'));
-    }
+    // A dry run's listing starts with the directories the real run would create for --dest.
+    exporter.dryRunMadeDirectories = dryRun ? directoriesToMake(output.dest) : QStringList();
+    for (const QString &made : std::as_const(exporter.dryRunMadeDirectories))
+        writeOut(QStringLiteral("mkdir   ") + made + QLatin1Char('\n'));
     exporter.logFolderOverride = logDir;
     exporter.observer = &reporter;
     const bool ok = handled(QStringLiteral("FrmSendtofolder.cmdStart_Click"), [&] { exporter.run(); });
@@ -475,7 +464,7 @@ int runExport(const Parsed &p)
                  .arg(humanBytes(stats.bytes))
                  .arg(stats.failures)
                  .arg(QString::number(reporter.elapsedSeconds(), 'f', 1))
-                 .arg(logPath + destinationNote(dest, dryRun)));
+                 .arg(logPath + destinationNote(output.dest, dryRun)));
     if (!ok)
         return ExitError;
     return logged ? ExitItemsFailed : ExitDone;

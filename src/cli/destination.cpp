@@ -30,12 +30,36 @@ bool checkDestination(const QString &text, Destination *destination, QString *er
     return true;
 }
 
+namespace {
+
 bool createDestination(const Destination &destination, QString *error)
 {
     if (!destination.missing || QDir().mkpath(QDir::fromNativeSeparators(destination.path)))
         return true;
     *error = QStringLiteral("cannot create the directory \"%1\"").arg(destination.path);
     return false;
+}
+
+} // namespace
+
+bool checkOutputFolders(const QString &destText, const QString *logText, OutputFolders *folders, QString *error)
+{
+    if (!checkDestination(destText, &folders->dest, error)) {
+        *error = QStringLiteral("destination ") + *error;
+        return false;
+    }
+    // The log folder is made like the destination, so "--dest ./out --log-dir ./out" works on a
+    // fresh machine.
+    if (logText && !checkDestination(*logText, &folders->log, error)) {
+        *error = QStringLiteral("log directory ") + *error;
+        return false;
+    }
+    return true;
+}
+
+bool createOutputFolders(const OutputFolders &folders, QString *error)
+{
+    return createDestination(folders.dest, error) && createDestination(folders.log, error);
 }
 
 QStringList directoriesToMake(const Destination &destination)
