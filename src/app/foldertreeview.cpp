@@ -2,6 +2,7 @@
 
 #include "app/treeimages.h"
 
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QScopedValueRollback>
 #include <QStyle>
@@ -105,6 +106,23 @@ void FolderTreeView::mouseReleaseEvent(QMouseEvent *event)
     const QScopedValueRollback<bool> inRelease(m_inRelease, true);
     m_tickInRelease = false;
     QTreeView::mouseReleaseEvent(event);
+}
+
+void FolderTreeView::keyPressEvent(QKeyEvent *event)
+{
+    // A click loads a node's children; without these keys a keyboard user could never get below
+    // the root. Right on an open node keeps moving to its first child, as in any tree: clicking
+    // it again would reload the children and drop the ticks below it.
+    FolderTree::Node *n = m_tree ? m_tree->nodeAt(currentIndex()) : nullptr;
+    const int key = event->key();
+    const bool enter = key == Qt::Key_Return || key == Qt::Key_Enter;
+    const bool right = key == Qt::Key_Right && event->modifiers() == Qt::NoModifier;
+    if (n && (enter || (right && !isExpanded(currentIndex())))) {
+        event->accept();
+        emit nodeClicked(n);
+        return;
+    }
+    QTreeView::keyPressEvent(event);
 }
 
 void FolderTreeView::onTickChanged(int nodeIndex)

@@ -2,6 +2,7 @@
 // tvDefaultRoot: a tree view over the FolderTree model with tick boxes and the drawn image list.
 // The model is the truth; the view follows its expansion and selection and reports the two
 // things a person does to it: ticking a box, and clicking a node (its label or row, not the box).
+// The keyboard does both as well: Space ticks; Enter, and Right on a closed node, click it.
 
 #include "tree/foldertree.h"
 
@@ -48,6 +49,7 @@ signals:
 
 protected:
     void mouseReleaseEvent(QMouseEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
     void currentChanged(const QModelIndex &current, const QModelIndex &previous) override;
 
 private:

@@ -30,6 +30,11 @@ OptionDef traceOption()
     return option("--trace-sql", "FILE", "Append every SQL statement sent, one per line, to FILE");
 }
 
+OptionDef jsonOption(const char *help)
+{
+    return option("--json", "", help);
+}
+
 QList<OptionDef> signInOptions()
 {
     return {
@@ -45,14 +50,16 @@ QList<CommandDef> buildCommands()
 
     CommandDef databases;
     databases.name = QStringLiteral("databases");
-    databases.synopsis = QStringLiteral("databases --server NAME --user NAME [--password-stdin]");
+    databases.synopsis = QStringLiteral("databases --server NAME --user NAME [--json] [--password-stdin]");
     databases.summary = QStringLiteral("List the catalogue's company databases with their type");
     databases.description = QStringLiteral(
         "Signs in to the server's master catalogue and lists every company database it records,\n"
         "in catalogue order, with its type (Live or Archive) and, for an archive database, the\n"
         "live database it is paired with.");
     databases.options = signInOptions();
-    databases.options << traceOption() << helpOption();
+    databases.options << jsonOption(
+        "Print a JSON list of objects (name, type, live) instead of the table")
+                      << traceOption() << helpOption();
     databases.examples = {
         QStringLiteral("parcelwise databases --server sql01 --user exporter --password-stdin < ~/.parcelwise-password"),
         QStringLiteral("parcelwise databases --server ./demo-repository --user demo"),
@@ -61,7 +68,7 @@ QList<CommandDef> buildCommands()
 
     CommandDef tree;
     tree.name = QStringLiteral("tree");
-    tree.synopsis = QStringLiteral("tree --server NAME --user NAME --database NAME [--depth N] [--password-stdin]");
+    tree.synopsis = QStringLiteral("tree --server NAME --user NAME --database NAME [--depth N] [--json] [--password-stdin]");
     tree.summary = QStringLiteral("Show a database's folder tree with folder ids");
     tree.description = QStringLiteral(
         "Opens the database as the window does and prints its folder tree as the window shows it\n"
@@ -71,6 +78,8 @@ QList<CommandDef> buildCommands()
     tree.options = signInOptions();
     tree.options << option("--database", "NAME", "Company database to open (live or archive)")
                  << option("--depth", "N", "Levels to show below the root folder (default 1; 0 shows the root only)")
+                 << jsonOption("Print a JSON list of the folders in tree order (id, name, text, depth,\n"
+                               "parentId, lifecycle, childrenLoaded, children) instead of the lines")
                  << traceOption() << helpOption();
     tree.examples = {
         QStringLiteral("parcelwise tree --server sql01 --user exporter --database Acme --depth 2 --password-stdin < ~/.parcelwise-password"),
@@ -100,9 +109,9 @@ QList<CommandDef> buildCommands()
     exportCommand.options << option("--database", "NAME", "Company database to export from (live or archive)")
                           << option("--folder", "PATH", "Folder to export, e.g. \"Projects/2016\"; may be repeated", true)
                           << option("--all", "", "Export every folder directly below the root")
-                          << option("--dest", "DIR", "Existing directory that receives the folders")
+                          << option("--dest", "DIR", "Directory that receives the folders (created with its parents when missing)")
                           << option("--dry-run", "", "Write nothing; list the directories and files it would write\nand the existing directories it would delete")
-                          << option("--log-dir", "DIR", "Directory for the export log (default: your Documents folder)")
+                          << option("--log-dir", "DIR", "Directory for the export log (default: your Documents folder;\ncreated with its parents when missing)")
                           << option("--progress", "", "Show the progress line even when stderr is not a terminal")
                           << option("--no-progress", "", "Never show the progress line")
                           << traceOption() << helpOption();

@@ -1,6 +1,8 @@
 #include "cli/cli.h"
 
 #include "cli/arguments.h"
+#include "cli/destination.h"
+#include "cli/jsonoutput.h"
 #include "cli/logcheck.h"
 #include "cli/progress.h"
 #include "cli/terminal.h"
@@ -130,6 +132,7 @@ public:
     }
 
     bool tick(FolderTree::Node *node) { return headless.tick(node) && !g_reportShown; }
+    bool opened(const FolderTree::Node *node) const { return m_opened.contains(node->key); }
 
 private:
     QSet<QString> m_opened;
@@ -174,9 +177,7 @@ int runDatabases(const Parsed &p)
     if (!session.fillDatabaseList(values.server, values.user, values.password))
         return ExitError;
 
-    struct Row {
-        QString name, type, live;
-    };
+    using Row = DatabaseRow;
     QList<Row> rows;
     const bool ok = handled(QStringLiteral("modCommandLine.listDatabases"), [&] {
         for (const QString &name : std::as_const(session.port.databases)) {
@@ -194,6 +195,10 @@ int runDatabases(const Parsed &p)
     });
     if (!ok)
         return ExitError;
+    if (p.has(QStringLiteral("--json"))) {
+        writeOut(databasesJson(rows));
+        return ExitDone;
+    }
     if (rows.isEmpty()) {
         printError(QStringLiteral("the catalogue lists no databases"));
         return ExitDone;
@@ -265,13 +270,20 @@ int runTree(const Parsed &p)
     if (!signInTo(p, session))
         return ExitError;
 
+    const bool json = p.has(QStringLiteral("--json"));
     FolderTree::Node *root = session.root();
     if (!root) {
+        if (json)
+            writeOut(QStringLiteral("[]\n"));
         printError(QStringLiteral("the database has no root folder"));
         return ExitDone;
     }
     if (!clickDown(session, root, depth))
         return ExitError;
+    if (json) {
+        writeOut(treeJson(session.tree, session.procs, [&](const FolderTree::Node *n) { return session.opened(n); }));
+        return ExitDone;
+    }
 
     int idWidth = 1;
     for (int i = 1; i <= session.tree.count(); ++i)
@@ -365,7 +377,8 @@ QString absoluteNative(const QString &path)
 }
 
 // The summary line; it names only a log that holds lines of this run.
-void printSummary(const Exporter &exporter, const QString &openedLog, bool dryRun, double seconds)
+void printSummary(const Exporter &exporter, const QString &openedLog, bool dryRun, double seconds,
+                  const QString &destinationNote)
 {
     const Exporter::Stats &stats = exporter.stats;
     QString logPath = QStringLiteral("none");
@@ -387,7 +400,7 @@ void printSummary(const Exporter &exporter, const QString &openedLog, bool dryRu
                  .arg(humanBytes(stats.bytes))
                  .arg(stats.failures)
                  .arg(QString::number(seconds, 'f', 1))
-                 .arg(logPath));
+                 .arg(logPath + destinationNote));
 }
 
 int runExport(const Parsed &p)
@@ -403,21 +416,16 @@ int runExport(const Parsed &p)
     if (p.has(QStringLiteral("--progress")) && p.has(QStringLiteral("--no-progress")))
         return usageError(QStringLiteral("--progress and --no-progress cannot be combined"), p.command);
 
-    const QString destText = p.value(QStringLiteral("--dest"));
-    if (destText.trimmed().isEmpty() || !QFileInfo(destText).isDir()) {
-        printError(printable(QStringLiteral("destination \"%1\" is not an existing directory").arg(destText)));
+    OutputFolders output;
+    QString outputError;
+    const QString logText = p.value(QStringLiteral("--log-dir"));
+    if (!checkOutputFolders(p.value(QStringLiteral("--dest")), p.has(QStringLiteral("--log-dir")) ? &logText : nullptr,
+                            &output, &outputError)) {
+        printError(outputError);
         return ExitError;
     }
-    const QString destination = absoluteNative(destText);
-    QString logDir;
-    if (p.has(QStringLiteral("--log-dir"))) {
-        const QString logText = p.value(QStringLiteral("--log-dir"));
-        if (logText.trimmed().isEmpty() || !QFileInfo(logText).isDir()) {
-            printError(printable(QStringLiteral("log directory \"%1\" is not an existing directory").arg(logText)));
-            return ExitError;
-        }
-        logDir = absoluteNative(logText);
-    }
+    const QString destination = output.dest.path;
+    const QString logDir = output.log.path;
     const bool dryRun = p.has(QStringLiteral("--dry-run"));
     QString logProblem;
     if (!dryRun && !logFolderTakesLines(logDir, &logProblem)) {
@@ -460,17 +468,27 @@ int runExport(const Parsed &p)
         }
     }
 
+    // Created only now: a refused run leaves nothing behind, and a dry run writes nothing.
+    if (!dryRun && !createOutputFolders(output, &outputError)) {
+        printError(outputError);
+        return ExitError;
+    }
     session.signIn.DestinationPath = destination;
     Exporter exporter(session.signIn, session.procs);
     ExportReporter reporter(destination, progress, dryRun);
     exporter.dryRun = dryRun;
+    // A dry run's listing starts with the directories the real run would create for --dest.
+    exporter.dryRunMadeDirectories = dryRun ? directoriesToMake(output.dest) : QStringList();
+    for (const QString &made : std::as_const(exporter.dryRunMadeDirectories))
+        writeOut(QStringLiteral("mkdir   ") + made + QLatin1Char('\n'));
     exporter.logFolderOverride = logDir;
     exporter.observer = &reporter;
     const bool ok = handled(QStringLiteral("FrmSendtofolder.cmdStart_Click"), [&] { exporter.run(); });
     reporter.finish();
 
     const bool logged = exporter.stats.failures > 0 || !session.port.openedLog.isEmpty();
-    printSummary(exporter, session.port.openedLog, dryRun, reporter.elapsedSeconds());
+    printSummary(exporter, session.port.openedLog, dryRun, reporter.elapsedSeconds(),
+                 destinationNote(output.dest, dryRun));
     if (!ok)
         return ExitError;
     return logged ? ExitItemsFailed : ExitDone;

@@ -48,6 +48,8 @@ public:
     // Tests: called before each step ("remove", "mkdir", "write") with its path.
     using StepHook = std::function<void(const QString &step, const QString &path)>;
     static void setStepHook(StepHook hook);
+    // Dry run: takes the directory as made, as a step before the run would have made it.
+    void assumeMade(const QString &path) { m_dirs.insert(path); }
 
 private:
     enum class Kind { None, File, Directory, Link };

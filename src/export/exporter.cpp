@@ -62,6 +62,10 @@ bool Exporter::run()
     m_walked.clear();
     m_nodeDirs.clear();
     m_disk = std::make_unique<ExportDisk>(m_signIn.DestinationPath, dryRun); // a dry run starts from the disk as it is
+    if (dryRun) {
+        for (const QString &made : std::as_const(dryRunMadeDirectories))
+            m_disk->assumeMade(made);
+    }
 
     LogWritten = false;
     ExportLogName.clear();

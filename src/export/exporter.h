@@ -70,6 +70,8 @@ public:
     // Command line extras.
     QString logFolderOverride; // "" = the documents folder
     bool dryRun = false;       // list what would be written, write nothing
+    // A dry run takes these as made (a destination the real run would create first).
+    QStringList dryRunMadeDirectories;
     ExportObserver *observer = nullptr;
     struct Stats {
         qint64 folders = 0;

@@ -171,8 +171,10 @@ void TreeProcs::loadSitesAndCabinets1(FolderTree &sstTreeView, double lngStartFo
                                          + m_signIn.form().dbTypeCaption() + QStringLiteral("> ]");
                     FolderTree::Node *root = sstTreeView.add(
                         QString(), kKeyPrefix + idText(rs.value(QStringLiteral("Rec_Id"))), text, TreeImage::Root);
-                    // A top node is always visible; nothing above it needs expanding.
-                    Q_UNUSED(root);
+                    // A top node is always visible; nothing above it needs expanding. Its text
+                    // carries the database; its name as stored is kept for whoever asks.
+                    m_rootKey = root->key;
+                    m_rootName = rs.text(QStringLiteral("Folder_Name"));
                     return;
                 }
                 if (folderType == QLatin1String("SITE")) {
@@ -290,6 +292,8 @@ void TreeProcs::loadChildrenArchive(const QString &parentnode)
                 const QString name = rs.text(QStringLiteral("FOLDER_NAME"));
                 FolderTree::Node *added = m_tree.add(parentnode, kKeyPrefix + recId, name, image);
                 m_tree.setTag(added, name);
+                if (archiveOrigin)
+                    m_archiveListKeys.insert(added->key);
             }
             rs.moveNext();
         }

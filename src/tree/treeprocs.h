@@ -6,6 +6,8 @@
 #include "tree/foldertree.h"
 #include "tree/treesession.h"
 
+#include <QSet>
+
 // Image list indices (1-based) the loaders choose.
 namespace TreeImage {
 constexpr int Root = 1;
@@ -52,6 +54,12 @@ public:
     bool tvDefaultRoot_NodeCheck(FolderTree::Node *node);
     bool tvDefaultRoot_Click();
 
+    // True when the node came from the archived folder list of an archive view (its picture
+    // alone cannot tell: a row without a usable icon keeps the previous row's picture).
+    bool fromArchiveList(const FolderTree::Node *node) const { return m_archiveListKeys.contains(node->key); }
+    // The folder's name as the repository stores it (the root's text is decorated).
+    QString storedName(const FolderTree::Node *node) const { return node->key == m_rootKey ? m_rootName : node->tag; }
+
     double dblCheckedNodeIdx = 0; // the node whose tick changed last
     bool treeStateFlag = false;   // cleared at every tree build
 
@@ -60,4 +68,7 @@ private:
 
     SessionState &m_signIn;
     FolderTree &m_tree;
+    QSet<QString> m_archiveListKeys;
+    QString m_rootKey;
+    QString m_rootName;
 };

@@ -176,8 +176,8 @@ private slots:
         row("unknown option", QStringList(all) << QStringLiteral("--bogus") << toDest, QStringLiteral("unknown option '--bogus'"));
         row("no destination", all, QStringLiteral("missing --dest"));
         row("neither folder nor all", folders(acme, {}), QStringLiteral("--folder PATH (repeatable) or --all"));
-        row("destination missing", QStringList(all) << QStringLiteral("--dest") << m_tmp.filePath(QStringLiteral("nowhere")),
-            QStringLiteral("is not an existing directory"));
+        row("destination below a file", QStringList(all) << QStringLiteral("--dest") << m_exe + QStringLiteral("/out"),
+            QStringLiteral("is not a directory"));
 
         // The password comes from stdin or the environment, never from an argument.
         row("password as argument", QStringList(databases) << QStringLiteral("--password") << kSecret,
@@ -199,8 +199,8 @@ private slots:
             QStringLiteral("Selected database does not exists"));
         row("database without tables", signIn(QStringLiteral("tree"), QStringLiteral("Scratch")),
             QStringLiteral("Invalid database selected"));
-        // Legal in the archive view is in both folder lists: the window shows an error report.
-        row("error report", signIn(QStringLiteral("tree"), QStringLiteral("AcmeArchive")) << QStringLiteral("--depth=2"),
+        // Shared Cases is in both folder lists of Twofold: its archive view shows an error report.
+        row("error report", signIn(QStringLiteral("tree"), QStringLiteral("TwofoldArchive")),
             QStringLiteral("error report"));
 
         // Every --folder path is resolved before anything is written.
@@ -243,6 +243,7 @@ private slots:
         QCOMPARE(rows, (QStringList{QStringLiteral("DATABASE|TYPE|LIVE|DATABASE"), QStringLiteral("Acme|Live|-"),
                                     QStringLiteral("AcmeArchive|Archive|Acme"), QStringLiteral("Globex|Live|-"),
                                     QStringLiteral("Initech|Live|-"), QStringLiteral("Scratch|Live|-"),
+                                    QStringLiteral("Twofold|Live|-"), QStringLiteral("TwofoldArchive|Archive|Twofold"),
                                     QStringLiteral("VandelayArchive|Archive|-")}));
 
         // Four levels of clicks down from the live root, node numbers as the window gives them.

@@ -61,12 +61,12 @@ void TestSignIn::listAndTypes()
     PlainFormPort port;
     HeadlessSession h(port);
     QVERIFY(h.fillDatabaseList(m_demo, "demo", ""));
-    QCOMPARE(port.databases, QStringList({"Acme", "AcmeArchive", "Globex", "Initech", "Scratch", "VandelayArchive"}));
+    QCOMPARE(port.databases, QStringList({"Acme", "AcmeArchive", "Globex", "Initech", "Scratch", "Twofold", "TwofoldArchive", "VandelayArchive"}));
     QCOMPARE(port.database, QStringLiteral("Acme")); // the first entry is chosen
     // Entering the list again re-reads it rather than appending, and chooses the first again.
     port.database = QStringLiteral("Globex");
     QVERIFY(h.fillDatabaseList(m_demo, "demo", ""));
-    QCOMPARE(port.databases.size(), 6);
+    QCOMPARE(port.databases.size(), 8);
     QCOMPARE(port.database, QStringLiteral("Acme"));
 
     // Type codes in either letter case, names without regard to case; archive in red. A name that
@@ -184,7 +184,7 @@ void TestSignIn::failures()
     QVERIFY(h.fillDatabaseList(m_demo, "demo", ""));
     QVERIFY(!h.fillDatabaseList(m_demo, "demo", "wrong"));
     QCOMPARE(port.messages, QStringList({"Login failed for user 'demo'."}));
-    QCOMPARE(port.databases.size(), 6);
+    QCOMPARE(port.databases.size(), 8);
     QVERIFY(g_shown.isEmpty() && !HuntERR::isPreserved());
 
     // A server that is not there: the fixed text, also through the real SQL Server driver.

@@ -217,15 +217,26 @@ private slots:
         QCOMPARE(loaded(d.node(10)), QStringLiteral("28:9"));
         QVERIFY(g_shown.isEmpty());
 
+        // A live folder with archived documents; its live-only sibling is hidden.
+        QVERIFY(d.click(12));
+        QCOMPARE(loaded(d.node(12)), QStringLiteral("30:10"));
+        QVERIFY(g_shown.isEmpty());
+    }
+
+    void folderInBothLists()
+    {
         // Shared Cases is in both lists: the second add fails, one error window at the click.
-        QVERIFY(!d.click(12));
+        DemoSession d(m_server, QStringLiteral("TwofoldArchive"));
+        QCOMPARE(d.opened, Opened::Yes);
+        QVERIFY(!d.click(1));
         QCOMPARE(g_shown.size(), 1);
         const QString report = g_shown.first();
         QVERIFY2(report.contains(QString::number(HuntERR::ERR_KEY_NOT_UNIQUE)), qPrintable(report));
         QVERIFY(report.contains(QStringLiteral("FrmSendtofolder.loadChildrenArchive(parentnode)")));
         QVERIFY(report.contains(QStringLiteral("FrmSendtofolder.tvDefaultRoot_NodeClick(Node)")));
-        QCOMPARE(loaded(d.node(12)).left(3), QStringLiteral("30:"));
+        QCOMPARE(loaded(d.node(1)).left(2), QStringLiteral("3:"));
         QCOMPARE(d.port.status, QStringLiteral(" Processing... Please Wait"));
+        g_shown.clear();
     }
 
     void ticksOnTheDemo()

@@ -158,6 +158,65 @@ private slots:
         QVERIFY(m_errors.isEmpty());
     }
 
+    // Without a mouse: Right on a closed node and Enter load its children as a click on its name
+    // does (the same statements, the same tree), Right on an open node moves into it, Space ticks.
+    void keyboardLoadsChildren()
+    {
+        auto traced = [this] {
+            QFile f(m_trace);
+            return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+        };
+        auto byMouse = [&](FolderTree::Node *n) {
+            QFile::remove(m_trace);
+            clickLabel(n);
+            return traced();
+        };
+        auto byKey = [&](Qt::Key key) {
+            QFile::remove(m_trace);
+            QTest::keyClick(view(), key);
+            return traced();
+        };
+        auto current = [this] { return tree().nodeAt(view()->currentIndex()); };
+        repo::setTraceFile(m_trace);
+
+        // What a click does on the root and on Projects, to hold the keys against.
+        signInTo(QStringLiteral("Acme"));
+        const QByteArray rootClick = byMouse(tree().node(1));
+        const QByteArray projectsClick = byMouse(node(14));
+        QVERIFY(!rootClick.isEmpty() && !projectsClick.isEmpty());
+
+        signInTo(QStringLiteral("Acme"));
+        FolderTree::Node *root = tree().node(1);
+        view()->setFocus();
+        QCOMPARE(current(), root);
+        QCOMPARE(byKey(Qt::Key_Right), rootClick);
+        QCOMPARE(root->children.size(), size_t(18));
+        QVERIFY(view()->isExpanded(tree().indexOf(root)));
+
+        // Right on the open root moves to its first child and reads nothing.
+        QVERIFY(byKey(Qt::Key_Right).isEmpty());
+        QCOMPARE(current(), node(2));
+        while (current() != node(14) && current() != root->children.back())
+            QTest::keyClick(view(), Qt::Key_Down);
+        QCOMPARE(current(), node(14));
+        QCOMPARE(byKey(Qt::Key_Return), projectsClick);
+        QVERIFY(view()->isExpanded(tree().indexOf(node(14))));
+        QCOMPARE(node(14)->children.size(), size_t(1));
+
+        // Down into Plans, Enter on the keypad loads it, Space ticks it with what is loaded below.
+        QTest::keyClick(view(), Qt::Key_Down);
+        QCOMPARE(current(), node(25));
+        QVERIFY(!byKey(Qt::Key_Enter).isEmpty());
+        QVERIFY(node(26));
+        QTest::keyClick(view(), Qt::Key_Space);
+        QVERIFY(node(25)->checked && node(26)->checked && !node(14)->checked);
+        // Right on the now open Plans goes down to 2016 and keeps the ticks.
+        QVERIFY(byKey(Qt::Key_Right).isEmpty());
+        QCOMPARE(current(), node(26));
+        QVERIFY(node(26)->checked);
+        QVERIFY(m_errors.isEmpty());
+    }
+
     void archivePictures()
     {
         signInTo(QStringLiteral("AcmeArchive"));

@@ -246,7 +246,7 @@ private slots:
         // Clicking the filled list open after the server was cleared: told, sent to the server
         // box, and the list does not drop down behind the message.
         enterList();
-        QCOMPARE(list()->count(), 6);
+        QCOMPARE(list()->count(), 8);
         child("cmdexit")->setFocus(Qt::MouseFocusReason);
         fillSignIn(QString(), QStringLiteral("demo"));
         Dialogs::clearRecords();
@@ -267,7 +267,8 @@ private slots:
             return all;
         };
         const QStringList names{QStringLiteral("Acme"),    QStringLiteral("AcmeArchive"), QStringLiteral("Globex"),
-                                QStringLiteral("Initech"), QStringLiteral("Scratch"),     QStringLiteral("VandelayArchive")};
+                                QStringLiteral("Initech"), QStringLiteral("Scratch"),     QStringLiteral("Twofold"),
+                                QStringLiteral("TwofoldArchive"), QStringLiteral("VandelayArchive")};
         const QString live = QStringLiteral("Live #000000"), archive = QStringLiteral("Archive #ff0000");
 
         unlock();

@@ -275,7 +275,7 @@ void TestWire::signInFlows_data()
     QTest::addColumn<QStringList>("listed");
     QTest::addColumn<int>("opened");
     QTest::addColumn<QStringList>("messages");
-    const QStringList all = {"Acme", "AcmeArchive", "Globex", "Initech", "Scratch", "VandelayArchive"};
+    const QStringList all = {"Acme", "AcmeArchive", "Globex", "Initech", "Scratch", "Twofold", "TwofoldArchive", "VandelayArchive"};
     const auto row = [](const char *name, const char *user, const char *db, bool closed, const QStringList &listed,
                         Opened opened, const QStringList &messages) {
         QTest::newRow(name) << QString::fromLatin1(user) << QString::fromLatin1(db) << closed << listed << int(opened)
@@ -563,7 +563,7 @@ void TestWire::failuresAndSessions()
         qb.setForwardOnly(true);
         QVERIFY(qa.exec(QStringLiteral("SET TEXTSIZE 5000")));
         QVERIFY(qb.exec(QStringLiteral("select count(*) from com_company")) && qb.next());
-        QCOMPARE(qb.value(0).toInt(), 6);
+        QCOMPARE(qb.value(0).toInt(), 8);
         QVERIFY(qa.exec(cut) && qa.next());
         QCOMPARE(qa.value(0).toByteArray().size(), 5000);
         QVERIFY(!qb.exec(cut)); // no zar_file in the catalogue

@@ -23,6 +23,8 @@ const QString kGlobex = QStringLiteral("Globex");
 const QString kInitech = QStringLiteral("Initech");
 const QString kScratch = QStringLiteral("Scratch");
 const QString kVandelayArchive = QStringLiteral("VandelayArchive");
+const QString kTwofold = QStringLiteral("Twofold");
+const QString kTwofoldArchive = QStringLiteral("TwofoldArchive");
 const QString kServerIni = QStringLiteral("server.ini");
 
 enum class Kind { Text, Pdf, Png, Csv, Rtf, Docx };
@@ -80,7 +82,7 @@ const FolderSpec kAcmeFolders[] = {
     {27, 26, "Reports", "FOLDER", 5, L},
     {28, 10, "Ledgers 2009", "FOLDER", 6, L},
     {29, 10, "Budgets", "FOLDER", 7, L},
-    {30, 12, "Shared Cases", "FOLDER", 7, LA},
+    {30, 12, "Shared Cases", "FOLDER", 7, L},
     {31, 12, "Current Cases", "FOLDER", 8, L},
     {32, 20, "Board Minutes", "FOLDER", 2, A},
     {33, 20, "Old Projects", "FOLDER", 3, A},
@@ -168,6 +170,20 @@ const DocumentRow kGlobexDocuments[] = {
     {1001, 2, "pitch.pdf", "Sales pitch", Kind::Pdf, L},
     {1002, 3, "faq.txt", "Support FAQ", Kind::Text, L},
     {1003, 4, "tickets.csv", "Open tickets", Kind::Csv, L},
+};
+
+// A repository inconsistency kept apart from Acme, so that Acme's archive opens at every depth:
+// "Shared Cases" is in both folder lists.
+const FolderSpec kTwofoldFolders[] = {
+    {1, 0, "Twofold Ltd", "ROOT", 1, L},
+    {2, 1, "Current Cases", "FOLDER", 8, L},
+    {3, 1, "Shared Cases", "FOLDER", 7, LA},
+};
+
+const DocumentRow kTwofoldDocuments[] = {
+    {2001, 2, "case-2019.pdf", "Case 2019-02", Kind::Pdf, L},
+    {2002, 3, "case-list.txt", "Case list", Kind::Text, L},
+    {2003, 3, "case-2008.pdf", "Case 2008-04", Kind::Pdf, A},
 };
 
 QString longTitle()
@@ -327,7 +343,9 @@ bool fillCatalogue(SqliteFile &db, QString *error)
         && addCompany(db, 3, kGlobex, QStringLiteral("l"), 0, error)
         && addCompany(db, 4, kInitech, QStringLiteral("L"), 0, error)
         && addCompany(db, 5, kScratch, QStringLiteral("L"), 0, error)
-        && addCompany(db, 6, kVandelayArchive, QStringLiteral("a"), 99, error);
+        && addCompany(db, 6, kVandelayArchive, QStringLiteral("a"), 99, error)
+        && addCompany(db, 7, kTwofold, QStringLiteral("L"), 0, error)
+        && addCompany(db, 8, kTwofoldArchive, QStringLiteral("A"), 7, error);
 }
 
 bool fillScratch(SqliteFile &db, QString *error)
@@ -401,6 +419,15 @@ bool writeAll(const QString &dir, QString *error)
                    return fillCompany(db, kGlobex, kGlobexFolders, kGlobexDocuments, e);
                },
                error)
+        && writeDatabase(
+               dir, kTwofold,
+               [](SqliteFile &db, QString *e) {
+                   return fillCompany(db, kTwofold, kTwofoldFolders, kTwofoldDocuments, e);
+               },
+               error)
+        && writeDatabase(
+               dir, kTwofoldArchive,
+               [](SqliteFile &db, QString *e) { return fillArchive(db, kTwofold, kTwofoldDocuments, e); }, error)
         && writeDatabase(dir, kScratch, fillScratch, error)
         && writeDatabase(dir, kVandelayArchive, createArchiveTables, error) && writeServerIni(dir, error);
 }
@@ -410,7 +437,8 @@ bool writeAll(const QString &dir, QString *error)
 QStringList demoFileNames()
 {
     QStringList names;
-    for (const QString &db : {kCatalogue, kAcme, kAcmeArchive, kGlobex, kScratch, kVandelayArchive})
+    for (const QString &db :
+         {kCatalogue, kAcme, kAcmeArchive, kGlobex, kTwofold, kTwofoldArchive, kScratch, kVandelayArchive})
         names << db + QStringLiteral(".sqlite");
     names << kServerIni;
     return names;

@@ -12,8 +12,10 @@
 //     com_id 4  Initech          "L"                     listed, but there is no Initech.sqlite
 //     com_id 5  Scratch          "L"                     a SQLite file without repository tables
 //     com_id 6  VandelayArchive  "a"  live_com_id 99     archive whose pairing names no row
-//   Acme.sqlite, AcmeArchive.sqlite, Globex.sqlite, Scratch.sqlite, VandelayArchive.sqlite,
-//   server.ini.
+//     com_id 7  Twofold          "L"                     live company with a folder in both lists
+//     com_id 8  TwofoldArchive   "A"  live_com_id 7      its archive: the duplicate-key error case
+//   Acme.sqlite, AcmeArchive.sqlite, Globex.sqlite, Twofold.sqlite, TwofoldArchive.sqlite,
+//   Scratch.sqlite, VandelayArchive.sqlite, server.ini.
 //
 // Acme folders (Rec_ID  name  type  icon  [lifecycle]); L = zar_FolderLive, A = ZAR_FolderArchived.
 // Children of the root, in name order (A-only rows show only in the archive view):
@@ -30,7 +32,7 @@
 //    9  "Empty Folder"      FOLDER   3   L   no documents, no children
 //   10  "Finance"           FOLDER   4   L   live folder with archived documents below it
 //   11  "Head Office"       SITE     0   L
-//   12  "Legal"             FOLDER  99   L   holds the folder that is both live and archived
+//   12  "Legal"             FOLDER  99   L   holds a live folder with archived documents
 //   13  "Marketing"         FOLDER   7   L
 //   38  "Old Branch"        SITE     0   A   archived site with an archived document
 //   14  "Projects"          FOLDER   8   L   Projects > Plans > 2016 > Reports, documents on each level
@@ -45,7 +47,7 @@
 //   25 "Plans" FOLDER 3 L (in 14) > 26 "2016" FOLDER 4 L > 27 "Reports" FOLDER 5 L
 //   28 "Ledgers 2009" FOLDER 6 L (in 10): live and archived documents
 //   29 "Budgets" FOLDER 7 L (in 10): live documents only (hidden in the archive view)
-//   30 "Shared Cases" FOLDER 7 L+A (in 12): in BOTH folder lists, with live and archived documents
+//   30 "Shared Cases" FOLDER 7 L (in 12): live and archived documents
 //   31 "Current Cases" FOLDER 8 L (in 12): live documents only
 //   In 20 "Archive 2010" (all A): 32 "Board Minutes" FOLDER 2; 33 "Old Projects" FOLDER 3 >
 //   34 "Phase 1" FOLDER 4 > 35 "Closeout" FOLDER 12 (archived documents only at the bottom);
@@ -98,11 +100,16 @@
 //
 // Archive view of the root (children with archived documents in or below them), in order:
 //   20 Archive 2010 (A), 10 Finance (L), 12 Legal (L), 38 Old Branch (A). Clicking Legal lists
-//   30 Shared Cases twice (once per folder list): the duplicate-key case.
+//   30 Shared Cases once. Every folder of the archive view opens without an error.
 //
 // Globex: 1 "Globex Inc" ROOT > 2 "Sales" FOLDER 1, 3 "Support" FOLDER 2 > 4 "Tickets" FOLDER 3;
 //   documents 1001 pitch.pdf "Sales pitch" (2), 1002 faq.txt "Support FAQ" (3),
 //   1003 tickets.csv "Open tickets" (4). All live; the archive tables exist and are empty.
+// Twofold: 1 "Twofold Ltd" ROOT > 2 "Current Cases" FOLDER 8 L, 3 "Shared Cases" FOLDER 7 in BOTH
+//   folder lists (a repository inconsistency); documents 2001 case-2019.pdf "Case 2019-02" (2),
+//   2002 case-list.txt "Case list" (3), archived 2003 case-2008.pdf "Case 2008-04" (3, bytes in
+//   TwofoldArchive). The live view is fine; clicking the root of TwofoldArchive lists Shared Cases
+//   once per folder list: the duplicate-key error case.
 // VandelayArchive: an empty zar_FileArchive. Scratch: one table "notes", nothing else.
 
 #include <QString>

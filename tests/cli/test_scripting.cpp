@@ -1,0 +1,198 @@
+// The command line in scripts: --json beside the plain tables (parsed and held against them, row
+// by row), and an export into a destination that does not exist yet.
+
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QtTest>
+
+namespace {
+
+struct Result {
+    int exitCode = -1;
+    QString out;
+    QString err;
+};
+
+} // namespace
+
+class TestScripting : public QObject {
+    Q_OBJECT
+
+    QTemporaryDir m_tmp;
+    QString m_server;
+
+    Result run(const QStringList &args)
+    {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        for (const char *name : {"PARCELWISE_PASSWORD", "PARCELWISE_TRACE_SQL", "DISPLAY", "QT_QPA_PLATFORM"})
+            environment.remove(QLatin1String(name));
+        environment.insert(QStringLiteral("HOME"), m_tmp.filePath(QStringLiteral("home")));
+        QProcess process;
+        process.setProcessEnvironment(environment);
+        process.start(qEnvironmentVariable("PARCELWISE_EXE"), args);
+        process.closeWriteChannel();
+        Result r;
+        if (!process.waitForFinished(300000) || process.exitStatus() != QProcess::NormalExit)
+            return r;
+        r.exitCode = process.exitCode();
+        r.out = QString::fromUtf8(process.readAllStandardOutput());
+        r.err = QString::fromUtf8(process.readAllStandardError());
+        return r;
+    }
+
+    QStringList signIn(const QString &command, const QString &database = {}) const
+    {
+        QStringList args{command, QStringLiteral("--server"), m_server, QStringLiteral("--user"), QStringLiteral("demo")};
+        if (!database.isEmpty())
+            args << QStringLiteral("--database") << database;
+        return args;
+    }
+
+    static QJsonArray parsed(const QString &text)
+    {
+        QJsonParseError error;
+        const QJsonDocument doc = QJsonDocument::fromJson(text.toUtf8(), &error);
+        if (error.error != QJsonParseError::NoError || !doc.isArray())
+            qWarning("not a JSON list: %s", qPrintable(error.errorString()));
+        return doc.array();
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(m_tmp.isValid());
+        QDir(m_tmp.path()).mkpath(QStringLiteral("home/Documents"));
+        m_server = m_tmp.filePath(QStringLiteral("server"));
+        QCOMPARE(run({QStringLiteral("demo"), m_server}).exitCode, 0);
+    }
+
+    void databasesJson()
+    {
+        const Result plain = run(signIn(QStringLiteral("databases")));
+        const Result json = run(signIn(QStringLiteral("databases")) << QStringLiteral("--json"));
+        QCOMPARE(plain.exitCode, 0);
+        QCOMPARE(json.exitCode, 0);
+        QStringList fromPlain = plain.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        QVERIFY(fromPlain.size() > 1);
+        fromPlain.removeFirst(); // the header
+        for (QString &line : fromPlain)
+            line = line.split(QLatin1Char(' '), Qt::SkipEmptyParts).join(QLatin1Char('|'));
+        QStringList fromJson;
+        for (const QJsonValue &v : parsed(json.out)) {
+            const QJsonObject o = v.toObject();
+            QCOMPARE(o.keys(), QStringList({QStringLiteral("live"), QStringLiteral("name"), QStringLiteral("type")}));
+            auto orDash = [](const QJsonValue &x) { return x.isNull() ? QStringLiteral("-") : x.toString(); };
+            fromJson << o.value(QStringLiteral("name")).toString() + QLatin1Char('|') + orDash(o.value(QStringLiteral("type")))
+                    + QLatin1Char('|') + orDash(o.value(QStringLiteral("live")));
+        }
+        QCOMPARE(fromJson, fromPlain);
+        QVERIFY(fromJson.contains(QStringLiteral("AcmeArchive|Archive|Acme")));
+    }
+
+    void treeJson_data()
+    {
+        QTest::addColumn<QString>("database");
+        QTest::addColumn<int>("depth");
+        QTest::addColumn<QList<int>>("archived"); // ids that come from the archived folder list
+        QTest::newRow("live, root only") << QStringLiteral("Acme") << 0 << QList<int>();
+        QTest::newRow("live, three levels") << QStringLiteral("Acme") << 3 << QList<int>();
+        QTest::newRow("archive, every level") << QStringLiteral("AcmeArchive") << 6 << QList<int>{20, 32, 33, 34, 35, 36, 38};
+        QTest::newRow("archive, one level") << QStringLiteral("AcmeArchive") << 1 << QList<int>{20, 38};
+    }
+
+    void treeJson()
+    {
+        QFETCH(QString, database);
+        QFETCH(int, depth);
+        QFETCH(QList<int>, archived);
+        const QStringList args = signIn(QStringLiteral("tree"), database) << QStringLiteral("--depth") << QString::number(depth);
+        const Result plain = run(args);
+        const Result json = run(QStringList(args) << QStringLiteral("--json"));
+        QVERIFY2(plain.exitCode == 0, qPrintable(plain.err));
+        QVERIFY2(json.exitCode == 0, qPrintable(json.err));
+
+        // The plain lines: the id right-aligned, two blanks, two blanks per level, the text.
+        const QRegularExpression line(QStringLiteral("^ *(\\d+)  ((?:  )*)(\\S.*)$"));
+        const QStringList lines = plain.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        const QJsonArray folders = parsed(json.out);
+        QCOMPARE(folders.size(), lines.size());
+        QList<qint64> ancestors; // ids of the open path, by depth
+        for (qsizetype i = 0; i < lines.size(); ++i) {
+            const QRegularExpressionMatch m = line.match(lines[i]);
+            QVERIFY2(m.hasMatch(), qPrintable(lines[i]));
+            const QJsonObject o = folders[i].toObject();
+            const qint64 id = m.captured(1).toLongLong();
+            const int level = int(m.captured(2).size() / 2);
+            QCOMPARE(o.value(QStringLiteral("id")).toInteger(), id);
+            QCOMPARE(o.value(QStringLiteral("depth")).toInt(), level);
+            QCOMPARE(o.value(QStringLiteral("text")).toString(), m.captured(3));
+            ancestors.resize(level);
+            QCOMPARE(o.value(QStringLiteral("parentId")).isNull(), level == 0);
+            if (level > 0)
+                QCOMPARE(o.value(QStringLiteral("parentId")).toInteger(), ancestors.last());
+            ancestors << id;
+
+            // The stored name: the root's text adds the database and its type.
+            const QString name = o.value(QStringLiteral("name")).toString();
+            if (level == 0)
+                QCOMPARE(m.captured(3), name + QStringLiteral(" [") + database
+                                            + (archived.isEmpty() ? QStringLiteral(" <Live> ]") : QStringLiteral(" <Archive> ]")));
+            else
+                QCOMPARE(name, m.captured(3));
+            QCOMPARE(o.value(QStringLiteral("lifecycle")).toString(),
+                     archived.contains(int(id)) ? QStringLiteral("archive") : QStringLiteral("live"));
+
+            // Clicked down --depth levels: exactly the nodes above that depth were loaded, and
+            // a loaded node's children follow it.
+            const bool loaded = level < depth;
+            QCOMPARE(o.value(QStringLiteral("childrenLoaded")).toBool(), loaded);
+            QCOMPARE(o.value(QStringLiteral("children")).isNull(), !loaded);
+            if (loaded) {
+                int children = 0;
+                for (qsizetype j = i + 1; j < folders.size() && folders[j].toObject().value(QStringLiteral("depth")).toInt() > level; ++j)
+                    children += folders[j].toObject().value(QStringLiteral("depth")).toInt() == level + 1;
+                QCOMPARE(o.value(QStringLiteral("children")).toInt(), children);
+            }
+        }
+    }
+
+    void destinationCreated()
+    {
+        const QString dest = m_tmp.filePath(QStringLiteral("new/deeper/out"));
+        QStringList args = signIn(QStringLiteral("export"), QStringLiteral("Acme"));
+        args << QStringLiteral("--folder") << QStringLiteral("Projects") << QStringLiteral("--dest") << dest
+             << QStringLiteral("--log-dir") << m_tmp.filePath(QStringLiteral("home"));
+        const QString shown = QDir::toNativeSeparators(QDir::cleanPath(dest));
+
+        // A dry run creates nothing and says it would.
+        Result r = run(QStringList(args) << QStringLiteral("--dry-run"));
+        QVERIFY2(r.exitCode == 0, qPrintable(r.err));
+        QVERIFY2(r.err.trimmed().endsWith(QStringLiteral("; destination would be created: ") + shown), qPrintable(r.err));
+        QVERIFY(!QFileInfo::exists(m_tmp.filePath(QStringLiteral("new"))));
+
+        // A refused run (a path that does not resolve) creates nothing either.
+        r = run(QStringList(args) << QStringLiteral("--folder") << QStringLiteral("Nowhere"));
+        QCOMPARE(r.exitCode, 2);
+        QVERIFY(!QFileInfo::exists(m_tmp.filePath(QStringLiteral("new"))));
+
+        r = run(args);
+        QVERIFY2(r.exitCode == 0, qPrintable(r.err));
+        QVERIFY2(r.err.trimmed().endsWith(QStringLiteral("; destination created: ") + shown), qPrintable(r.err));
+        QVERIFY(QFileInfo::exists(dest + QStringLiteral("/Projects/Plans/2016/Reports/Q4 report.pdf")));
+
+        // The second run finds it there: nothing to say about it.
+        r = run(args);
+        QVERIFY2(r.exitCode == 0, qPrintable(r.err));
+        QVERIFY2(!r.err.contains(QStringLiteral("destination")), qPrintable(r.err));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestScripting)
+#include "test_scripting.moc"
