@@ -202,11 +202,12 @@ bool FrmSendtofolder::cmdStart_Click()
             const QuietFocus quiet(this);
             m_FrameButton->setEnabled(false);
         }
+        ExportResult result;
         {
             BusyPointer busy(this);
-            m_exporter.run();
+            result = m_exporter.run();
         }
-        showUnloggedFailures();
+        showUnloggedFailures(result.unloggedLines);
         setStatus(QStringLiteral(" Process completed successfully"));
         message(QStringLiteral("Process completed successfully"));
         setStatus(QString());
@@ -221,12 +222,11 @@ bool FrmSendtofolder::cmdStart_Click()
 
 // Failures the export log could not take are shown in the error window before the run reports
 // its end: they must not vanish with the log.
-void FrmSendtofolder::showUnloggedFailures()
+void FrmSendtofolder::showUnloggedFailures(const QStringList &unlogged)
 {
-    if (m_exporter.unloggedLines.isEmpty())
+    if (unlogged.isEmpty())
         return;
-    const QString lines = m_exporter.unloggedLines.join(QLatin1Char('\n'));
-    m_exporter.unloggedLines.clear();
+    const QString lines = unlogged.join(QLatin1Char('\n'));
     HuntERR::handler(kModule + QStringLiteral("cmdStart_Click"), [&] {
         HuntERR::raise(HuntERR::ERR_PATH_FILE_ACCESS,
                        QStringLiteral("Path/File access error: the export log could not be written. "

@@ -94,7 +94,7 @@ private:
     void focusControlNamed(const QString &objectName);
     void onNodeClicked(FolderTree::Node *node);
     void onNodeTicked(FolderTree::Node *node);
-    void showUnloggedFailures();
+    void showUnloggedFailures(const QStringList &unlogged);
 
     FolderTree m_tree;
     SignIn m_signIn;

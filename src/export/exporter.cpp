@@ -47,23 +47,23 @@ Exporter::~Exporter() = default;
 
 ExportDisk &Exporter::disk()
 {
-    if (!m_disk || m_disk->isDryRun() != dryRun)
-        m_disk = std::make_unique<ExportDisk>(m_signIn.DestinationPath, dryRun);
+    if (!m_disk || m_disk->isDryRun() != m_options.dryRun)
+        m_disk = std::make_unique<ExportDisk>(m_signIn.DestinationPath, m_options.dryRun);
     return *m_disk;
 }
 
-bool Exporter::run()
+ExportResult Exporter::run(const ExportOptions &options)
 {
     // Without a destination every target would hang off the file system's root.
     if (m_signIn.DestinationPath.isEmpty())
         HuntERR::raise(HuntERR::ERR_PATH_NOT_FOUND, QStringLiteral("Path not found: no destination folder was chosen"));
-    stats = Stats{};
-    unloggedLines.clear();
+    m_options = options;
+    m_result = ExportResult{};
     m_walked.clear();
     m_nodeDirs.clear();
-    m_disk = std::make_unique<ExportDisk>(m_signIn.DestinationPath, dryRun); // a dry run starts from the disk as it is
-    if (dryRun) {
-        for (const QString &made : std::as_const(dryRunMadeDirectories))
+    m_disk = std::make_unique<ExportDisk>(m_signIn.DestinationPath, options.dryRun); // from the disk as it is
+    if (options.dryRun) {
+        for (const QString &made : options.madeDirectories)
             m_disk->assumeMade(made);
     }
 
@@ -73,13 +73,12 @@ bool Exporter::run()
 
     CopyCheckedFolders();
 
-    if (dryRun)
-        return stats.failures > 0;
-    if (!LogWritten)
-        return !unloggedLines.isEmpty();
-    LogWritten = false;
-    m_signIn.form().openLog(ExportLogFolder, ExportLogName.mid(1));
-    return true;
+    if (LogWritten && !options.dryRun) {
+        LogWritten = false;
+        m_result.logPath = ExportLogPath;
+        m_signIn.form().openLog(ExportLogFolder, ExportLogName.mid(1));
+    }
+    return m_result;
 }
 
 // --- Folder walk ---------------------------------------------------------------------------
@@ -100,20 +99,20 @@ QString Exporter::directoryFor(const QString &parent, const QString &cleaned, qi
 
 bool Exporter::recreateDirectory(const QString &source, const QString &target, const std::function<void()> &logged)
 {
-    if (observer)
-        observer->folderStarted(target);
+    if (m_options.observer)
+        m_options.observer->folderStarted(target);
     const bool made = HuntERR::resume(source, [&] {
         // Every run replaces what an earlier run wrote for the same folder (a link there is
         // removed as a link).
         if (disk().isReplaceable(target)) {
             disk().removeDirectory(target);
-            if (observer)
-                observer->directoryRemoved(target);
+            if (m_options.observer)
+                m_options.observer->directoryRemoved(target);
         }
         disk().makeDirectory(target);
-        ++stats.folders;
-        if (observer)
-            observer->directoryCreated(target);
+        ++m_result.folders;
+        if (m_options.observer)
+            m_options.observer->directoryCreated(target);
     });
     if (!made)
         logged(); // the folder's documents and subfolders had nowhere to go
@@ -339,10 +338,10 @@ QString Exporter::saveDocumentFile(const QString &source, qint64 recId, const QS
     auto save = [&](const QString &fileName) {
         const QString filePath = path + sep + fileName;
         disk().writeFile(filePath, bytes);
-        ++stats.documents;
-        stats.bytes += bytes.size();
-        if (observer)
-            observer->documentWritten(filePath, bytes.size());
+        ++m_result.documents;
+        m_result.bytes += bytes.size();
+        if (m_options.observer)
+            m_options.observer->documentWritten(filePath, bytes.size());
         return filePath;
     };
 

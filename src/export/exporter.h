@@ -41,16 +41,37 @@ public:
     virtual void failureUnlogged(const QString &line) { Q_UNUSED(line); }
 };
 
+// How a run goes: for real or as a dry run, where the log goes, who hears of each step.
+struct ExportOptions {
+    bool dryRun = false;        // list what would be written, write nothing
+    QString logFolder;          // "" = the documents folder
+    ExportObserver *observer = nullptr;
+    QStringList madeDirectories; // dry run: directories taken as made before the walk (a destination to create)
+};
+
+// What a run did. failures counts every item that could not be written (in a dry run: would
+// have been logged); unloggedLines are the failure lines the log could not take, for the caller
+// to show another way.
+struct ExportResult {
+    qint64 folders = 0;
+    qint64 documents = 0;
+    qint64 bytes = 0;
+    qint64 failures = 0;
+    QStringList unloggedLines;
+    QString logPath; // the log this run wrote to; "" when it wrote none
+    // Something failed: the log was shown, or lines could not be logged, or (dry run) would be.
+    bool anythingFailed() const { return failures > 0 || !unloggedLines.isEmpty(); }
+};
+
 class Exporter {
 public:
     Exporter(SessionState &signIn, TreeProcs &tree);
     ~Exporter();
 
     // cmdStart_Click's steps 4-7 without the dialogs: names the log, walks, and shows the log
-    // through the form when anything was logged. Returns true when something failed (in a
-    // dry run: would have been logged; nothing is written then, not even the log or its folder).
-    // Lines the log could not take are kept in unloggedLines for the caller to show.
-    bool run();
+    // through the form when anything was logged. In a dry run nothing is written, not even the
+    // log or its folder.
+    ExportResult run(const ExportOptions &options = {});
 
     void CopyCheckedFolders();
     void MakeDir(const QString &strPath);
@@ -67,19 +88,6 @@ public:
     bool LogWritten = false;
     double ExportNodeIndex = 0;
 
-    // Command line extras.
-    QString logFolderOverride; // "" = the documents folder
-    bool dryRun = false;       // list what would be written, write nothing
-    // A dry run takes these as made (a destination the real run would create first).
-    QStringList dryRunMadeDirectories;
-    ExportObserver *observer = nullptr;
-    struct Stats {
-        qint64 folders = 0;
-        qint64 documents = 0;
-        qint64 bytes = 0;
-        qint64 failures = 0;
-    } stats;
-    QStringList unloggedLines;
 
 private:
     QString saveDocumentFile(const QString &source, qint64 recId, const QString &description, const QString &path,
@@ -99,6 +107,8 @@ private:
     QString logFolder() const;
     ExportDisk &disk();
     std::unique_ptr<ExportDisk> m_disk;
+    ExportOptions m_options;
+    ExportResult m_result;
     QSet<qint64> m_walked;                             // folders written by this run
     QHash<const FolderTree::Node *, QString> m_nodeDirs; // ticked nodes' directories
     qint64 m_childId = 0;

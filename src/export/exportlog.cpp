@@ -50,10 +50,10 @@ QString fxnGetMyFolderLocation()
 
 QString Exporter::logFolder() const
 {
-    const QString folder = logFolderOverride.isEmpty()
+    const QString folder = m_options.logFolder.isEmpty()
                                ? QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation)
-                               : logFolderOverride;
-    return logFolderAt(folder, !dryRun);
+                               : m_options.logFolder;
+    return logFolderAt(folder, !m_options.dryRun);
 }
 
 void Exporter::fxnWriteLog(qint32 paramId, QString paramName, QString paramLocation, quint8 paramType)
@@ -74,11 +74,11 @@ void Exporter::fxnWriteLog(qint32 paramId, QString paramName, QString paramLocat
             line = QStringLiteral("Folder ID: ") + QString::number(paramId) + QStringLiteral(" , Folder Name: ")
                    + paramName + QStringLiteral(" , Folder Location: ") + location;
 
-        ++stats.failures;
+        ++m_result.failures;
         m_pendingLine = line;
-        if (observer)
-            observer->failureLogged(line);
-        if (dryRun)
+        if (m_options.observer)
+            m_options.observer->failureLogged(line);
+        if (m_options.dryRun)
             return;
 
         // Without a folder the name alone would land in the file system's root.
@@ -106,10 +106,10 @@ void Exporter::logFailure(const QString &source, qint64 id, const QString &name,
     m_pendingLine.clear();
     HuntERR::resume(source, [&] { fxnWriteLog(qint32(id), name, location, type); });
     // A line the log could not take is not dropped: the caller shows it another way.
-    if (!dryRun && !m_pendingLine.isEmpty()) {
-        unloggedLines << m_pendingLine;
-        if (observer)
-            observer->failureUnlogged(m_pendingLine);
+    if (!m_options.dryRun && !m_pendingLine.isEmpty()) {
+        m_result.unloggedLines << m_pendingLine;
+        if (m_options.observer)
+            m_options.observer->failureUnlogged(m_pendingLine);
         m_pendingLine.clear();
     }
 }

@@ -4,6 +4,7 @@
 // open and ticked in-process, the way the window does it.
 
 #include "export/exporter.h"
+#include "exportrun.h"
 #include "session/headlesssession.h"
 
 #include <QDateTime>
@@ -325,8 +326,8 @@ private slots:
             QVERIFY(s.tick(node));
         }
         s.signin.DestinationPath = QDir::toNativeSeparators(windowDest);
-        Exporter exporter(s.signin, s.procs);
-        exporter.logFolderOverride = QDir::toNativeSeparators(windowLog);
+        ExportRun exporter(s.signin, s.procs);
+        exporter.options.logFolder = QDir::toNativeSeparators(windowLog);
         const bool logged = exporter.run();
         QCOMPARE(logged, !blocker.isEmpty());
 
@@ -362,7 +363,7 @@ private slots:
         }
 
         // The summary counts what the engine counted; stderr is a pipe, so no progress line.
-        const Exporter::Stats &stats = exporter.stats;
+        const ExportResult &stats = exporter.result;
         QVERIFY2(r.err.startsWith(QStringLiteral("Exported %1 folders, %2 documents, %3 bytes")
                                       .arg(stats.folders).arg(stats.documents).arg(stats.bytes))
                      && r.err.contains(QStringLiteral("%1 failures").arg(stats.failures)),

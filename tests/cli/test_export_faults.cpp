@@ -7,6 +7,7 @@
 #include "errors/hunterr.h"
 #include "export/exportdisk.h"
 #include "export/exporter.h"
+#include "exportrun.h"
 #include "hostile.h"
 #include "repository/connection.h"
 #include "testsupport.h"
@@ -78,12 +79,12 @@ class TestExportFaults : public QObject {
         return dir;
     }
 
-    std::unique_ptr<Exporter> exporterTo(DemoSession &d, const QString &dest, ExportObserver *observer)
+    std::unique_ptr<ExportRun> exporterTo(DemoSession &d, const QString &dest, ExportObserver *observer)
     {
         d.s.signin.DestinationPath = QDir::toNativeSeparators(dest);
-        auto e = std::make_unique<Exporter>(d.s.signin, d.s.procs);
-        e->logFolderOverride = fresh(QStringLiteral("log"));
-        e->observer = observer;
+        auto e = std::make_unique<ExportRun>(d.s.signin, d.s.procs);
+        e->options.logFolder = fresh(QStringLiteral("log"));
+        e->options.observer = observer;
         return e;
     }
 
@@ -198,7 +199,7 @@ private slots:
             at += QStringLiteral("/level ") + QString::number(201 + depth);
         QVERIFY2(depth > 300, qPrintable(QString::number(depth)));
         QVERIFY(rec.unlogged.isEmpty());
-        QVERIFY(contents(e->ExportLogPath).contains("Folder ID: 121"));
+        QVERIFY(contents(e->exporter.ExportLogPath).contains("Folder ID: 121"));
     }
 
     void linksAreNeverFollowed_data()

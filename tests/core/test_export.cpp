@@ -3,6 +3,7 @@
 
 #include "errors/hunterr.h"
 #include "export/exporter.h"
+#include "exportrun.h"
 #include "exportcheck.h"
 #include "testsupport.h"
 
@@ -77,13 +78,13 @@ class TestExport : public QObject {
     }
 
     // An exporter to dest, with its log (if any) in a folder of its own.
-    std::unique_ptr<Exporter> exporterTo(DemoSession &d, const QString &dest, ExportObserver *observer = nullptr)
+    std::unique_ptr<ExportRun> exporterTo(DemoSession &d, const QString &dest, ExportObserver *observer = nullptr)
     {
         d.s.signin.DestinationPath = native(dest);
-        auto exporter = std::make_unique<Exporter>(d.s.signin, d.s.procs);
-        exporter->logFolderOverride = m_tmp.filePath(QStringLiteral("logs%1").arg(++m_runs));
-        exporter->observer = observer;
-        return exporter;
+        auto run = std::make_unique<ExportRun>(d.s.signin, d.s.procs);
+        run->options.logFolder = m_tmp.filePath(QStringLiteral("logs%1").arg(++m_runs));
+        run->options.observer = observer;
+        return run;
     }
 
 private slots:
@@ -182,7 +183,7 @@ private slots:
         QVERIFY2(!exporter->run(), qPrintable(recorder.events.filter(QStringLiteral("failure")).join('\n') + HuntERR::reportText()));
 
         // Nothing failed: no log, nothing opened, nothing shown.
-        QVERIFY(!QFileInfo::exists(exporter->logFolderOverride + exporter->ExportLogName));
+        QVERIFY(!QFileInfo::exists(exporter->options.logFolder + exporter->exporter.ExportLogName));
         QVERIFY(d.port.openedLog.isEmpty());
         QVERIFY(g_shown.isEmpty());
 
@@ -229,11 +230,11 @@ private slots:
             QFile f(path);
             QVERIFY(f.open(QIODevice::ReadWrite) && f.setFileTime(earlier, QFileDevice::FileModificationTime));
         }
-        QVERIFY(!exporter->fxnSetFileDate(d.s.signin.cnDb(), 1009, undated));
+        QVERIFY(!exporter->exporter.fxnSetFileDate(d.s.signin.cnDb(), 1009, undated));
         QCOMPARE(QFileInfo(undated).lastModified(), earlier);
-        QVERIFY(exporter->fxnSetFileDate(d.s.signin.cnDb(), 1007, dated));
+        QVERIFY(exporter->exporter.fxnSetFileDate(d.s.signin.cnDb(), 1007, dated));
         QCOMPARE(QFileInfo(dated).lastModified(), datedTime);
-        QVERIFY(!exporter->fxnSetFileDate(d.s.signin.cnDb(), 999999, undated)); // no such document
+        QVERIFY(!exporter->exporter.fxnSetFileDate(d.s.signin.cnDb(), 999999, undated)); // no such document
 
         // The status line names the last document after it was written.
         QCOMPARE(d.port.status, QStringLiteral(" Copying File: ") + native(dest + QStringLiteral("/Unsorted/"))
@@ -305,14 +306,14 @@ private slots:
             const QString documents = fxnGetMyFolderLocation();
             QDir(documents).removeRecursively();
             d.port.openedLog.clear();
-            Exporter first(d.s.signin, d.s.procs);
-            Exporter second(d.s.signin, d.s.procs);
+            ExportRun first(d.s.signin, d.s.procs);
+            ExportRun second(d.s.signin, d.s.procs);
             QVERIFY(first.run());
-            QCOMPARE(first.stats.failures, qint64(expectedLines.size()));
-            QCOMPARE(d.port.openedLog, documents + QStringLiteral("/") + first.ExportLogName.mid(1));
+            QCOMPARE(first.result.failures, qint64(expectedLines.size()));
+            QCOMPARE(d.port.openedLog, documents + QStringLiteral("/") + first.exporter.ExportLogName.mid(1));
             QVERIFY(second.run());
-            if (second.ExportLogName == first.ExportLogName) // else the minute turned between the runs
-                logPath = documents + first.ExportLogName;
+            if (second.exporter.ExportLogName == first.exporter.ExportLogName) // else the minute turned between the runs
+                logPath = documents + first.exporter.ExportLogName;
         }
         QVERIFY(!logPath.isEmpty());
         QVERIFY(g_shown.isEmpty()); // the export never shows a single failure
@@ -337,7 +338,7 @@ private slots:
         const auto third = exporterTo(d, dest);
         d.s.signin.DestinationPath += sep;
         QVERIFY(third->run());
-        QFile thirdLog(third->ExportLogPath);
+        QFile thirdLog(third->exporter.ExportLogPath);
         QVERIFY(thirdLog.open(QIODevice::ReadOnly));
         QVERIFY(QString::fromLocal8Bit(thirdLog.readLine()).startsWith(
             QStringLiteral("Folder ID: 14 , Folder Name: Projects , Folder Location: ") + native(dest) + sep + "Projects"));
@@ -351,7 +352,7 @@ private slots:
             refused = e.number() == HuntERR::ERR_PATH_NOT_FOUND;
         }
         QVERIFY(refused);
-        QVERIFY(fourth->ExportLogName.isEmpty());
+        QVERIFY(fourth->exporter.ExportLogName.isEmpty());
         QVERIFY(!QFileInfo::exists(QStringLiteral("/Projects")));
     }
 
@@ -367,10 +368,10 @@ private slots:
 
         Recorder planned;
         const auto dry = exporterTo(d, dest, &planned);
-        dry->dryRun = true;
+        dry->options.dryRun = true;
         QVERIFY(dry->run()); // failures would be logged
         QVERIFY(d.port.openedLog.isEmpty());
-        QVERIFY(!QFileInfo::exists(dry->logFolderOverride)); // not even the log's folder
+        QVERIFY(!QFileInfo::exists(dry->options.logFolder)); // not even the log's folder
         QCOMPARE(sha256OfTree(dest), before);
         QVERIFY(QFileInfo::exists(dest + QStringLiteral("/Docs/Old/stray.txt")));
 
@@ -378,8 +379,8 @@ private slots:
         const auto real = exporterTo(d, dest, &done);
         QVERIFY(real->run());
         QCOMPARE(planned.events, done.events);
-        QCOMPARE(QList<qint64>({dry->stats.folders, dry->stats.documents, dry->stats.bytes, dry->stats.failures}),
-                 QList<qint64>({real->stats.folders, real->stats.documents, real->stats.bytes, real->stats.failures}));
+        QCOMPARE(QList<qint64>({dry->result.folders, dry->result.documents, dry->result.bytes, dry->result.failures}),
+                 QList<qint64>({real->result.folders, real->result.documents, real->result.bytes, real->result.failures}));
         QVERIFY(planned.events.contains(QStringLiteral("removed ") + native(dest + QStringLiteral("/Docs"))));
         QVERIFY(planned.events.contains(QStringLiteral("failure Folder ID: 19 , Folder Name: Unsorted , Folder Location: Unsorted")));
         const QString longTitle = native(dest + QStringLiteral("/Docs/[1019].txt"));

@@ -368,9 +368,10 @@ TestWire::Run TestWire::exportAll(bool wire, const QString &database, const QStr
         file.close();
         d.s.signin.DestinationPath = QDir::toNativeSeparators(dest);
         Exporter exporter(d.s.signin, d.s.procs);
-        exporter.logFolderOverride = m_tmp.filePath(QStringLiteral("logs%1").arg(m_runs));
-        exporter.run();
-        run.failures = exporter.stats.failures;
+        ExportOptions options;
+        options.logFolder = m_tmp.filePath(QStringLiteral("logs%1").arg(m_runs));
+        const ExportResult result = exporter.run(options);
+        run.failures = result.failures;
         run.log = fileBytes(exporter.ExportLogPath);
     }
     repo::setTraceFile(QString());

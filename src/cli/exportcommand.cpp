@@ -1,0 +1,228 @@
+// The export command: folder paths resolved and ticked as a person would tick them, the run,
+// and its summary.
+
+#include "cli/clisession.h"
+#include "cli/destination.h"
+#include "cli/logcheck.h"
+#include "cli/progress.h"
+#include "cli/terminal.h"
+
+#include "export/exporter.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+#include <vector>
+
+namespace cli {
+
+namespace {
+
+// The child of parent that a path segment names: the exact name, else the only name that differs
+// in letter case or surrounding blanks.
+FolderTree::Node *childNamed(const FolderTree::Node *parent, const QString &segment, QString *error)
+{
+    QList<FolderTree::Node *> exact, loose;
+    for (FolderTree::Node *child : parent->children) {
+        if (child->text == segment)
+            exact << child;
+        else if (child->text.trimmed().compare(segment.trimmed(), Qt::CaseInsensitive) == 0)
+            loose << child;
+    }
+    const QList<FolderTree::Node *> &found = exact.isEmpty() ? loose : exact;
+    if (found.size() == 1)
+        return found.first();
+    if (found.size() > 1) {
+        QStringList ids;
+        for (const FolderTree::Node *n : found)
+            ids << displayId(n);
+        *error = QStringLiteral("\"%1\" names %2 folders (ids %3)").arg(segment).arg(found.size()).arg(ids.join(QStringLiteral(", ")));
+    }
+    return nullptr;
+}
+
+// Clicks down the path and returns the folder it names; error names the first missing segment.
+// A folder whose own name holds "/" is found by its whole name: at each level the longest run of
+// segments that names a child wins.
+FolderTree::Node *resolve(Session &session, const QString &path, QString *error)
+{
+    const QStringList segments = path.split(QLatin1Char('/'), Qt::SkipEmptyParts);
+    if (segments.isEmpty()) {
+        *error = QStringLiteral("--folder needs a folder path below the root, such as \"Projects/Plans\"");
+        return nullptr;
+    }
+    FolderTree::Node *current = session.root();
+    if (!current) {
+        *error = QStringLiteral("the database has no root folder");
+        return nullptr;
+    }
+    qsizetype i = 0;
+    while (i < segments.size()) {
+        if (!session.open(current))
+            return nullptr;
+        FolderTree::Node *next = nullptr;
+        QString ambiguity;
+        qsizetype used = 0;
+        // Only as many segments as the child names with the most "/" can hold are ever joined, so
+        // a long path costs time in proportion to its length.
+        qsizetype longest = 1;
+        for (const FolderTree::Node *child : current->children)
+            longest = qMax(longest, child->text.count(QLatin1Char('/')) + 1);
+        for (qsizetype take = qMin(segments.size() - i, longest); take >= 1 && !next && ambiguity.isEmpty(); --take) {
+            next = childNamed(current, segments.mid(i, take).join(QLatin1Char('/')), &ambiguity);
+            used = take;
+        }
+        if (!next) {
+            const QString where = i == 0 ? QStringLiteral("below the root folder")
+                                         : QStringLiteral("in \"") + segments.mid(0, i).join(QLatin1Char('/'))
+                    + QLatin1Char('"');
+            if (!ambiguity.isEmpty())
+                *error = QStringLiteral("folder path \"%1\" is ambiguous: %2 %3").arg(path, ambiguity, where);
+            else
+                *error = QStringLiteral("folder path \"%1\" not found: no folder \"%2\" %3").arg(path, segments[i], where);
+            *error = printable(*error);
+            return nullptr;
+        }
+        current = next;
+        i += used;
+    }
+    return current;
+}
+
+// Ticks --all's top folders or every --folder path. Every path is resolved and ticked before
+// anything is written: a typo must not leave half an export behind.
+bool tickFolders(Session &session, bool all, const QStringList &folders)
+{
+    if (all) {
+        FolderTree::Node *root = session.root();
+        if (!root) {
+            printError(QStringLiteral("the database has no root folder"));
+            return false;
+        }
+        if (!session.open(root))
+            return false;
+        const std::vector<FolderTree::Node *> children = root->children;
+        for (FolderTree::Node *child : children) {
+            if (!session.tick(child))
+                return false;
+        }
+        return true;
+    }
+    for (const QString &path : folders) {
+        QString error;
+        FolderTree::Node *node = resolve(session, path, &error);
+        if (!node) {
+            if (!error.isEmpty())
+                printError(error);
+            return false;
+        }
+        if (!session.tick(node))
+            return false;
+    }
+    return true;
+}
+
+// The summary line; it names only a log that holds lines of this run.
+void printSummary(const ExportResult &result, bool dryRun, double seconds, const QString &destinationNote)
+{
+    QString logPath = QStringLiteral("none");
+    if (result.failures > 0 && dryRun) {
+        logPath = QStringLiteral("none (dry run)");
+    } else if (result.anythingFailed()) {
+        const qsizetype lost = result.unloggedLines.size();
+        if (result.failures > lost && QFileInfo(result.logPath).isFile())
+            logPath = printable(QDir::toNativeSeparators(result.logPath));
+        if (lost > 0)
+            logPath += QStringLiteral(" (%1 failures could not be logged; they are shown above)").arg(lost);
+    }
+    writeErr(QStringLiteral("%1%2 folders, %3 documents, %4 bytes (%5), %6 failures, %7 s; log: %8\n")
+                 .arg(dryRun ? QStringLiteral("Dry run, nothing written: would export ") : QStringLiteral("Exported "))
+                 .arg(result.folders)
+                 .arg(result.documents)
+                 .arg(result.bytes)
+                 .arg(humanBytes(result.bytes))
+                 .arg(result.failures)
+                 .arg(QString::number(seconds, 'f', 1))
+                 .arg(logPath + destinationNote));
+}
+
+// What the arguments ask of an export, checked before anything else happens.
+struct ExportRequest {
+    QStringList folders;
+    bool all = false;
+    bool dryRun = false;
+    bool progress = false;
+    OutputFolders output;
+};
+
+int readRequest(const Parsed &p, ExportRequest *request)
+{
+    request->folders = p.values.value(QStringLiteral("--folder"));
+    request->all = p.has(QStringLiteral("--all"));
+    if (request->folders.isEmpty() && !request->all)
+        return usageError(QStringLiteral("say what to export: --folder PATH (repeatable) or --all"), p.command);
+    if (!request->folders.isEmpty() && request->all)
+        return usageError(QStringLiteral("--folder and --all cannot be combined"), p.command);
+    if (!p.has(QStringLiteral("--dest")))
+        return usageError(QStringLiteral("missing --dest DIR"), p.command);
+    if (p.has(QStringLiteral("--progress")) && p.has(QStringLiteral("--no-progress")))
+        return usageError(QStringLiteral("--progress and --no-progress cannot be combined"), p.command);
+
+    QString problem;
+    const QString logText = p.value(QStringLiteral("--log-dir"));
+    if (!checkOutputFolders(p.value(QStringLiteral("--dest")), p.has(QStringLiteral("--log-dir")) ? &logText : nullptr,
+                            &request->output, &problem)) {
+        printError(problem);
+        return ExitError;
+    }
+    request->dryRun = p.has(QStringLiteral("--dry-run"));
+    if (!request->dryRun && !logFolderTakesLines(request->output.log.path, &problem)) {
+        printError(printable(problem));
+        return ExitError;
+    }
+    request->progress = p.has(QStringLiteral("--progress"))
+        || (!p.has(QStringLiteral("--no-progress")) && stderrIsTerminal());
+    return ExitDone;
+}
+
+} // namespace
+
+int runExport(const Parsed &p)
+{
+    ExportRequest request;
+    if (const int refused = readRequest(p, &request); refused != ExitDone)
+        return refused;
+    Session session;
+    if (!signInTo(p, session) || !tickFolders(session, request.all, request.folders))
+        return ExitError;
+
+    // Created only now: a refused run leaves nothing behind, and a dry run writes nothing.
+    QString problem;
+    if (!request.dryRun && !createOutputFolders(request.output, &problem)) {
+        printError(problem);
+        return ExitError;
+    }
+    const QString destination = request.output.dest.path;
+    session.signIn.DestinationPath = destination;
+    Exporter exporter(session.signIn, session.procs);
+    ExportReporter reporter(destination, request.progress, request.dryRun);
+    ExportOptions options;
+    options.dryRun = request.dryRun;
+    options.logFolder = request.output.log.path;
+    options.observer = &reporter;
+    // A dry run's listing starts with the directories the real run would create for --dest.
+    if (request.dryRun)
+        options.madeDirectories = directoriesToMake(request.output.dest);
+    for (const QString &made : std::as_const(options.madeDirectories))
+        writeOut(QStringLiteral("mkdir   ") + made + QLatin1Char('\n'));
+    ExportResult result;
+    const bool ok = handled(QStringLiteral("FrmSendtofolder.cmdStart_Click"), [&] { result = exporter.run(options); });
+    reporter.finish();
+
+    printSummary(result, request.dryRun, reporter.elapsedSeconds(), destinationNote(request.output.dest, request.dryRun));
+    if (!ok)
+        return ExitError;
+    return result.anythingFailed() || !session.port.openedLog.isEmpty() ? ExitItemsFailed : ExitDone;
+}
+
+} // namespace cli
