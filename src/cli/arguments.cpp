@@ -44,10 +44,8 @@ QList<OptionDef> signInOptions()
     };
 }
 
-QList<CommandDef> buildCommands()
+CommandDef databasesCommand()
 {
-    QList<CommandDef> list;
-
     CommandDef databases;
     databases.name = QStringLiteral("databases");
     databases.synopsis = QStringLiteral("databases --server NAME --user NAME [--json] [--password-stdin]");
@@ -64,8 +62,11 @@ QList<CommandDef> buildCommands()
         QStringLiteral("parcelwise databases --server sql01 --user exporter --password-stdin < ~/.parcelwise-password"),
         QStringLiteral("parcelwise databases --server ./demo-repository --user demo"),
     };
-    list << databases;
+    return databases;
+}
 
+CommandDef treeCommand()
+{
     CommandDef tree;
     tree.name = QStringLiteral("tree");
     tree.synopsis = QStringLiteral("tree --server NAME --user NAME --database NAME [--depth N] [--json] [--password-stdin]");
@@ -85,8 +86,11 @@ QList<CommandDef> buildCommands()
         QStringLiteral("parcelwise tree --server sql01 --user exporter --database Acme --depth 2 --password-stdin < ~/.parcelwise-password"),
         QStringLiteral("parcelwise tree --server ./demo-repository --user demo --database AcmeArchive --depth 3"),
     };
-    list << tree;
+    return tree;
+}
 
+CommandDef exportCommand()
+{
     CommandDef exportCommand;
     exportCommand.name = QStringLiteral("export");
     exportCommand.synopsis = QStringLiteral(
@@ -122,8 +126,11 @@ QList<CommandDef> buildCommands()
                        "    parcelwise export --server sql01 --user exporter --database AcmeArchive --all --dest /srv/archive --dry-run"),
         QStringLiteral("parcelwise export --server ./demo-repository --user demo --database Acme --all --dest ./out --log-dir ./out"),
     };
-    list << exportCommand;
+    return exportCommand;
+}
 
+CommandDef demoCommand()
+{
     CommandDef demoCommand;
     demoCommand.name = QStringLiteral("demo");
     demoCommand.synopsis = QStringLiteral("demo DIR");
@@ -137,9 +144,12 @@ QList<CommandDef> buildCommands()
         QStringLiteral("parcelwise demo ./demo-repository"),
         QStringLiteral("parcelwise databases --server ./demo-repository --user demo"),
     };
-    list << demoCommand;
+    return demoCommand;
+}
 
-    return list;
+QList<CommandDef> buildCommands()
+{
+    return {databasesCommand(), treeCommand(), exportCommand(), demoCommand()};
 }
 
 CommandDef buildTool()
@@ -233,106 +243,121 @@ bool looksLikeCommandLine(const QStringList &args)
         || first == QLatin1String("--trace-sql") || first.startsWith(QLatin1String("--trace-sql="));
 }
 
-ParseResult parseArguments(const QStringList &args)
+namespace {
+
+// One pass over the arguments: the command word, its positional, its options and their values.
+class ArgumentParser {
+public:
+    explicit ArgumentParser(const QStringList &args) : m_args(args) {}
+    ParseResult run();
+
+private:
+    enum class Step { On, Done }; // Done: the result stands as it is
+    Step word(qsizetype i);
+    Step option(qsizetype &i);
+    Step fail(const QString &message)
+    {
+        m_result.error = message + QLatin1Char('\n') + tryHelp(m_result.parsed.command);
+        return Step::Done;
+    }
+
+    const QStringList &m_args;
+    ParseResult m_result;
+    Parsed &p = m_result.parsed;
+    const CommandDef *m_def = &toolSpec();
+};
+
+ArgumentParser::Step ArgumentParser::word(qsizetype i)
 {
-    ParseResult result;
-    Parsed &p = result.parsed;
-    const CommandDef *def = &toolSpec();
-    bool optionsEnded = false;
-
-    auto fail = [&](const QString &message) {
-        result.error = message + QLatin1Char('\n') + tryHelp(p.command);
-        return result;
-    };
-
-    for (qsizetype i = 0; i < args.size(); ++i) {
-        const QString &arg = args[i];
-        const bool isOption = !optionsEnded && arg.startsWith(QLatin1Char('-')) && arg != QLatin1String("-");
-
-        if (!isOption) {
-            if (p.command.isEmpty() && def == &toolSpec()) {
-                if (arg == QLatin1String("help")) {
-                    // "parcelwise help export" reads as "parcelwise export --help".
-                    p.help = true;
-                    if (i + 1 < args.size()) {
-                        const CommandDef *named = findCommand(args[i + 1]);
-                        if (!named)
-                            return fail(QStringLiteral("unknown command '") + args[i + 1] + QLatin1Char('\''));
-                        p.command = named->name;
-                    }
-                    return result;
-                }
-                def = findCommand(arg);
-                if (!def)
-                    return fail(QStringLiteral("unknown command '") + arg + QLatin1Char('\''));
-                p.command = arg;
-                continue;
+    const QString &arg = m_args[i];
+    if (p.command.isEmpty() && m_def == &toolSpec()) {
+        if (arg == QLatin1String("help")) {
+            // "parcelwise help export" reads as "parcelwise export --help".
+            p.help = true;
+            if (i + 1 < m_args.size()) {
+                const CommandDef *named = findCommand(m_args[i + 1]);
+                if (!named)
+                    return fail(QStringLiteral("unknown command '") + m_args[i + 1] + QLatin1Char('\''));
+                p.command = named->name;
             }
-            if (def->positionalName.isEmpty() || !p.positionals.isEmpty())
-                return fail(QStringLiteral("unexpected argument '") + arg + QLatin1Char('\''));
-            p.positionals << arg;
-            continue;
+            return Step::Done;
         }
+        m_def = findCommand(arg);
+        if (!m_def)
+            return fail(QStringLiteral("unknown command '") + arg + QLatin1Char('\''));
+        p.command = arg;
+        return Step::On;
+    }
+    if (m_def->positionalName.isEmpty() || !p.positionals.isEmpty())
+        return fail(QStringLiteral("unexpected argument '") + arg + QLatin1Char('\''));
+    p.positionals << arg;
+    return Step::On;
+}
 
-        if (arg == QLatin1String("--")) {
+ArgumentParser::Step ArgumentParser::option(qsizetype &i)
+{
+    const QString &arg = m_args[i];
+    QString name = arg;
+    QString inlineValue;
+    bool hasInlineValue = false;
+    const qsizetype equals = arg.indexOf(QLatin1Char('='));
+    if (arg.startsWith(QLatin1String("--")) && equals > 0) {
+        name = arg.left(equals);
+        inlineValue = arg.mid(equals + 1);
+        hasInlineValue = true;
+    }
+    if (name == QLatin1String("--password") || name == QLatin1String("-p"))
+        return fail(QStringLiteral("a password is never taken from the command line; use --password-stdin "
+                                   "or the environment variable PARCELWISE_PASSWORD"));
+    const OptionDef *o = findOption(*m_def, name);
+    if (!o)
+        return fail(QStringLiteral("unknown option '") + name + QLatin1Char('\''));
+    if (o->name == QLatin1String("--help") || o->name == QLatin1String("--version")) {
+        (o->name == QLatin1String("--help") ? p.help : p.version) = true;
+        return Step::On;
+    }
+    if (o->valueName.isEmpty()) {
+        if (hasInlineValue)
+            return fail(QStringLiteral("option '") + o->name + QStringLiteral("' takes no value"));
+        if (!p.switches.contains(o->name))
+            p.switches << o->name;
+        return Step::On;
+    }
+    if (!hasInlineValue && i + 1 >= m_args.size())
+        return fail(QStringLiteral("option '") + o->name + QStringLiteral("' needs a value (") + o->valueName
+                    + QLatin1Char(')'));
+    const QString value = hasInlineValue ? inlineValue : m_args[++i];
+    if (!o->repeatable && p.values.contains(o->name))
+        return fail(QStringLiteral("option '") + o->name + QStringLiteral("' given more than once"));
+    p.values[o->name] << value;
+    return Step::On;
+}
+
+ParseResult ArgumentParser::run()
+{
+    bool optionsEnded = false;
+    for (qsizetype i = 0; i < m_args.size(); ++i) {
+        const QString &arg = m_args[i];
+        const bool isOption = !optionsEnded && arg.startsWith(QLatin1Char('-')) && arg != QLatin1String("-");
+        if (isOption && arg == QLatin1String("--")) {
             optionsEnded = true;
             continue;
         }
-
-        QString name = arg;
-        QString inlineValue;
-        bool hasInlineValue = false;
-        const qsizetype equals = arg.indexOf(QLatin1Char('='));
-        if (arg.startsWith(QLatin1String("--")) && equals > 0) {
-            name = arg.left(equals);
-            inlineValue = arg.mid(equals + 1);
-            hasInlineValue = true;
-        }
-
-        if (name == QLatin1String("--password") || name == QLatin1String("-p"))
-            return fail(QStringLiteral("a password is never taken from the command line; use --password-stdin "
-                                       "or the environment variable PARCELWISE_PASSWORD"));
-
-        const OptionDef *o = findOption(*def, name);
-        if (!o)
-            return fail(QStringLiteral("unknown option '") + name + QLatin1Char('\''));
-
-        if (o->name == QLatin1String("--help")) {
-            p.help = true;
-            continue;
-        }
-        if (o->name == QLatin1String("--version")) {
-            p.version = true;
-            continue;
-        }
-
-        if (o->valueName.isEmpty()) {
-            if (hasInlineValue)
-                return fail(QStringLiteral("option '") + o->name + QStringLiteral("' takes no value"));
-            if (!p.switches.contains(o->name))
-                p.switches << o->name;
-            continue;
-        }
-
-        QString value;
-        if (hasInlineValue) {
-            value = inlineValue;
-        } else {
-            if (i + 1 >= args.size())
-                return fail(QStringLiteral("option '") + o->name + QStringLiteral("' needs a value (") + o->valueName
-                            + QLatin1Char(')'));
-            value = args[++i];
-        }
-        if (!o->repeatable && p.values.contains(o->name))
-            return fail(QStringLiteral("option '") + o->name + QStringLiteral("' given more than once"));
-        p.values[o->name] << value;
+        if ((isOption ? option(i) : word(i)) == Step::Done)
+            return m_result;
     }
-
     if (p.help || p.version)
-        return result;
-    if (!p.command.isEmpty() && !def->positionalName.isEmpty() && p.positionals.isEmpty())
-        return fail(QStringLiteral("missing ") + def->positionalName);
-    return result;
+        return m_result;
+    if (!p.command.isEmpty() && !m_def->positionalName.isEmpty() && p.positionals.isEmpty())
+        fail(QStringLiteral("missing ") + m_def->positionalName);
+    return m_result;
+}
+
+} // namespace
+
+ParseResult parseArguments(const QStringList &args)
+{
+    return ArgumentParser(args).run();
 }
 
 QString helpText(const CommandDef &def)
