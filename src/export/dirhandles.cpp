@@ -22,6 +22,11 @@
 namespace dirhandles {
 
 namespace {
+// How much of a document is in memory at a time on its way to the file.
+constexpr qsizetype kChunk = 1 << 20;
+} // namespace
+
+namespace {
 
 // A name that would not stay one entry of its directory.
 bool singleEntryName(const QString &name)
@@ -243,8 +248,9 @@ Result removeEntry(const Dir &parent, const QString &name)
     return {};
 }
 
-Result writeFile(const Dir &parent, const QString &name, const QByteArray &bytes)
+Result writeFile(const Dir &parent, const QString &name, repo::ValueReader &source, qint64 *written)
 {
+    *written = 0;
     if (!singleEntryName(name))
         return failed(QStringLiteral("not a name of one entry"), true);
     const QByteArray n = QFile::encodeName(name);
@@ -259,22 +265,36 @@ Result writeFile(const Dir &parent, const QString &name, const QByteArray &bytes
     const int fd = openat(at, n.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
     if (fd < 0)
         return failed(systemReason(), true);
-    const char *data = bytes.constData();
-    qint64 left = bytes.size();
-    while (left > 0) {
-        const ssize_t done = ::write(fd, data, size_t(qMin<qint64>(left, 1 << 30)));
-        if (done < 0 && errno == EINTR)
-            continue;
-        if (done <= 0)
+    // A torn copy must not pass for the document.
+    const auto torn = [&](const QString &why) {
+        close(fd);
+        unlinkat(at, n.constData(), 0);
+        return failed(why);
+    };
+    std::vector<char> chunk(kChunk);
+    for (;;) {
+        qint64 got = 0;
+        try {
+            got = source.read(chunk.data(), qint64(chunk.size()));
+        } catch (...) {
+            torn(QString());
+            throw;
+        }
+        if (got <= 0)
             break;
-        data += done;
-        left -= done;
+        for (const char *data = chunk.data(); got > 0;) {
+            const ssize_t done = ::write(fd, data, size_t(got));
+            if (done < 0 && errno == EINTR)
+                continue;
+            if (done <= 0)
+                return torn(systemReason());
+            data += done;
+            got -= done;
+            *written += done;
+        }
     }
-    const QString reason = systemReason();
-    const bool closed = close(fd) == 0;
-    if (left > 0 || !closed) {
-        // A torn copy must not pass for the document.
-        const QString why = left > 0 ? reason : systemReason();
+    if (close(fd) != 0) {
+        const QString why = systemReason();
         unlinkat(at, n.constData(), 0);
         return failed(why);
     }
@@ -429,8 +449,9 @@ Result removeEntry(const Dir &parent, const QString &name)
     return ok ? Result{} : failed(systemReason());
 }
 
-Result writeFile(const Dir &parent, const QString &name, const QByteArray &bytes)
+Result writeFile(const Dir &parent, const QString &name, repo::ValueReader &source, qint64 *written)
 {
+    *written = 0;
     if (!singleEntryName(name))
         return failed(QStringLiteral("not a name of one entry"), true);
     const QString path = child(parent, name);
@@ -445,21 +466,32 @@ Result writeFile(const Dir &parent, const QString &name, const QByteArray &bytes
                            FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
     if (h == INVALID_HANDLE_VALUE)
         return failed(systemReason(), true);
-    const char *data = bytes.constData();
-    qint64 left = bytes.size();
-    while (left > 0) {
-        DWORD done = 0;
-        if (!WriteFile(h, data, DWORD(qMin<qint64>(left, 1 << 30)), &done, nullptr) || done == 0)
-            break;
-        data += done;
-        left -= done;
-    }
-    const QString reason = systemReason();
-    CloseHandle(h);
-    if (left > 0) {
+    const auto torn = [&](const QString &why) {
+        CloseHandle(h);
         DeleteFileW(wide(path).c_str());
-        return failed(reason);
+        return failed(why);
+    };
+    std::vector<char> chunk(kChunk);
+    for (;;) {
+        qint64 got = 0;
+        try {
+            got = source.read(chunk.data(), qint64(chunk.size()));
+        } catch (...) {
+            torn(QString());
+            throw;
+        }
+        if (got <= 0)
+            break;
+        for (const char *data = chunk.data(); got > 0;) {
+            DWORD done = 0;
+            if (!WriteFile(h, data, DWORD(got), &done, nullptr) || done == 0)
+                return torn(systemReason());
+            data += done;
+            got -= done;
+            *written += done;
+        }
     }
+    CloseHandle(h);
     return {};
 }
 

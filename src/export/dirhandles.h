@@ -4,6 +4,8 @@
 // never followed: a link is an entry like a file, removed or refused, never entered. That keeps
 // every change inside the destination even when the tree below it changes during a run.
 
+#include "repository/valuereader.h"
+
 #include <QByteArray>
 #include <QDateTime>
 #include <QString>
@@ -49,9 +51,10 @@ Result makeDirectory(const Dir &parent, const QString &name);
 // read-only entries and directories without permissions go too.
 Result removeEntry(const Dir &parent, const QString &name);
 // Creates the file afresh (an existing file or link of that name is removed first, so a hard
-// link's other names keep their bytes) and writes bytes. nameRefused when it could not be
-// created; a failure while writing removes the torn file.
-Result writeFile(const Dir &parent, const QString &name, const QByteArray &bytes);
+// link's other names keep their bytes) and writes what source gives, chunk by chunk. nameRefused
+// when it could not be created; a failure while writing (or the source raising) removes the torn
+// file. written receives the bytes written.
+Result writeFile(const Dir &parent, const QString &name, repo::ValueReader &source, qint64 *written);
 // Gives the file the document's date without following a link: the creation time on Windows,
 // the modification time elsewhere (the access time stays).
 bool setFileTime(const Dir &parent, const QString &name, const QDateTime &when);

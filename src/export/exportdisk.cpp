@@ -206,8 +206,9 @@ void ExportDisk::makeDirectory(const QString &path)
     m_dirs.insert(fsKey(path));
 }
 
-void ExportDisk::writeFile(const QString &filePath, const QByteArray &bytes)
+qint64 ExportDisk::writeFile(const QString &filePath, repo::ValueReader &source)
 {
+    qint64 written = m_dry ? qMax<qint64>(source.size(), 0) : 0;
     const QStringList names = entryNames(filePath);
     if (m_dry) {
         const QString parentPath = parentOf(filePath);
@@ -224,7 +225,7 @@ void ExportDisk::writeFile(const QString &filePath, const QByteArray &bytes)
         const dirhandles::Dir parent = openParent(names, &why);
         if (!parent.isOpen())
             refuse(HuntERR::ERR_PATH_NOT_FOUND, QStringLiteral("Path not found: %1 (%2)").arg(filePath, why));
-        const dirhandles::Result r = dirhandles::writeFile(parent, names.last(), bytes);
+        const dirhandles::Result r = dirhandles::writeFile(parent, names.last(), source, &written);
         if (!r.ok && r.nameRefused)
             refuse(HuntERR::ERR_WRITE_FAILED,
                    QStringLiteral("Write to file failed: cannot create %1 (%2)").arg(filePath, r.reason));
@@ -233,6 +234,7 @@ void ExportDisk::writeFile(const QString &filePath, const QByteArray &bytes)
                    QStringLiteral("Disk full: %1 could not be written completely (%2)").arg(filePath, r.reason));
     }
     m_files.insert(fsKey(filePath));
+    return written;
 }
 
 bool ExportDisk::setFileTime(const QString &filePath, const QDateTime &when)

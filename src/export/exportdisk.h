@@ -10,6 +10,8 @@
 // Every failure is raised as a HuntERR::Error; a file that cannot be created under its name
 // raises ERR_WRITE_FAILED.
 
+#include "repository/valuereader.h"
+
 #include <QByteArray>
 #include <QDateTime>
 #include <QSet>
@@ -37,8 +39,9 @@ public:
     void removeDirectory(const QString &path);
     // One level: the parent must exist.
     void makeDirectory(const QString &path);
-    // Creates dir + separator + fileName afresh with exactly these bytes.
-    void writeFile(const QString &filePath, const QByteArray &bytes);
+    // Creates dir + separator + fileName afresh with exactly the bytes source gives; returns
+    // how many. A dry run reads nothing and returns the size the source knows (0 when it does not).
+    qint64 writeFile(const QString &filePath, repo::ValueReader &source);
     bool setFileTime(const QString &filePath, const QDateTime &when);
 
     // Names as the file system compares them.

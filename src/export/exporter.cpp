@@ -331,17 +331,17 @@ void Exporter::CopyFolderFiles(double folderId, const QString &path)
 // wrote that name, or "[id].ext" when the file cannot be created under the title. Returns the
 // file written, or "" when even that failed (logged).
 QString Exporter::saveDocumentFile(const QString &source, qint64 recId, const QString &description,
-                                   const QString &path, QString name, const QString &ext, const QByteArray &bytes)
+                                   const QString &path, QString name, const QString &ext, repo::ValueReader &bytes)
 {
     const QChar sep = pathSeparator();
     const QString idText = QString::number(recId);
     auto save = [&](const QString &fileName) {
         const QString filePath = path + sep + fileName;
-        disk().writeFile(filePath, bytes);
+        const qint64 written = disk().writeFile(filePath, bytes);
         ++m_result.documents;
-        m_result.bytes += bytes.size();
+        m_result.bytes += written;
         if (m_options.observer)
-            m_options.observer->documentWritten(filePath, bytes.size());
+            m_options.observer->documentWritten(filePath, written);
         return filePath;
     };
 
@@ -414,10 +414,10 @@ QString Exporter::fxnSaveDocument(qint64 recId, const QString &path)
         return {};
     }
 
-    const QString written = saveDocumentFile(source, recId, description, path, name, ext, bytes);
+    repo::BytesReader reader(std::move(bytes));
+    const QString written = saveDocumentFile(source, recId, description, path, name, ext, reader);
     if (written.isEmpty())
         return {}; // nothing to date
-    bytes.clear();
     if (!HuntERR::resume(source, [&] { fxnSetFileDate(cn, recId, written); }))
         logFailure(source, recId, description, path, kFileLine);
     return written;

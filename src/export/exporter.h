@@ -3,6 +3,7 @@
 // file dates and the export log. Used by the window's "Start &Copy" and by the command line.
 
 #include "names/filenames.h"
+#include "repository/valuereader.h"
 #include "tree/treesession.h"
 #include "tree/treeprocs.h"
 
@@ -91,7 +92,7 @@ public:
 
 private:
     QString saveDocumentFile(const QString &source, qint64 recId, const QString &description, const QString &path,
-                             QString name, const QString &ext, const QByteArray &bytes);
+                             QString name, const QString &ext, repo::ValueReader &bytes);
     QString childFoldersQuery(const QString &id, bool firstLevel) const;
     void walkSubFolders(const QString &key, const QString &topPath, bool firstLevel);
     QString nextSubFolder(const repo::RecordSet &rs, const QString &parentPath, const QString &source,
