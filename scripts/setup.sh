@@ -4,7 +4,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 packages=(cmake g++ make pkg-config qt6-base-dev qt6-qpa-plugins libqt6sql6-odbc libqt6sql6-sqlite
-          unixodbc unixodbc-dev odbcinst tdsodbc libsqliteodbc sqlite3 libgl1-mesa-dev
+          unixodbc unixodbc-dev odbcinst tdsodbc libsqliteodbc sqlite3 libsqlite3-dev libgl1-mesa-dev
           xvfb xauth fonts-dejavu-core dpkg-dev file)
 missing=()
 for p in "${packages[@]}"; do

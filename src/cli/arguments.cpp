@@ -95,7 +95,7 @@ CommandDef exportCommand()
     exportCommand.name = QStringLiteral("export");
     exportCommand.synopsis = QStringLiteral(
         "export --server NAME --user NAME --database NAME (--folder PATH ... | --all) --dest DIR\n"
-        "                         [--dry-run] [--log-dir DIR] [--progress | --no-progress] [--password-stdin]");
+        "                         [--jobs N] [--dry-run] [--log-dir DIR] [--progress | --no-progress] [--password-stdin]");
     exportCommand.summary = QStringLiteral("Export folders and their documents to a directory");
     exportCommand.description = QStringLiteral(
         "Ticks folders as a user would in the window and runs the copy: every ticked folder\n"
@@ -108,12 +108,18 @@ CommandDef exportCommand()
         "\n"
         "Items that cannot be written are listed in the export log (in the Documents folder, or\n"
         "in --log-dir) and make the exit status 1. A progress line is shown on stderr when it is\n"
-        "a terminal; a summary line is printed at the end in any case.");
+        "a terminal; a summary line is printed at the end in any case.\n"
+        "\n"
+        "Documents are streamed from the database to their files a megabyte at a time, never held\n"
+        "whole. --jobs N fetches and writes N documents at once, each on a connection of its own\n"
+        "(worth it when every round trip to the server costs time); the folders are still walked\n"
+        "one by one, so the files, their names and the log are the same for every N.");
     exportCommand.options = signInOptions();
     exportCommand.options << option("--database", "NAME", "Company database to export from (live or archive)")
                           << option("--folder", "PATH", "Folder to export, e.g. \"Projects/2016\"; may be repeated", true)
                           << option("--all", "", "Export every folder directly below the root")
                           << option("--dest", "DIR", "Directory that receives the folders (created with its parents when missing)")
+                          << option("--jobs", "N", "Documents fetched and written at once, each on its own\nconnection (1 to 64; default 1)")
                           << option("--dry-run", "", "Write nothing; list the directories and files it would write\nand the existing directories it would delete")
                           << option("--log-dir", "DIR", "Directory for the export log (default: your Documents folder;\ncreated with its parents when missing)")
                           << option("--progress", "", "Show the progress line even when stderr is not a terminal")

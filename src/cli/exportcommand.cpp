@@ -147,11 +147,15 @@ void printSummary(const ExportResult &result, bool dryRun, double seconds, const
 }
 
 // What the arguments ask of an export, checked before anything else happens.
+// More connections than this only queue up at the server.
+constexpr int kMaxJobs = 64;
+
 struct ExportRequest {
     QStringList folders;
     bool all = false;
     bool dryRun = false;
     bool progress = false;
+    int jobs = 1;
     OutputFolders output;
 };
 
@@ -167,6 +171,17 @@ int readRequest(const Parsed &p, ExportRequest *request)
         return usageError(QStringLiteral("missing --dest DIR"), p.command);
     if (p.has(QStringLiteral("--progress")) && p.has(QStringLiteral("--no-progress")))
         return usageError(QStringLiteral("--progress and --no-progress cannot be combined"), p.command);
+
+    if (p.has(QStringLiteral("--jobs"))) {
+        bool ok = false;
+        const QString text = p.value(QStringLiteral("--jobs")).trimmed();
+        request->jobs = text.toInt(&ok);
+        if (!ok || request->jobs < 1 || request->jobs > kMaxJobs)
+            return usageError(QStringLiteral("--jobs needs a whole number from 1 to %1, not \"%2\"")
+                                  .arg(kMaxJobs)
+                                  .arg(printable(text)),
+                              p.command);
+    }
 
     QString problem;
     const QString logText = p.value(QStringLiteral("--log-dir"));
@@ -210,6 +225,7 @@ int runExport(const Parsed &p)
     options.dryRun = request.dryRun;
     options.logFolder = request.output.log.path;
     options.observer = &reporter;
+    options.jobs = request.jobs;
     // A dry run's listing starts with the directories the real run would create for --dest.
     if (request.dryRun)
         options.madeDirectories = directoriesToMake(request.output.dest);

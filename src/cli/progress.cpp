@@ -60,8 +60,15 @@ void ExportReporter::documentWritten(const QString &filePath, qint64 bytes)
 {
     ++m_documents;
     m_bytes += qMax<qint64>(bytes, 0);
+    m_inFlight = qMax<qint64>(m_inFlight - qMax<qint64>(bytes, 0), 0); // counted now as written
     list(QStringLiteral("write   ") + QDir::toNativeSeparators(filePath) + QStringLiteral("  (")
          + QString::number(bytes) + QStringLiteral(" bytes)"));
+    draw(false);
+}
+
+void ExportReporter::documentBytes(qint64 bytesInFlight)
+{
+    m_inFlight = qMax<qint64>(bytesInFlight, 0);
     draw(false);
 }
 
@@ -98,12 +105,14 @@ void ExportReporter::draw(bool force)
         return;
     m_lastDraw = now;
 
+    // Bytes count as they reach the disk, documents once they are complete.
     const double seconds = qMax(now, qint64(1)) / 1000.0;
+    const qint64 bytes = m_bytes + m_inFlight;
     QString line = QStringLiteral("%1 folders  %2 documents  %3  %4/s")
                        .arg(m_folders)
                        .arg(m_documents)
-                       .arg(humanBytes(m_bytes))
-                       .arg(humanBytes(qint64(double(m_bytes) / seconds)));
+                       .arg(humanBytes(bytes))
+                       .arg(humanBytes(qint64(double(bytes) / seconds)));
     if (m_failures > 0)
         line += QStringLiteral("  %1 failed").arg(m_failures);
     if (!m_current.isEmpty()) {

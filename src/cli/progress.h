@@ -21,6 +21,7 @@ public:
     void directoryRemoved(const QString &path) override;
     void directoryCreated(const QString &path) override;
     void documentWritten(const QString &filePath, qint64 bytes) override;
+    void documentBytes(qint64 bytesInFlight) override;
     void failureLogged(const QString &line) override;
     void failureUnlogged(const QString &line) override;
 
@@ -43,6 +44,7 @@ private:
     qint64 m_folders = 0;
     qint64 m_documents = 0;
     qint64 m_bytes = 0;
+    qint64 m_inFlight = 0; // bytes of documents still being written
     qint64 m_failures = 0;
     QString m_current;
 };

@@ -110,7 +110,7 @@ ExportDisk::Kind ExportDisk::kind(const QString &path) const
     const QString key = fsKey(path);
     if (m_dirs.contains(key))
         return Kind::Directory;
-    if (m_files.contains(key))
+    if (wroteThisRun(path))
         return Kind::File;
     if (m_dry && underRemoved(key))
         return Kind::None;
@@ -154,6 +154,7 @@ bool ExportDisk::madeThisRun(const QString &dir) const
 
 bool ExportDisk::wroteThisRun(const QString &filePath) const
 {
+    const QMutexLocker locked(&m_filesLock);
     return m_files.contains(fsKey(filePath));
 }
 
@@ -161,7 +162,7 @@ void ExportDisk::removeDirectory(const QString &path)
 {
     const QStringList names = entryNames(path);
     const QString key = fsKey(path);
-    if (m_dirs.contains(key) || m_files.contains(key))
+    if (m_dirs.contains(key) || wroteThisRun(path))
         refuse(HuntERR::ERR_PATH_FILE_ACCESS,
                QStringLiteral("Path/File access error: %1 was written by this run and is kept").arg(path));
     step("remove", path);
@@ -233,6 +234,7 @@ qint64 ExportDisk::writeFile(const QString &filePath, repo::ValueReader &source)
             refuse(ERR_DISK_FULL,
                    QStringLiteral("Disk full: %1 could not be written completely (%2)").arg(filePath, r.reason));
     }
+    const QMutexLocker locked(&m_filesLock);
     m_files.insert(fsKey(filePath));
     return written;
 }

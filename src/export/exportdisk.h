@@ -9,11 +9,14 @@
 // made, so the walk can keep the run from replacing its own work.
 // Every failure is raised as a HuntERR::Error; a file that cannot be created under its name
 // raises ERR_WRITE_FAILED.
+// Files may be written from several threads at once (a parallel export's workers) while the walk
+// asks what this run wrote; everything else belongs to the walk's thread.
 
 #include "repository/valuereader.h"
 
 #include <QByteArray>
 #include <QDateTime>
+#include <QMutex>
 #include <QSet>
 #include <QString>
 #include <QStringList>
@@ -70,4 +73,5 @@ private:
     QSet<QString> m_removed; // dry run: directories gone, with everything below them
     QSet<QString> m_dirs;    // directories made by this run
     QSet<QString> m_files;   // files written by this run
+    mutable QMutex m_filesLock; // m_files: written by the workers, read by the walk
 };

@@ -71,7 +71,22 @@ ExportResult Exporter::run(const ExportOptions &options)
     ExportLogName.clear();
     ExportLogName = exportLogNameFor(QDateTime::currentDateTime());
 
+    // One job in a dry run: it reads no bytes, and its picture of the disk belongs to the walk.
+    // Step mode asks about each failure as it happens, which only the walk's thread can do.
+    const int jobs = options.dryRun || HuntERR::stepMode() ? 1 : qMax(1, options.jobs);
+    m_documents = std::make_unique<DocumentQueue>(
+        jobs, m_signIn.cnDb().connectionString, m_signIn.cnDb(),
+        [this](const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted) {
+            return fetchDocument(job, cn, counted);
+        },
+        [this](const DocumentJob &job, DocumentOutcome &outcome) { retireDocument(job, outcome); },
+        [this](qint64 inFlight) {
+            if (m_options.observer)
+                m_options.observer->documentBytes(inFlight);
+        });
     CopyCheckedFolders();
+    m_documents->drain();
+    m_documents.reset();
 
     if (LogWritten && !options.dryRun) {
         LogWritten = false;
@@ -92,7 +107,7 @@ QString Exporter::directoryFor(const QString &parent, const QString &cleaned, qi
     // top of another one: it keeps its id instead, as documents do.
     QString name = isNoName(cleaned) ? tag : cleaned;
     // Never replace what this run made: siblings that clean alike each keep their own directory.
-    while (disk().madeThisRun(base + name) || disk().wroteThisRun(base + name))
+    while (disk().madeThisRun(base + name) || wroteThisRun(base + name))
         name += QLatin1Char(' ') + tag;
     return base + name;
 }
@@ -313,112 +328,19 @@ void Exporter::CopyFolderFiles(double folderId, const QString &path)
     for (int row = 0; row < rows && !rs.eof(); ++row) {
         qint64 recId = 0;
         QString description;
+        QString fileName;
         if (HuntERR::resume(source, [&] {
                 recId = recordId(rs);
                 description = rs.text(QStringLiteral("File_Description"));
+                fileName = rs.text(QStringLiteral("File_Name"));
             })) {
-            fxnSaveDocument(recId, path);
+            // The status line names the document once it is written (retireDocument).
+            fxnSaveDocument(recId, path, description, fileName);
         } else {
             logFailure(source, recId, description, path, kFileLine);
+            m_signIn.form().setStatus(QStringLiteral(" Copying File: ") + path + sep + description);
+            m_signIn.form().repaint();
         }
-        m_signIn.form().setStatus(QStringLiteral(" Copying File: ") + path + sep + description);
-        m_signIn.form().repaint();
         rs.moveNext();
     }
-}
-
-// Writes the document under its cleaned title, the title with its id when this run already
-// wrote that name, or "[id].ext" when the file cannot be created under the title. Returns the
-// file written, or "" when even that failed (logged).
-QString Exporter::saveDocumentFile(const QString &source, qint64 recId, const QString &description,
-                                   const QString &path, QString name, const QString &ext, repo::ValueReader &bytes)
-{
-    const QChar sep = pathSeparator();
-    const QString idText = QString::number(recId);
-    auto save = [&](const QString &fileName) {
-        const QString filePath = path + sep + fileName;
-        const qint64 written = disk().writeFile(filePath, bytes);
-        ++m_result.documents;
-        m_result.bytes += written;
-        if (m_options.observer)
-            m_options.observer->documentWritten(filePath, written);
-        return filePath;
-    };
-
-    // Never overwrite what this run wrote: a second document that cleans to the same name keeps
-    // its id beside its title.
-    const QString tag = idTag(recId);
-    if (disk().wroteThisRun(path + sep + name + ext))
-        name += QLatin1Char(' ') + tag;
-    QString written;
-    bool refused = !titleCanBeFileName(name, ext);
-    if (!refused) {
-        const bool ok = HuntERR::resume(source, [&] {
-            try {
-                written = save(name + ext);
-            } catch (const HuntERR::Error &e) {
-                if (e.number() != HuntERR::ERR_WRITE_FAILED)
-                    throw;
-                refused = true; // cannot be created under its title: the fallback name below
-            }
-        });
-        if (!ok)
-            logFailure(source, recId, description, path, kFileLine);
-    }
-    if (refused) {
-        // The title cannot be a file name here: the document keeps its id instead. That is a
-        // naming decision, not a failure, so nothing goes to the log.
-        const QString fallback = tag + ext;
-        if (!HuntERR::resume(source, [&] {
-                if (!titleCanBeFileName(tag, ext) || disk().wroteThisRun(path + sep + fallback))
-                    HuntERR::raise(HuntERR::ERR_WRITE_FAILED,
-                                   QStringLiteral("Write to file failed: %1 cannot be a file name").arg(path + sep + fallback));
-                written = save(fallback);
-            }))
-            logFailure(source, recId, description, path, kFileLine);
-    }
-    return written;
-}
-
-QString Exporter::fxnSaveDocument(qint64 recId, const QString &path)
-{
-    const QString source = kForm + QStringLiteral("fxnSaveDocument(recId,path)");
-    const QString idText = QString::number(recId);
-    repo::Connection &cn = m_signIn.cnDb();
-
-    const bool archive = m_signIn.blnArchive;
-    const QString sql = archive ? repo::statements::archiveDocument(idText, m_signIn.strSelectedDb)
-                                : repo::statements::liveDocument(idText);
-    const QString dataField = archive ? QStringLiteral("FileData") : QStringLiteral("File_Data");
-
-    QString description;
-    QString name;
-    QString ext;
-    QByteArray bytes; // shares the record set's buffer: the document is held once
-    const bool read = HuntERR::resume(source, [&] {
-        repo::RecordSet rs = cn.execute(sql);
-        if (rs.eof())
-            HuntERR::raise(HuntERR::ERR_NO_CURRENT_RECORD,
-                           QStringLiteral("Either BOF or EOF is True, or the current record has been deleted. "
-                                          "Requested operation requires a current record."));
-        description = rs.text(QStringLiteral("File_Description"));
-        name = cleanDocumentTitle(description);
-        if (rs.isNull(dataField))
-            HuntERR::raise(HuntERR::ERR_GENERAL, QStringLiteral("Document %1 has no stored bytes").arg(recId));
-        bytes = rs.value(dataField).toByteArray();
-        ext = GetFileExtension(rs.text(QStringLiteral("File_name")));
-        rs.close();
-    });
-    if (!read) {
-        logFailure(source, recId, description, path, kFileLine);
-        return {};
-    }
-
-    repo::BytesReader reader(std::move(bytes));
-    const QString written = saveDocumentFile(source, recId, description, path, name, ext, reader);
-    if (written.isEmpty())
-        return {}; // nothing to date
-    if (!HuntERR::resume(source, [&] { fxnSetFileDate(cn, recId, written); }))
-        logFailure(source, recId, description, path, kFileLine);
-    return written;
 }

@@ -2,6 +2,7 @@
 // The export engine: the walk over the ticked tree, directories, documents under clean names,
 // file dates and the export log. Used by the window's "Start &Copy" and by the command line.
 
+#include "export/documentqueue.h"
 #include "names/filenames.h"
 #include "repository/valuereader.h"
 #include "tree/treesession.h"
@@ -37,6 +38,9 @@ public:
     virtual void directoryRemoved(const QString &path) { Q_UNUSED(path); }   // an existing target deleted first
     virtual void directoryCreated(const QString &path) { Q_UNUSED(path); }
     virtual void documentWritten(const QString &filePath, qint64 bytes) { Q_UNUSED(filePath); Q_UNUSED(bytes); }
+    // Bytes already on their way to files of documents not yet reported written (a large document,
+    // or several at once): told now and then while they stream.
+    virtual void documentBytes(qint64 bytesInFlight) { Q_UNUSED(bytesInFlight); }
     virtual void failureLogged(const QString &line) { Q_UNUSED(line); }
     // The log could not hold this line: it must reach the person another way.
     virtual void failureUnlogged(const QString &line) { Q_UNUSED(line); }
@@ -48,6 +52,9 @@ struct ExportOptions {
     QString logFolder;          // "" = the documents folder
     ExportObserver *observer = nullptr;
     QStringList madeDirectories; // dry run: directories taken as made before the walk (a destination to create)
+    // Documents fetched and written at once, each on a connection of its own. The result on disk
+    // and in the log is the same for any number. A dry run (and step mode) uses one.
+    int jobs = 1;
 };
 
 // What a run did. failures counts every item that could not be written (in a dry run: would
@@ -79,7 +86,9 @@ public:
     void CopySubFolders(const QString &key, const QString &parentPath);
     void CopySubFoldersDeep(const QString &key, const QString &parentPath);
     void CopyFolderFiles(double folderId, const QString &path);
-    QString fxnSaveDocument(qint64 recId, const QString &path);
+    // Names the document as the folder's listing gives it and hands it over to be fetched,
+    // written and dated (at once, or by a worker with more than one job).
+    void fxnSaveDocument(qint64 recId, const QString &path, const QString &listedTitle, const QString &listedFileName);
     bool fxnSetFileDate(repo::Connection &paramConnection, qint64 paramRec_Id, const QString &paramFilePath);
     void fxnWriteLog(qint32 paramId, QString paramName, QString paramLocation, quint8 paramType);
 
@@ -91,8 +100,15 @@ public:
 
 
 private:
-    QString saveDocumentFile(const QString &source, qint64 recId, const QString &description, const QString &path,
-                             QString name, const QString &ext, repo::ValueReader &bytes);
+    // A document's statement, its bytes to its file, its date: on any thread, on cn.
+    DocumentOutcome fetchDocument(const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted);
+    // The outcome's counts, log lines and error trail, on the walk's thread in walk order.
+    void retireDocument(const DocumentJob &job, DocumentOutcome &outcome);
+    DocumentQueue &documents();
+    // What this run wrote at path, once every document that may still write there is done.
+    bool wroteThisRun(const QString &path);
+    // The document's date from the repository given to the written file; raises on failure.
+    bool setDocumentDate(repo::Connection &cn, qint64 recId, const QString &filePath);
     QString childFoldersQuery(const QString &id, bool firstLevel) const;
     void walkSubFolders(const QString &key, const QString &topPath, bool firstLevel);
     QString nextSubFolder(const repo::RecordSet &rs, const QString &parentPath, const QString &source,
@@ -108,6 +124,8 @@ private:
     QString logFolder() const;
     ExportDisk &disk();
     std::unique_ptr<ExportDisk> m_disk;
+    std::unique_ptr<DocumentQueue> m_documents;
+    bool m_retiring = false; // taking a document's outcome back: its log lines are in order already
     ExportOptions m_options;
     ExportResult m_result;
     QSet<qint64> m_walked;                             // folders written by this run

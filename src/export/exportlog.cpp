@@ -103,6 +103,9 @@ void Exporter::fxnWriteLog(qint32 paramId, QString paramName, QString paramLocat
 void Exporter::logFailure(const QString &source, qint64 id, const QString &name, const QString &location,
                           quint8 type)
 {
+    // The log keeps walk order: documents handed out before this line are logged before it.
+    if (m_documents && !m_retiring)
+        m_documents->drain();
     m_pendingLine.clear();
     HuntERR::resume(source, [&] { fxnWriteLog(qint32(id), name, location, type); });
     // A line the log could not take is not dropped: the caller shows it another way.

@@ -33,28 +33,34 @@ QDateTime fileDateFromRepositoryText(const QString &text)
 bool Exporter::fxnSetFileDate(repo::Connection &paramConnection, qint64 paramRec_Id, const QString &paramFilePath)
 {
     const QString source = QStringLiteral("MCmnUtility.fxnSetFileDate(paramConnection,paramRec_Id,paramFilePath)");
-    return HuntERR::inner(source, [&]() -> bool {
-        const QString sql = repo::statements::documentDates(QString::number(paramRec_Id));
+    disk();
+    return HuntERR::inner(source, [&]() -> bool { return setDocumentDate(paramConnection, paramRec_Id, paramFilePath); });
+}
 
-        repo::RecordSet rs = paramConnection.execute(sql);
-        bool result = false;
-        if (rs.recordCount() >= 1 && !rs.eof()) {
-            QString text;
-            bool dated = true;
-            if (!rs.isNull(QStringLiteral("FileActualDate")))
-                text = rs.text(QStringLiteral("FileActualDate"));
-            else if (!rs.isNull(QStringLiteral("File_DateUploaded")))
-                text = rs.text(QStringLiteral("File_DateUploaded"));
-            else
-                dated = false; // the file keeps the times the file system gave it
-            if (dated) {
-                const QDateTime when = fileDateFromRepositoryText(text);
-                // A file that cannot be opened keeps its times; that is not reported.
-                disk().setFileTime(paramFilePath, when);
-                result = true;
-            }
+// Runs on any thread (a parallel export's workers date their own files): it touches only the
+// connection it is given and the disk layer.
+bool Exporter::setDocumentDate(repo::Connection &cn, qint64 recId, const QString &filePath)
+{
+    const QString sql = repo::statements::documentDates(QString::number(recId));
+
+    repo::RecordSet rs = cn.execute(sql);
+    bool result = false;
+    if (rs.recordCount() >= 1 && !rs.eof()) {
+        QString text;
+        bool dated = true;
+        if (!rs.isNull(QStringLiteral("FileActualDate")))
+            text = rs.text(QStringLiteral("FileActualDate"));
+        else if (!rs.isNull(QStringLiteral("File_DateUploaded")))
+            text = rs.text(QStringLiteral("File_DateUploaded"));
+        else
+            dated = false; // the file keeps the times the file system gave it
+        if (dated) {
+            const QDateTime when = fileDateFromRepositoryText(text);
+            // A file that cannot be opened keeps its times; that is not reported.
+            m_disk->setFileTime(filePath, when);
+            result = true;
         }
-        rs.close();
-        return result;
-    });
+    }
+    rs.close();
+    return result;
 }

@@ -27,6 +27,7 @@ Backend::Backend(QStringList &errors) : m_errors(errors) {}
 
 Backend::~Backend()
 {
+    endStream();
     // Every handle on the Qt connection is gone by now (the subclasses' statements first).
     if (m_qtName.isEmpty())
         return;
@@ -70,6 +71,62 @@ RecordSet Backend::run(const QString &statement, DriverFailure (*describe)(const
     if (failure.number != 0)
         fail(failure);
     return rs;
+}
+
+BackendStream::BackendStream(Backend &backend) : m_backend(&backend)
+{
+    backend.endStream(); // one statement at a time on a connection
+    backend.m_stream = this;
+}
+
+BackendStream::~BackendStream()
+{
+    if (m_backend && m_backend->m_stream == this)
+        m_backend->m_stream = nullptr;
+}
+
+void BackendStream::raiseEnded() const
+{
+    HuntERR::raise(HuntERR::ERR_GENERAL,
+                   QStringLiteral("The value can no longer be read: its statement was closed before it was read to its end"),
+                   kProvider);
+}
+
+void Backend::endStream()
+{
+    if (!m_stream)
+        return;
+    BackendStream *stream = m_stream;
+    m_stream = nullptr;
+    stream->end();
+    stream->m_backend = nullptr;
+}
+
+StreamedRow Backend::executeStreamed(const QString &sql)
+{
+    const RecordSet rs = execute(sql);
+    StreamedRow row;
+    row.fields = leadingFields(rs);
+    const int last = int(rs.fieldNames().size()) - 1;
+    if (!rs.eof() && last >= 0 && !rs.valueAt(last).isNull())
+        row.value = std::make_unique<BytesReader>(rs.valueAt(last).toByteArray());
+    return row;
+}
+
+RecordSet leadingFields(const RecordSet &rs)
+{
+    RecordSet fields;
+    QStringList names = rs.fieldNames();
+    if (!names.isEmpty())
+        names.removeLast();
+    fields.setFields(names);
+    if (!rs.eof()) {
+        QVariantList row;
+        for (int c = 0; c < names.size(); ++c)
+            row.append(rs.valueAt(c));
+        fields.appendRow(std::move(row));
+    }
+    return fields;
 }
 
 // Every row of an executed statement into the record set; false when the driver failed on the way.

@@ -3,9 +3,11 @@
 // the two kinds of server, statements run on it, and failures raised with the numbers the
 // procedures react to. Connection holds one and only dispatches to it.
 
+#include "repository/connection.h"
 #include "repository/connectionstring.h"
 #include "repository/drivers.h"
 #include "repository/recordset.h"
+#include "repository/valuereader.h"
 
 #include <QSqlDatabase>
 #include <QStringList>
@@ -15,6 +17,26 @@
 class QSqlQuery;
 
 namespace repo {
+
+class Backend;
+
+// A value still being read on its backend's statement. The backend ends it before it runs
+// anything else or goes away; an ended stream raises when read.
+class BackendStream : public ValueReader {
+public:
+    explicit BackendStream(Backend &backend);
+    ~BackendStream() override;
+    // Lets go of the statement; further reads raise.
+    virtual void end() = 0;
+
+protected:
+    [[noreturn]] void raiseEnded() const;
+    Backend *backend() const { return m_backend; } // null once ended
+
+private:
+    Backend *m_backend;
+    friend class Backend;
+};
 
 // Where the errors say they come from, as the data-access layer names itself.
 extern const QString kProvider;
@@ -29,6 +51,11 @@ public:
     Backend &operator=(const Backend &) = delete;
 
     virtual RecordSet execute(const QString &sql) = 0;
+    // The statement's one row with its last column as a reader. This default reads the row whole;
+    // the servers that can read a value in pieces do so.
+    virtual StreamedRow executeStreamed(const QString &sql);
+    // Ends the value still being read, if any (before another statement, and before closing).
+    void endStream();
 
     [[noreturn]] void fail(qint32 number, const QString &description, const QStringList &messages = {});
     [[noreturn]] void fail(const DriverFailure &f) { fail(f.number, f.description, f.messages); }
@@ -43,11 +70,15 @@ protected:
     QStringList &m_errors;
 
 private:
+    friend class BackendStream;
     QString m_qtName;
+    BackendStream *m_stream = nullptr;
 };
 
 // Every row of an executed statement into the record set; false when the driver failed on the way.
 bool readRows(QSqlQuery &q, RecordSet &rs);
+// The record set's current row without its last column, as a one-row record set (none when eof).
+RecordSet leadingFields(const RecordSet &rs);
 
 std::unique_ptr<Backend> openSqlServer(const ConnectionString &cs, QStringList &errors);
 std::unique_ptr<Backend> openEmbeddedServer(const ConnectionString &cs, const QString &folder, QStringList &errors);

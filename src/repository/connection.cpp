@@ -4,6 +4,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QMutex>
 #include <QSettings>
 
 namespace repo {
@@ -39,11 +40,12 @@ void traceStatement(const QString &sql)
     const QString path = traceFile();
     if (path.isEmpty())
         return;
+    // Parallel exports trace from several threads: one whole line at a time.
+    static QMutex lock;
+    const QMutexLocker locked(&lock);
     QFile f(path);
-    if (f.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text)) {
-        f.write(sql.toUtf8());
-        f.write("\n");
-    }
+    if (f.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text))
+        f.write(sql.toUtf8() + '\n');
 }
 
 [[noreturn]] void raiseUnusable()
@@ -104,6 +106,8 @@ void Connection::open(const QString &connectionText)
 
 void Connection::close()
 {
+    if (d->backend)
+        d->backend->endStream();
     d->backend.reset();
 }
 
@@ -111,9 +115,20 @@ RecordSet Connection::execute(const QString &sql)
 {
     if (!d->backend)
         raiseUnusable();
+    d->backend->endStream();
     traceStatement(sql);
     d->errors.clear();
     return d->backend->execute(sql);
+}
+
+StreamedRow Connection::executeStreamed(const QString &sql)
+{
+    if (!d->backend)
+        raiseUnusable();
+    d->backend->endStream();
+    traceStatement(sql);
+    d->errors.clear();
+    return d->backend->executeStreamed(sql);
 }
 
 QStringList Connection::errorDescriptions() const

@@ -8,6 +8,7 @@
 #include "errors/hunterr.h"
 #include "repository/connectionstring.h"
 #include "repository/recordset.h"
+#include "repository/valuereader.h"
 
 #include <QString>
 #include <QStringList>
@@ -26,6 +27,12 @@ constexpr int adUseClient = 3;
 
 
 
+// One row whose last column is read in chunks (see Connection::executeStreamed).
+struct StreamedRow {
+    RecordSet fields;                    // the other columns; eof when the statement gave no row
+    std::unique_ptr<ValueReader> value;  // the last column; null when it is NULL or there is no row
+};
+
 class Connection : public HuntERR::DbObject {
 public:
     Connection();
@@ -40,6 +47,12 @@ public:
     void open(const QString &connectionText = {});
     void close();
     RecordSet execute(const QString &sql);
+    // Runs sql (sent and traced exactly as execute sends it) for its one row and hands back the
+    // row's other columns with a reader for its last column, so a document's bytes go to their
+    // file a chunk at a time and are never held whole. The reader keeps the statement open: it
+    // must be read or dropped before the connection runs anything else (a statement run
+    // meanwhile ends it, and it then raises when read).
+    StreamedRow executeStreamed(const QString &sql);
     bool isEmbedded() const;
 
     QString typeName() const override { return QStringLiteral("Connection"); }

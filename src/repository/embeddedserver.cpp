@@ -5,6 +5,7 @@
 #include "repository/backend.h"
 #include "repository/connection.h"
 #include "repository/sqladapt.h"
+#include "repository/sqliteblob.h"
 #include "repository/statementshapes.h"
 
 #include <QDir>
@@ -40,8 +41,10 @@ class EmbeddedServer final : public Backend {
 public:
     EmbeddedServer(QStringList &errors, const QString &folder) : Backend(errors), m_folder(folder) {}
 
+    ~EmbeddedServer() override;
     void open(const ConnectionString &cs);
     RecordSet execute(const QString &sql) override;
+    StreamedRow executeStreamed(const QString &sql) override;
 
 private:
     void checkLogin(const ConnectionString &cs);
@@ -61,7 +64,13 @@ private:
     // to run is sent again as written and reports through that path.
     std::unordered_map<QString, std::unique_ptr<QSqlQuery>> m_shapes;
     static constexpr size_t kMaxShapes = 32;
+    std::unique_ptr<SqliteBlobReader> m_blobs; // documents' bytes straight from the file
 };
+
+EmbeddedServer::~EmbeddedServer()
+{
+    endStream(); // a blob still open goes before the statements and the connection
+}
 
 void EmbeddedServer::checkLogin(const ConnectionString &cs)
 {
@@ -108,6 +117,8 @@ void EmbeddedServer::openFile(const QString &file, const QString &name)
     QSqlQuery probe(db);
     if (!probe.exec(QStringLiteral("select count(*) from sqlite_master")))
         refuse(probe.lastError());
+    if (!m_odbcFile)
+        m_blobs = std::make_unique<SqliteBlobReader>(db);
 }
 
 void EmbeddedServer::openServerCatalogue()
@@ -231,6 +242,27 @@ RecordSet EmbeddedServer::execute(const QString &sql)
     for (const CrossDatabaseName &name : adapted.crossNames)
         attach(name);
     return run(adapted.sql, sqliteFailure);
+}
+
+// A document's statement is run for where its value lies, and the value is read from there in
+// chunks. Anything that way cannot serve (the ODBC driver, an expression, a text value) is read
+// the plain way, which also reports every failure.
+StreamedRow EmbeddedServer::executeStreamed(const QString &sql)
+{
+    if (m_blobs && m_blobs->usable()) {
+        const ParameterizedStatement shape = parameterizeTSql(sql);
+        const QString key = shape.values.isEmpty() ? sql : shape.text;
+        const auto adapt = [&] {
+            const AdaptedStatement adapted = adaptTSqlForSqlite(key);
+            for (const CrossDatabaseName &name : adapted.crossNames)
+                attach(name); // as the statement sent as written would
+            return adapted.sql;
+        };
+        StreamedRow row;
+        if (m_blobs->stream(*this, key, adapt, shape.values, &row))
+            return row;
+    }
+    return Backend::executeStreamed(sql);
 }
 
 } // namespace

@@ -3,6 +3,10 @@
 
 #include "repository/backend.h"
 #include "repository/connection.h"
+#include "repository/odbcvalue.h"
+
+#include <QSqlQuery>
+#include <QSqlRecord>
 
 namespace repo {
 
@@ -23,7 +27,43 @@ public:
     }
 
     RecordSet execute(const QString &sql) override { return run(sql, sqlServerFailure); }
+    StreamedRow executeStreamed(const QString &sql) override;
 };
+
+// Qt's ODBC driver reads a row's columns only when asked, in order: the leading columns are read
+// through it, the last one is left to SQLGetData on the statement's own handle.
+StreamedRow OdbcServer::executeStreamed(const QString &sql)
+{
+    auto q = std::make_unique<QSqlQuery>(database());
+    q->setForwardOnly(true);
+    const auto failed = [&] {
+        const DriverFailure f = sqlServerFailure(q->lastError(), false);
+        q.reset();
+        fail(f);
+    };
+    if (!q->exec(sql))
+        failed();
+    StreamedRow row;
+    const QSqlRecord record = q->record();
+    const int last = record.count() - 1;
+    QStringList names;
+    for (int c = 0; c < last; ++c)
+        names << record.fieldName(c);
+    row.fields.setFields(names);
+    if (last < 0)
+        return row;
+    if (!q->next()) {
+        if (q->lastError().isValid())
+            failed();
+        return row;
+    }
+    QVariantList values;
+    for (int c = 0; c < last; ++c)
+        values.append(q->isNull(c) ? QVariant() : q->value(c));
+    row.fields.appendRow(std::move(values));
+    row.value = odbcValueStream(*this, std::move(q), last);
+    return row;
+}
 
 } // namespace
 

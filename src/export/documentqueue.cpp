@@ -1,0 +1,234 @@
+#include "export/documentqueue.h"
+
+#include "names/filenames.h"
+
+#include <QHash>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <exception>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace {
+
+enum class State { Queued, Taken, Done };
+
+struct Slot {
+    DocumentJob job;
+    DocumentOutcome outcome;
+    State state = State::Queued;
+};
+
+// Everything a job may write, as the walk compares names: letter case never matters here, so
+// a document is waited for whenever it might stand in the way on any file system.
+QStringList possibleFiles(const DocumentJob &job)
+{
+    QStringList keys;
+    const QString base = job.folder + pathSeparator();
+    if (!job.fileName.isEmpty())
+        keys << (base + job.fileName).toCaseFolded();
+    if (job.fallbackFree)
+        keys << (base + job.fallbackName).toCaseFolded();
+    return keys;
+}
+
+} // namespace
+
+struct DocumentQueue::Impl {
+    int jobs = 1;
+    QString connectionText;
+    repo::Connection &own;
+    Work work;
+    Retire retire;
+    Progress progress;
+
+    std::mutex lock;
+    std::condition_variable wake; // workers: a job is queued, or stop
+    std::condition_variable done; // walk: a job is done, or a worker gave up
+    std::deque<Slot *> queued;    // not yet taken, oldest first
+    int alive = 0;                // workers that may still take jobs
+    bool stopping = false;
+    std::vector<std::thread> threads;
+
+    // The walk's own (only its thread touches these).
+    std::deque<std::unique_ptr<Slot>> out; // handed out, not yet taken back, in order
+    QHash<QString, int> outFiles;          // possibleFiles of every job out
+    std::atomic<qint64> inFlight{0};       // bytes streamed for jobs out
+
+    Impl(repo::Connection &c) : own(c) {}
+
+    void runWorker()
+    {
+        repo::Connection cn;
+        bool connected = true;
+        try {
+            cn.open(connectionText);
+        } catch (...) {
+            connected = false; // the walk does the jobs itself when no worker could connect
+        }
+        std::unique_lock<std::mutex> held(lock);
+        if (!connected) {
+            --alive;
+            done.notify_all();
+            return;
+        }
+        for (;;) {
+            wake.wait(held, [&] { return stopping || !queued.empty(); });
+            if (queued.empty())
+                break;
+            Slot *slot = queued.front();
+            queued.pop_front();
+            slot->state = State::Taken;
+            held.unlock();
+            DocumentOutcome outcome = work(slot->job, cn, [this](qint64 n) { inFlight += n; });
+            held.lock();
+            slot->outcome = std::move(outcome);
+            slot->state = State::Done;
+            done.notify_all();
+        }
+        --alive;
+        held.unlock();
+        cn.close(); // in the thread that opened it, as Qt's connections want
+    }
+
+    void doHere(Slot *slot)
+    {
+        slot->outcome = work(slot->job, own, [this](qint64 n) {
+            inFlight += n;
+            if (progress)
+                progress(inFlight);
+        });
+        slot->state = State::Done;
+    }
+
+    // Waits for the oldest job out and takes it back.
+    void retireFront()
+    {
+        Slot *slot = out.front().get();
+        {
+            std::unique_lock<std::mutex> held(lock);
+            while (slot->state != State::Done) {
+                if (slot->state == State::Queued && alive == 0) {
+                    // No worker left to take it: the walk's own connection does it.
+                    for (auto it = queued.begin(); it != queued.end(); ++it) {
+                        if (*it == slot) {
+                            queued.erase(it);
+                            break;
+                        }
+                    }
+                    slot->state = State::Taken;
+                    held.unlock();
+                    doHere(slot);
+                    held.lock();
+                    break;
+                }
+                if (done.wait_for(held, std::chrono::milliseconds(100)) == std::cv_status::timeout && progress) {
+                    held.unlock();
+                    progress(inFlight); // a large document shows its progress while it is written
+                    held.lock();
+                }
+            }
+        }
+        std::unique_ptr<Slot> taken = std::move(out.front());
+        out.pop_front();
+        for (const QString &key : possibleFiles(taken->job)) {
+            if (--outFiles[key] <= 0)
+                outFiles.remove(key);
+        }
+        inFlight -= taken->outcome.streamed;
+        retire(taken->job, taken->outcome);
+    }
+
+    bool frontDone()
+    {
+        if (out.empty())
+            return false;
+        std::lock_guard<std::mutex> held(lock);
+        return out.front()->state == State::Done;
+    }
+};
+
+DocumentQueue::DocumentQueue(int jobs, const QString &connectionText, repo::Connection &own, Work work, Retire retire,
+                             Progress progress)
+    : d(std::make_unique<Impl>(own))
+{
+    d->jobs = qMax(1, jobs);
+    d->connectionText = connectionText;
+    d->work = std::move(work);
+    d->retire = std::move(retire);
+    d->progress = std::move(progress);
+    if (d->jobs > 1) {
+        d->alive = d->jobs;
+        for (int i = 0; i < d->jobs; ++i)
+            d->threads.emplace_back([this] { d->runWorker(); });
+    }
+}
+
+DocumentQueue::~DocumentQueue()
+{
+    // Normally everything was taken back; when the walk was cut short, what is still out is
+    // finished by the workers and dropped.
+    if (std::uncaught_exceptions() == 0) {
+        try {
+            drain();
+        } catch (...) {
+        }
+    }
+    {
+        std::lock_guard<std::mutex> held(d->lock);
+        d->stopping = true;
+    }
+    d->wake.notify_all();
+    for (std::thread &t : d->threads)
+        t.join();
+}
+
+int DocumentQueue::workers() const
+{
+    return int(d->threads.size());
+}
+
+void DocumentQueue::submit(DocumentJob job)
+{
+    auto slot = std::make_unique<Slot>();
+    slot->job = std::move(job);
+    if (d->threads.empty()) {
+        d->doHere(slot.get());
+        d->inFlight -= slot->outcome.streamed;
+        d->retire(slot->job, slot->outcome);
+        return;
+    }
+    for (const QString &key : possibleFiles(slot->job))
+        ++d->outFiles[key];
+    {
+        std::lock_guard<std::mutex> held(d->lock);
+        d->queued.push_back(slot.get());
+    }
+    d->out.push_back(std::move(slot));
+    d->wake.notify_one();
+    // Take back what is done already; keep the walk from running far ahead of the workers.
+    while (d->frontDone())
+        d->retireFront();
+    const size_t limit = size_t(4 * d->jobs + 8);
+    while (d->out.size() >= limit)
+        d->retireFront();
+}
+
+void DocumentQueue::settle(const QString &path)
+{
+    if (d->outFiles.isEmpty())
+        return;
+    const QString key = path.toCaseFolded();
+    while (d->outFiles.contains(key) && !d->out.empty())
+        d->retireFront();
+}
+
+void DocumentQueue::drain()
+{
+    while (!d->out.empty())
+        d->retireFront();
+}

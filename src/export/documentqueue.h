@@ -1,0 +1,69 @@
+#pragma once
+// Documents fetched and written while the walk goes on. The walk decides everything that decides
+// a name (directory order, names, collision suffixes) and hands each document over as a job;
+// workers, each on a connection of its own, run the document's statement, stream its bytes to the
+// file and date it; the walk then takes the outcomes back strictly in the order it handed the
+// jobs out and does the bookkeeping (counts, log lines, the error trail) itself. So the disk and
+// the log come out the same for any number of workers.
+// With one job there are no threads: each document is done on the walk's own connection at once.
+
+#include "repository/connection.h"
+
+#include <QString>
+
+#include <exception>
+#include <functional>
+#include <memory>
+
+// One document as the walk hands it over.
+struct DocumentJob {
+    qint64 recId = 0;
+    QString folder;       // the directory it goes to
+    QString listedTitle;  // File_Description as the folder's listing gave it (status line)
+    QString fileName;     // its name under its title, ext included; "" when the title cannot be one
+    QString fallbackName; // "[id].ext"
+    bool fallbackFree = false; // it can be a file name and this run has not written it
+};
+
+// What became of it. Errors are kept as they were raised, for the walk to hand to the error trail.
+struct DocumentOutcome {
+    QString description;           // File_Description as the document's own statement gave it
+    std::exception_ptr readError;  // the statement failed, gave no row or no bytes: nothing written
+    std::exception_ptr writeError; // the file could not be written under its title (not a name problem)
+    bool fellBack = false;         // the title could not be a file name here
+    std::exception_ptr fallbackError;
+    QString written; // the file written; "" when none
+    qint64 bytes = 0;
+    qint64 streamed = 0; // bytes read from the repository on the way (told as progress)
+    std::exception_ptr dateError;
+};
+
+class DocumentQueue {
+public:
+    // Does one job on a connection; calls counted with each piece of bytes as it passes. Never throws.
+    using Counted = std::function<void(qint64 bytes)>;
+    using Work = std::function<DocumentOutcome(const DocumentJob &, repo::Connection &, const Counted &counted)>;
+    // Takes one outcome back, on the walk's thread, in the order the jobs were handed out.
+    using Retire = std::function<void(const DocumentJob &, DocumentOutcome &)>;
+    // Told, on the walk's thread, of the bytes written for documents not yet taken back.
+    using Progress = std::function<void(qint64 bytesInFlight)>;
+
+    // jobs > 1: that many workers, each opening a connection with connectionText; own is the
+    // walk's connection (used for every job when jobs is 1, or when no worker could connect).
+    DocumentQueue(int jobs, const QString &connectionText, repo::Connection &own, Work work, Retire retire,
+                  Progress progress);
+    ~DocumentQueue(); // every job taken back first
+    DocumentQueue(const DocumentQueue &) = delete;
+    DocumentQueue &operator=(const DocumentQueue &) = delete;
+
+    void submit(DocumentJob job);
+    // Takes outcomes back until no job still out may write path (full path, any letter case).
+    void settle(const QString &path);
+    // Takes every outcome back.
+    void drain();
+    int workers() const;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> d;
+};
