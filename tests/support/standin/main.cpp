@@ -2,6 +2,7 @@
 // the benchmark can sign in through the real FreeTDS ODBC driver. Test support only.
 //
 //   sqlserver-standin --port N --server DIR [--latency-ms MS] [--max-seconds S] [--no-stdin] [--log]
+//                     [--cut-replies-over BYTES]
 //
 // Port 0 takes a free port. The port listened on is printed as "port N" on its own line. The
 // stand-in ends by itself when its standard input closes (the test that started it has gone),
@@ -80,7 +81,10 @@ int main(int argc, char *argv[])
                                       QStringLiteral("S"), QStringLiteral("1800"));
     const QCommandLineOption noStdin(QStringLiteral("no-stdin"), QStringLiteral("Do not end when stdin closes."));
     const QCommandLineOption log(QStringLiteral("log"), QStringLiteral("Every request on stderr."));
-    parser.addOptions({port, server, latency, lifetime, noStdin, log});
+    const QCommandLineOption cut(QStringLiteral("cut-replies-over"),
+                                 QStringLiteral("Drop the connection part way through any reply longer than this."),
+                                 QStringLiteral("BYTES"), QStringLiteral("0"));
+    parser.addOptions({port, server, latency, lifetime, noStdin, log, cut});
     parser.process(app);
 
     bool portOk = false;
@@ -96,6 +100,7 @@ int main(int argc, char *argv[])
     options.folder = QDir(folder).absolutePath();
     options.latencyMs = qMax(0, parser.value(latency).toInt());
     options.log = parser.isSet(log);
+    options.cutRepliesOver = qMax<qint64>(0, parser.value(cut).toLongLong());
 
     Server listener(options);
     if (!listener.listen(QHostAddress::LocalHost, quint16(portNumber))) {

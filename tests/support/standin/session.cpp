@@ -136,6 +136,21 @@ bool Session::reply(const QByteArray &tokens)
     if (m_options.latencyMs > 0)
         QThread::msleep(m_options.latencyMs);
     const int room = m_packetSize - kHeaderSize;
+    const qint64 cut = m_options.cutRepliesOver;
+    if (cut > 0 && tokens.size() > cut) {
+        log(QStringLiteral("reply of %1 bytes cut after %2; connection dropped").arg(tokens.size()).arg(cut));
+        for (qsizetype at = 0; at < cut; at += room) {
+            const qsizetype n = qMin<qsizetype>(room, cut - at);
+            char header[kHeaderSize] = {char(kReply), 0, 0, 0, 0, 0, char(1 + at / room), 0};
+            qToBigEndian(quint16(n + kHeaderSize), header + 2);
+            qToBigEndian(m_spid, header + 4);
+            m_socket->write(header, kHeaderSize);
+            m_socket->write(tokens.constData() + at, n);
+        }
+        m_socket->waitForBytesWritten(2000);
+        m_socket->abort();
+        return false;
+    }
     qsizetype at = 0;
     quint8 packetId = 1;
     do {

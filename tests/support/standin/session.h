@@ -18,6 +18,9 @@ struct Options {
     QString folder;     // the embedded server folder
     int latencyMs = 0;  // delay before every reply
     bool log = false;   // every request on stderr
+    // Tests: a reply longer than this many bytes is sent only this far, then the connection is
+    // dropped, as a server that goes away in the middle of a document (0: never).
+    qint64 cutRepliesOver = 0;
 };
 
 class Session {

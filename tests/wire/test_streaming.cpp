@@ -1,0 +1,322 @@
+// Documents streamed to their files, one at a time and several at once (export --jobs), on the
+// embedded server and through FreeTDS to the SQL Server stand-in. The built executable is run as
+// a person runs it. The repository is the demo with documents added for this: one exactly a
+// chunk long and one several chunks long, titles that clean alike with a failing document among
+// them, a title that cannot be a file name and one that takes its fallback name.
+
+#include "repository/connection.h"
+#include "testsupport.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QRandomGenerator>
+#include <QSettings>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QTemporaryDir>
+#include <QtTest>
+
+namespace {
+
+constexpr qint64 kChunk = 1024 * 1024; // what the disk layer reads and writes at a time
+constexpr qint64 kLarge = 3 * kChunk + 17;
+constexpr qint64 kDocs = 7; // the demo's "Docs" folder
+
+QByteArray noise(qint64 size, quint32 seed)
+{
+    QByteArray b(size, Qt::Uninitialized);
+    QRandomGenerator g(seed);
+    for (qint64 i = 0; i < size; ++i)
+        b[i] = char(g.generate() & 0xff);
+    return b;
+}
+
+struct Doc {
+    qint64 id;
+    const char *file, *title;
+    qint64 size; // -1: no bytes stored (the document fails)
+};
+
+// In title order within each equal title, by id (the order SQLite lists them in).
+const Doc kAdded[] = {
+    {3001, "exact.bin", "Chunk exact", kChunk},
+    {3002, "large.bin", "Chunk plus", kLarge},
+    {3003, "a.txt", "Clash", 100},
+    {3004, "b.txt", "Clash", -1}, // fails: the next "Clash" still gets the suffix of its own id
+    {3005, "c.txt", "Clash", 200},
+    {3006, "d.txt", "Clash", 300},
+    {3007, "long.bin", nullptr, 10},   // a title far longer than a file name: "[3007].bin" ...
+    {3008, "taken.bin", "[3007]", 20}, // ... which this one, sorted before it, already took
+};
+
+QString longTitle()
+{
+    return QString(300, QLatin1Char('L'));
+}
+
+bool addDocuments(const QString &server, QString *error)
+{
+    const QString name = QStringLiteral("streaming-fixture");
+    bool ok = true;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), name);
+        db.setDatabaseName(server + QStringLiteral("/Acme.sqlite"));
+        ok = db.open();
+        QSqlQuery q(db);
+        for (const Doc &d : kAdded) {
+            if (!ok)
+                break;
+            q.prepare(QStringLiteral("insert into zar_file (rec_id, folder_rec_id, File_Name, File_Description, "
+                                     "FileActualDate, file_data) values (?, ?, ?, ?, '2017-04-05 06:07:08.000', ?)"));
+            q.addBindValue(d.id);
+            q.addBindValue(kDocs);
+            q.addBindValue(QString::fromLatin1(d.file));
+            q.addBindValue(d.title ? QString::fromLatin1(d.title) : longTitle());
+            q.addBindValue(d.size < 0 ? QVariant(QMetaType::fromType<QByteArray>()) : QVariant(noise(d.size, quint32(d.id))));
+            ok = q.exec();
+            q.prepare(QStringLiteral("insert into zar_fileLive (rec_id) values (?)"));
+            q.addBindValue(d.id);
+            ok = ok && q.exec();
+            if (!ok)
+                *error = q.lastError().text();
+        }
+        q = QSqlQuery();
+        db.close();
+    }
+    QSqlDatabase::removeDatabase(name);
+    return ok;
+}
+
+bool freeTdsRegistered()
+{
+    if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QODBC")))
+        return false;
+    for (const QString &ini : {QStringLiteral("/etc/odbcinst.ini"), QStringLiteral("/usr/local/etc/odbcinst.ini")})
+        if (QSettings(ini, QSettings::IniFormat).childGroups().contains(QStringLiteral("FreeTDS")))
+            return true;
+    return false;
+}
+
+// Every directory and file below dir: relative path, size, SHA-256 and the modification time
+// taken from the repository ("undated" for a file written after since, which kept its own).
+QStringList treeOf(const QString &dir, const QDateTime &since)
+{
+    QStringList out;
+    QDirIterator it(dir, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        const QFileInfo info(path);
+        const QString rel = QDir(dir).relativeFilePath(path);
+        if (info.isDir()) {
+            out << rel + u'/';
+            continue;
+        }
+        QFile f(path);
+        if (!f.open(QIODevice::ReadOnly))
+            return {QStringLiteral("unreadable ") + rel};
+        QCryptographicHash h(QCryptographicHash::Sha256);
+        h.addData(&f);
+        out << QStringLiteral("%1 %2 %3 %4")
+                   .arg(rel)
+                   .arg(info.size())
+                   .arg(QString::fromLatin1(h.result().toHex().left(16)))
+                   .arg(info.lastModified() < since ? QString::number(info.lastModified().toMSecsSinceEpoch())
+                                                     : QStringLiteral("undated"));
+    }
+    out.sort();
+    return out;
+}
+
+struct Run {
+    int exitCode = -1;
+    QString err;
+    QString out;
+    QStringList tree;
+    QString log; // with the run's own folder taken out
+};
+
+} // namespace
+
+class TestStreaming : public QObject {
+    Q_OBJECT
+
+    QTemporaryDir m_tmp;
+    QString m_folder;
+    QProcess m_standin;
+    QProcess m_cutting; // drops the connection part way through any reply over 2 MiB
+    QString m_wire, m_cutWire;
+    QDateTime m_started;
+
+    bool startStandin(QProcess &p, const QStringList &extra, QString *server)
+    {
+        QString program = qEnvironmentVariable("PARCELWISE_STANDIN");
+        if (program.isEmpty())
+            program = QCoreApplication::applicationDirPath() + QStringLiteral("/sqlserver-standin");
+        p.setProgram(program);
+        p.setArguments(QStringList{QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--server"), m_folder,
+                                   QStringLiteral("--max-seconds"), QStringLiteral("900")}
+                       + extra);
+        p.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        p.start();
+        if (!p.waitForStarted(10000))
+            return false;
+        while (!p.canReadLine())
+            if (!p.waitForReadyRead(10000))
+                return false;
+        const QByteArray line = p.readLine().trimmed();
+        *server = QStringLiteral("127.0.0.1,%1").arg(QString::fromLatin1(line.mid(5)));
+        return line.startsWith("port ");
+    }
+
+    Run exportRun(const QString &server, const QString &name, const QStringList &extra)
+    {
+        Run r;
+        const QString base = m_tmp.filePath(name);
+        const QString dest = base + QStringLiteral("/out");
+        const QString logs = base + QStringLiteral("/logs");
+        QDir().mkpath(logs);
+        QProcess p;
+        p.setProgram(qEnvironmentVariable("PARCELWISE_EXE"));
+        p.setArguments(QStringList{QStringLiteral("export"), QStringLiteral("--server"), server, QStringLiteral("--user"),
+                                   QStringLiteral("demo"), QStringLiteral("--database"), QStringLiteral("Acme"),
+                                   QStringLiteral("--dest"), dest, QStringLiteral("--log-dir"), logs,
+                                   QStringLiteral("--no-progress")}
+                       + extra);
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("PARCELWISE_PASSWORD"), QString());
+        env.insert(QStringLiteral("PARCELWISE_ODBC_DRIVER"), QStringLiteral("FreeTDS"));
+        env.insert(QStringLiteral("TZ"), QStringLiteral("UTC"));
+        p.setProcessEnvironment(env);
+        p.start();
+        if (!p.waitForFinished(300000))
+            return r;
+        r.exitCode = p.exitCode();
+        r.out = QString::fromUtf8(p.readAllStandardOutput()).replace(base, QStringLiteral("RUN"));
+        r.err = QString::fromUtf8(p.readAllStandardError());
+        r.tree = treeOf(dest, m_started);
+        for (const QFileInfo &log : QDir(logs).entryInfoList(QDir::Files)) {
+            QFile f(log.filePath());
+            if (f.open(QIODevice::ReadOnly))
+                r.log += QString::fromUtf8(f.readAll()).replace(base, QStringLiteral("RUN"));
+        }
+        return r;
+    }
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void sameForEveryNumberOfJobs_data();
+    void sameForEveryNumberOfJobs();
+    void interruptedRead();
+};
+
+void TestStreaming::initTestCase()
+{
+    QVERIFY(m_tmp.isValid());
+    m_started = QDateTime::currentDateTime().addSecs(-1);
+    QVERIFY2(!qEnvironmentVariable("PARCELWISE_EXE").isEmpty(), "PARCELWISE_EXE names the built executable");
+    QString error;
+    m_folder = writeDemo(m_tmp.path(), &error);
+    QVERIFY2(!m_folder.isEmpty(), qPrintable(error));
+    QVERIFY2(addDocuments(m_folder, &error), qPrintable(error));
+    if (freeTdsRegistered()) {
+        QVERIFY2(startStandin(m_standin, {}, &m_wire), "the stand-in did not start");
+        QVERIFY2(startStandin(m_cutting, {QStringLiteral("--cut-replies-over"), QString::number(2 * kChunk)}, &m_cutWire),
+                 "the cutting stand-in did not start");
+    }
+}
+
+void TestStreaming::cleanupTestCase()
+{
+    for (QProcess *p : {&m_standin, &m_cutting}) {
+        if (p->state() != QProcess::NotRunning) {
+            p->closeWriteChannel(); // its cue to end
+            if (!p->waitForFinished(10000))
+                p->kill();
+        }
+    }
+}
+
+void TestStreaming::sameForEveryNumberOfJobs_data()
+{
+    QTest::addColumn<bool>("wire");
+    QTest::addColumn<QString>("embeddedDriver");
+    QTest::newRow("embedded server") << false << QString();
+    QTest::newRow("embedded server, SQLite through ODBC") << false << QStringLiteral("odbc");
+    QTest::newRow("SQL Server stand-in") << true << QString();
+}
+
+void TestStreaming::sameForEveryNumberOfJobs()
+{
+    QFETCH(bool, wire);
+    QFETCH(QString, embeddedDriver);
+    if (wire && m_wire.isEmpty())
+        QSKIP("FreeTDS's ODBC driver is not registered (scripts/setup.sh installs tdsodbc)");
+    if (!embeddedDriver.isEmpty()) {
+        if (!QSettings(QStringLiteral("/etc/odbcinst.ini"), QSettings::IniFormat).childGroups().contains(QStringLiteral("SQLite3")))
+            QSKIP("the SQLite3 ODBC driver is not registered");
+        qputenv("PARCELWISE_EMBEDDED_DRIVER", embeddedDriver.toUtf8());
+    }
+    const QString server = wire ? m_wire : m_folder;
+    const QString tag = QString::fromLatin1(QTest::currentDataTag()).replace(u' ', u'-').remove(u',');
+    const Run one = exportRun(server, tag + QStringLiteral("-1"), {QStringLiteral("--all"), QStringLiteral("--jobs"), QStringLiteral("1")});
+    const Run four = exportRun(server, tag + QStringLiteral("-4"), {QStringLiteral("--all"), QStringLiteral("--jobs"), QStringLiteral("4")});
+    const Run dry = exportRun(server, tag + QStringLiteral("-dry"), {QStringLiteral("--all"), QStringLiteral("--jobs"), QStringLiteral("4"), QStringLiteral("--dry-run")});
+    qunsetenv("PARCELWISE_EMBEDDED_DRIVER");
+
+    QCOMPARE(one.exitCode, 1); // the documents without bytes or a name are logged
+    QCOMPARE(four.exitCode, 1);
+    QCOMPARE(four.tree, one.tree);
+    QCOMPARE(four.log, one.log);
+    QCOMPARE(four.err.section(u',', 0, 3), one.err.section(u',', 0, 3)); // the summary's counts
+
+    // What the names came to, and the bytes, whole, at and across the chunk size.
+    const QStringList expected = {
+        QStringLiteral("Docs/Chunk exact.bin %1 ").arg(kChunk) + QString::fromLatin1(QCryptographicHash::hash(noise(kChunk, 3001), QCryptographicHash::Sha256).toHex().left(16)),
+        QStringLiteral("Docs/Chunk plus.bin %1 ").arg(kLarge) + QString::fromLatin1(QCryptographicHash::hash(noise(kLarge, 3002), QCryptographicHash::Sha256).toHex().left(16)),
+        QStringLiteral("Docs/Clash.txt 100 "),
+        QStringLiteral("Docs/Clash [3005].txt 200 "),
+        QStringLiteral("Docs/Clash [3006].txt 300 "),
+        QStringLiteral("Docs/[3007].bin 20 "), // "[3007]" sorts first and takes the name
+    };
+    for (const QString &file : expected)
+        QVERIFY2(!one.tree.filter(file).isEmpty(), qPrintable(file + QStringLiteral(" missing from\n") + one.tree.join(u'\n')));
+    QVERIFY(one.tree.filter(QStringLiteral("Docs/Clash [3004]")).isEmpty());
+    QVERIFY2(one.log.contains(QStringLiteral("File ID: 3004 , File Name: Clash ,")), qPrintable(one.log));
+    // The long title's fallback name was taken by then: logged, nothing written for it.
+    QVERIFY2(one.log.contains(QStringLiteral("File ID: 3007 , File Name: LLLL")), qPrintable(one.log));
+    QCOMPARE(one.tree.filter(QStringLiteral("Docs/[3007]")).size(), 1);
+    // Dated from the repository (TZ=UTC): 2017-04-05 06:07:08.
+    const QString dated = QString::number(QDateTime(QDate(2017, 4, 5), QTime(6, 7, 8), Qt::UTC).toMSecsSinceEpoch());
+    QVERIFY(one.tree.filter(QStringLiteral("Chunk plus.bin %1 ").arg(kLarge)).value(0).endsWith(u' ' + dated));
+
+    // A dry run still knows every size without reading the bytes.
+    QCOMPARE(dry.exitCode, 1);
+    QVERIFY2(dry.out.contains(QStringLiteral("Chunk plus.bin  (%1 bytes)").arg(kLarge)), qPrintable(dry.out));
+    QVERIFY(dry.tree.isEmpty());
+}
+
+// The server goes away in the middle of a document: the document is logged, and no file (whole
+// or torn) stands under its name.
+void TestStreaming::interruptedRead()
+{
+    if (m_cutWire.isEmpty())
+        QSKIP("FreeTDS's ODBC driver is not registered (scripts/setup.sh installs tdsodbc)");
+    for (const QString &jobs : {QStringLiteral("1"), QStringLiteral("4")}) {
+        const Run r = exportRun(m_cutWire, QStringLiteral("cut-") + jobs,
+                                {QStringLiteral("--folder"), QStringLiteral("Docs"), QStringLiteral("--jobs"), jobs});
+        QCOMPARE(r.exitCode, 1);
+        QVERIFY2(r.log.contains(QStringLiteral("File ID: 3002 , ")), qPrintable(r.log));
+        QVERIFY2(r.tree.filter(QStringLiteral("Chunk plus")).isEmpty(), qPrintable(r.tree.join(u'\n')));
+        // What came before it is there, whole.
+        QVERIFY2(!r.tree.filter(QStringLiteral("Docs/Chunk exact.bin %1 ").arg(kChunk)).isEmpty(), qPrintable(r.tree.join(u'\n')));
+    }
+}
+
+QTEST_GUILESS_MAIN(TestStreaming)
+#include "test_streaming.moc"
