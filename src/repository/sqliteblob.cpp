@@ -29,7 +29,7 @@ QString locatingText(const QString &sql)
     int depth = 0;
     qsizetype itemStart = -1, from = -1, offset = 0;
     QList<qsizetype> starts;
-    for (qsizetype i = 0; i < tokens.size(); ++i) {
+    for (qsizetype i = 0; i < tokens.size() && from < 0; ++i) {
         starts << offset;
         const tsql::Token &t = tokens.at(i);
         offset += t.text.size();
@@ -39,7 +39,7 @@ QString locatingText(const QString &sql)
             --depth;
         else if (depth == 0 && t.kind == tsql::Kind::Comma)
             itemStart = i + 1;
-        else if (depth == 0 && t.kind == tsql::Kind::Word && t.text.compare(u"from", Qt::CaseInsensitive) == 0 && from < 0)
+        else if (depth == 0 && t.kind == tsql::Kind::Word && t.text.compare(u"from", Qt::CaseInsensitive) == 0)
             from = i;
     }
     if (itemStart < 0 || from < 0 || itemStart > from)
