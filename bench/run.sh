@@ -257,7 +257,7 @@ if [ "$HUGE" = 1 ]; then
     for run in $(seq 1 "$RUNS"); do
         note "the $HUGE_BYTES-byte document, run $run of $RUNS"
         step huge huge_export "$work/huge$run"
-        grep -q " 1 documents, $HUGE_BYTES bytes " "$work/huge$run.summary" \
+        [ "$(stat -c %s "$work/huge$run/Docs/Huge document.bin" 2>/dev/null)" = "$HUGE_BYTES" ] \
             || die "the huge document was not exported: $(cat "$work/huge$run.summary")"
     done
 fi

@@ -170,9 +170,10 @@ DocumentQueue::DocumentQueue(int jobs, const QString &connectionText, repo::Conn
 
 DocumentQueue::~DocumentQueue()
 {
-    // Normally everything was taken back; when the walk was cut short, what is still out is
-    // finished by the workers and dropped.
-    if (std::uncaught_exceptions() == 0) {
+    // Normally everything was taken back; when the walk was cut short by an exception, the
+    // workers finish the documents they hold and the rest is dropped.
+    const bool abandoned = std::uncaught_exceptions() > 0;
+    if (!abandoned) {
         try {
             drain();
         } catch (...) {
@@ -181,6 +182,8 @@ DocumentQueue::~DocumentQueue()
     {
         std::lock_guard<std::mutex> held(d->lock);
         d->stopping = true;
+        if (abandoned)
+            d->queued.clear(); // nobody will take these back
     }
     d->wake.notify_all();
     for (std::thread &t : d->threads)

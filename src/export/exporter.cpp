@@ -84,7 +84,12 @@ ExportResult Exporter::run(const ExportOptions &options)
             if (m_options.observer)
                 m_options.observer->documentBytes(inFlight);
         });
-    CopyCheckedFolders();
+    try {
+        CopyCheckedFolders();
+    } catch (...) {
+        m_documents.reset(); // stops the workers before anything they use goes away
+        throw;
+    }
     m_documents->drain();
     m_documents.reset();
 
