@@ -4,6 +4,7 @@
 
 #include <QHash>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -22,6 +23,17 @@ struct Slot {
     DocumentOutcome outcome;
     State state = State::Queued;
 };
+
+struct Listing {
+    QString sql;
+    repo::RecordSet rs;
+    std::exception_ptr error;
+    State state = State::Queued;
+};
+
+// Statements sent ahead and not yet taken: enough for the children of a wide folder to be on
+// their way while the walk writes the first of them.
+constexpr qsizetype kMaxListings = 256;
 
 // Everything a job may write, as the walk compares names: letter case never matters here, so
 // a document is waited for whenever it might stand in the way on any file system.
@@ -50,6 +62,7 @@ struct DocumentQueue::Impl {
     std::condition_variable wake; // workers: a job is queued, or stop
     std::condition_variable done; // walk: a job is done, or a worker gave up
     std::deque<Slot *> queued;    // not yet taken, oldest first
+    std::deque<std::shared_ptr<Listing>> listingsQueued; // taken before documents: the walk waits for them
     int alive = 0;                // workers that may still take jobs
     bool stopping = false;
     std::vector<std::thread> threads;
@@ -57,6 +70,7 @@ struct DocumentQueue::Impl {
     // The walk's own (only its thread touches these).
     std::deque<std::unique_ptr<Slot>> out; // handed out, not yet taken back, in order
     QHash<QString, int> outFiles;          // possibleFiles of every job out
+    QHash<QString, std::shared_ptr<Listing>> listings; // sent ahead, by statement
     std::atomic<qint64> inFlight{0};       // bytes streamed for jobs out
 
     Impl(repo::Connection &c) : own(c) {}
@@ -77,7 +91,18 @@ struct DocumentQueue::Impl {
             return;
         }
         for (;;) {
-            wake.wait(held, [&] { return stopping || !queued.empty(); });
+            wake.wait(held, [&] { return stopping || !queued.empty() || !listingsQueued.empty(); });
+            if (!listingsQueued.empty()) {
+                const std::shared_ptr<Listing> listing = listingsQueued.front();
+                listingsQueued.pop_front();
+                listing->state = State::Taken;
+                held.unlock();
+                runListing(*listing, cn);
+                held.lock();
+                listing->state = State::Done;
+                done.notify_all();
+                continue;
+            }
             if (queued.empty())
                 break;
             Slot *slot = queued.front();
@@ -93,6 +118,15 @@ struct DocumentQueue::Impl {
         --alive;
         held.unlock();
         cn.close(); // in the thread that opened it, as Qt's connections want
+    }
+
+    static void runListing(Listing &listing, repo::Connection &cn)
+    {
+        try {
+            listing.rs = cn.execute(listing.sql);
+        } catch (...) {
+            listing.error = std::current_exception();
+        }
     }
 
     void doHere(Slot *slot)
@@ -219,6 +253,40 @@ void DocumentQueue::submit(DocumentJob job)
     const size_t limit = size_t(4 * d->jobs + 8);
     while (d->out.size() >= limit)
         d->retireFront();
+}
+
+void DocumentQueue::prefetch(const QString &sql)
+{
+    if (d->threads.empty() || d->listings.size() >= kMaxListings || d->listings.contains(sql))
+        return;
+    auto listing = std::make_shared<Listing>();
+    listing->sql = sql;
+    d->listings.insert(sql, listing);
+    {
+        std::lock_guard<std::mutex> held(d->lock);
+        d->listingsQueued.push_back(listing);
+    }
+    d->wake.notify_one();
+}
+
+repo::RecordSet DocumentQueue::execute(const QString &sql)
+{
+    const std::shared_ptr<Listing> listing = d->listings.take(sql);
+    if (!listing)
+        return d->own.execute(sql);
+    {
+        std::unique_lock<std::mutex> held(d->lock);
+        if (listing->state == State::Queued) {
+            // Not on its way yet: the walk sends it itself rather than wait for a worker.
+            d->listingsQueued.erase(std::find(d->listingsQueued.begin(), d->listingsQueued.end(), listing));
+            held.unlock();
+            return d->own.execute(sql);
+        }
+        d->done.wait(held, [&] { return listing->state == State::Done; });
+    }
+    if (listing->error)
+        std::rethrow_exception(listing->error);
+    return listing->rs;
 }
 
 void DocumentQueue::settle(const QString &path)

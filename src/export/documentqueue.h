@@ -6,6 +6,8 @@
 // jobs out and does the bookkeeping (counts, log lines, the error trail) itself. So the disk and
 // the log come out the same for any number of workers.
 // With one job there are no threads: each document is done on the walk's own connection at once.
+// With workers, the walk's own listings are also sent ahead on the workers' connections, so that
+// across a network the walk does not wait a round trip for every folder either.
 
 #include "repository/connection.h"
 
@@ -57,6 +59,12 @@ public:
     DocumentQueue &operator=(const DocumentQueue &) = delete;
 
     void submit(DocumentJob job);
+    // A statement the walk is about to send (a folder's listing): with workers, one of them sends
+    // it ahead on its connection while the walk is busy elsewhere.
+    void prefetch(const QString &sql);
+    // The statement's record set: the one sent ahead (waited for if it is on its way), else sent
+    // now on the walk's connection. Raises what sending it raised.
+    repo::RecordSet execute(const QString &sql);
     // Takes outcomes back until no job still out may write path (full path, any letter case).
     void settle(const QString &path);
     // Takes every outcome back.

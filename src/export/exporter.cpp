@@ -222,11 +222,12 @@ void Exporter::walkSubFolders(const QString &key, const QString &topPath, bool f
         const QString source = first ? QStringLiteral("FrmSendtofolder.CopySubFolders(key,parentPath)")
                                      : QStringLiteral("FrmSendtofolder.CopySubFoldersDeep(key,parentPath)");
         repo::RecordSet rs;
-        if (!HuntERR::resume(source, [&] { rs = m_signIn.cnDb().execute(childFoldersQuery(id, first)); })) {
+        if (!HuntERR::resume(source, [&] { rs = listing(childFoldersQuery(id, first)); })) {
             // Without the list the subfolders of this folder are lost: say which folder it was.
             logFailure(source, qint64(folderIdOfKey(id)), QString(), path, kFolderLine);
             return false;
         }
+        prefetchBelow(rs);
         stack.push_back({rs, path, source, {}});
         return true;
     };
@@ -251,6 +252,33 @@ void Exporter::walkSubFolders(const QString &key, const QString &topPath, bool f
             stack.back().rs.moveNext();
         }
     }
+}
+
+// Sends ahead what the walk will ask of each listed child, in the order it will ask.
+void Exporter::prefetchBelow(repo::RecordSet rs)
+{
+    if (!m_documents || m_documents->workers() == 0)
+        return;
+    QList<qint64> ids;
+    try {
+        for (rs.moveFirst(); !rs.eof(); rs.moveNext())
+            ids << recordId(rs);
+    } catch (...) {
+        // The walk meets whatever is wrong with the listing itself.
+    }
+    for (const qint64 id : std::as_const(ids)) {
+        const QString childId = QString::number(id);
+        if (m_signIn.blnArchive)
+            m_documents->prefetch(repo::statements::archivedBelowProbe(childId, m_signIn.strSelectedDb));
+        m_documents->prefetch(m_signIn.blnArchive ? repo::statements::archiveDocuments(childId, m_signIn.strSelectedDb)
+                                                  : repo::statements::liveDocuments(childId));
+        m_documents->prefetch(childFoldersQuery(childId, false));
+    }
+}
+
+repo::RecordSet Exporter::listing(const QString &sql)
+{
+    return m_documents ? m_documents->execute(sql) : m_signIn.cnDb().execute(sql);
 }
 
 void Exporter::folderDone(const QString &path)
@@ -279,8 +307,7 @@ QString Exporter::nextSubFolder(const repo::RecordSet &rs, const QString &parent
     if (m_signIn.blnArchive) {
         bool holdsArchived = false;
         if (!HuntERR::resume(source, [&] {
-                holdsArchived = m_signIn.cnDb()
-                                    .execute(repo::statements::archivedBelowProbe(QString::number(childId), m_signIn.strSelectedDb))
+                holdsArchived = listing(repo::statements::archivedBelowProbe(QString::number(childId), m_signIn.strSelectedDb))
                                     .recordCount()
                                 >= 1;
             }))
@@ -321,7 +348,7 @@ void Exporter::CopyFolderFiles(double folderId, const QString &path)
                                             : repo::statements::liveDocuments(id);
 
     repo::RecordSet rs;
-    if (!HuntERR::resume(source, [&] { rs = m_signIn.cnDb().execute(sql); })) {
+    if (!HuntERR::resume(source, [&] { rs = listing(sql); })) {
         // The folder's documents could not even be listed; the log is the only place the
         // person will learn that this directory is incomplete.
         const qsizetype cut = path.lastIndexOf(sep);

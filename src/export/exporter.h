@@ -114,6 +114,9 @@ private:
     QString nextSubFolder(const repo::RecordSet &rs, const QString &parentPath, const QString &source,
                           QSet<qint64> &listed);
     void folderDone(const QString &path);
+    // The walk's own statements, sent ahead by the workers when there are any.
+    void prefetchBelow(repo::RecordSet rs);
+    repo::RecordSet listing(const QString &sql);
     // The directory a folder gets below parent: its cleaned name unless that is no name or this
     // run already made it; then its id goes in.
     QString directoryFor(const QString &parent, const QString &cleaned, qint64 id);
