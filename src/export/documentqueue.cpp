@@ -255,10 +255,12 @@ void DocumentQueue::submit(DocumentJob job)
         d->retireFront();
 }
 
-void DocumentQueue::prefetch(const QString &sql)
+bool DocumentQueue::prefetch(const QString &sql)
 {
-    if (d->threads.empty() || d->listings.size() >= kMaxListings || d->listings.contains(sql))
-        return;
+    if (d->threads.empty() || d->listings.contains(sql))
+        return true;
+    if (d->listings.size() >= kMaxListings)
+        return false;
     auto listing = std::make_shared<Listing>();
     listing->sql = sql;
     d->listings.insert(sql, listing);
@@ -267,6 +269,18 @@ void DocumentQueue::prefetch(const QString &sql)
         d->listingsQueued.push_back(listing);
     }
     d->wake.notify_one();
+    return true;
+}
+
+void DocumentQueue::forget(const QString &sql)
+{
+    const std::shared_ptr<Listing> listing = d->listings.take(sql);
+    if (!listing)
+        return;
+    std::lock_guard<std::mutex> held(d->lock);
+    const auto it = std::find(d->listingsQueued.begin(), d->listingsQueued.end(), listing);
+    if (it != d->listingsQueued.end())
+        d->listingsQueued.erase(it); // one on its way finishes and is dropped
 }
 
 repo::RecordSet DocumentQueue::execute(const QString &sql)

@@ -61,7 +61,10 @@ public:
     void submit(DocumentJob job);
     // A statement the walk is about to send (a folder's listing): with workers, one of them sends
     // it ahead on its connection while the walk is busy elsewhere.
-    void prefetch(const QString &sql);
+    // false when enough statements are on their way already (try again later).
+    bool prefetch(const QString &sql);
+    // The walk will not ask for it after all.
+    void forget(const QString &sql);
     // The statement's record set: the one sent ahead (waited for if it is on its way), else sent
     // now on the walk's connection. Raises what sending it raised.
     repo::RecordSet execute(const QString &sql);

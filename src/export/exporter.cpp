@@ -10,6 +10,7 @@
 #include "export/exportdisk.h"
 #include "repository/statements.h"
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -84,14 +85,17 @@ ExportResult Exporter::run(const ExportOptions &options)
             if (m_options.observer)
                 m_options.observer->documentBytes(inFlight);
         });
+    m_ahead.clear();
     try {
         CopyCheckedFolders();
     } catch (...) {
         m_documents.reset(); // stops the workers before anything they use goes away
+        m_ahead.clear();
         throw;
     }
     m_documents->drain();
     m_documents.reset();
+    m_ahead.clear();
 
     if (LogWritten && !options.dryRun) {
         LogWritten = false;
@@ -254,7 +258,9 @@ void Exporter::walkSubFolders(const QString &key, const QString &topPath, bool f
     }
 }
 
-// Sends ahead what the walk will ask of each listed child, in the order it will ask.
+// Sends ahead what the walk will ask of each listed child, in the order it will ask: the
+// children's statements go before whatever the walk meets after this folder's subtree. In an
+// archive database most children are dropped by their probe: only the probes go ahead.
 void Exporter::prefetchBelow(repo::RecordSet rs)
 {
     if (!m_documents || m_documents->workers() == 0)
@@ -266,19 +272,50 @@ void Exporter::prefetchBelow(repo::RecordSet rs)
     } catch (...) {
         // The walk meets whatever is wrong with the listing itself.
     }
+    QStringList next;
     for (const qint64 id : std::as_const(ids)) {
         const QString childId = QString::number(id);
-        if (m_signIn.blnArchive)
-            m_documents->prefetch(repo::statements::archivedBelowProbe(childId, m_signIn.strSelectedDb));
-        m_documents->prefetch(m_signIn.blnArchive ? repo::statements::archiveDocuments(childId, m_signIn.strSelectedDb)
-                                                  : repo::statements::liveDocuments(childId));
-        m_documents->prefetch(childFoldersQuery(childId, false));
+        if (m_signIn.blnArchive) {
+            next << repo::statements::archivedBelowProbe(childId, m_signIn.strSelectedDb);
+        } else {
+            next << repo::statements::liveDocuments(childId) << childFoldersQuery(childId, false);
+        }
     }
+    m_ahead.insert(m_ahead.begin(), next.cbegin(), next.cend());
+    topUpPrefetch();
+}
+
+// A child the walk leaves out: what was sent ahead for it is not waited for.
+void Exporter::dropAhead(qint64 childId)
+{
+    if (!m_documents)
+        return;
+    const QString id = QString::number(childId);
+    for (const QString &sql : {m_signIn.blnArchive ? repo::statements::archiveDocuments(id, m_signIn.strSelectedDb)
+                                                   : repo::statements::liveDocuments(id),
+                               childFoldersQuery(id, false)}) {
+        m_documents->forget(sql);
+        const auto it = std::find(m_ahead.begin(), m_ahead.end(), sql);
+        if (it != m_ahead.end())
+            m_ahead.erase(it);
+    }
+}
+
+void Exporter::topUpPrefetch()
+{
+    while (!m_ahead.empty() && m_documents->prefetch(m_ahead.front()))
+        m_ahead.pop_front();
 }
 
 repo::RecordSet Exporter::listing(const QString &sql)
 {
-    return m_documents ? m_documents->execute(sql) : m_signIn.cnDb().execute(sql);
+    if (!m_documents)
+        return m_signIn.cnDb().execute(sql);
+    if (!m_ahead.empty() && m_ahead.front() == sql)
+        m_ahead.pop_front(); // asked for before it could be sent ahead
+    const repo::RecordSet rs = m_documents->execute(sql);
+    topUpPrefetch();
+    return rs;
 }
 
 void Exporter::folderDone(const QString &path)
@@ -314,6 +351,8 @@ QString Exporter::nextSubFolder(const repo::RecordSet &rs, const QString &parent
             logged();
         if (!holdsArchived)
             return {};
+        if (m_documents) // kept: its documents are listed next, then its subfolders
+            m_documents->prefetch(childFoldersQuery(QString::number(childId), false));
     }
     // A folder listed twice by one listing (live and archived alike) is the same folder: it was
     // just written. Met again anywhere else it lies below itself: written once, walked once.
@@ -322,14 +361,17 @@ QString Exporter::nextSubFolder(const repo::RecordSet &rs, const QString &parent
     listed.insert(childId);
     if (m_walked.contains(childId)) {
         logged();
+        dropAhead(childId);
         return {};
     }
     m_walked.insert(childId);
 
     QString cleaned = folderName;
     const QString childPath = directoryFor(parentPath, RemoveSpChr(cleaned), childId);
-    if (!recreateDirectory(source, childPath, logged))
+    if (!recreateDirectory(source, childPath, logged)) {
+        dropAhead(childId);
         return {};
+    }
     if (!HuntERR::resume(source, [&] { CopyFolderFiles(double(childId), childPath); }))
         logged();
     m_childId = childId;

@@ -14,6 +14,7 @@
 #include <QSet>
 #include <QStringList>
 
+#include <deque>
 #include <functional>
 #include <memory>
 
@@ -116,7 +117,10 @@ private:
     void folderDone(const QString &path);
     // The walk's own statements, sent ahead by the workers when there are any.
     void prefetchBelow(repo::RecordSet rs);
+    void topUpPrefetch();
+    void dropAhead(qint64 childId);
     repo::RecordSet listing(const QString &sql);
+    std::deque<QString> m_ahead; // statements the walk will send, in its order, not yet sent ahead
     // The directory a folder gets below parent: its cleaned name unless that is no name or this
     // run already made it; then its id goes in.
     QString directoryFor(const QString &parent, const QString &cleaned, qint64 id);
