@@ -10,6 +10,7 @@
 #include "exportrun.h"
 #include "hostile.h"
 #include "repository/connection.h"
+#include "scopes.h"
 #include "testsupport.h"
 
 #include <QDir>
@@ -68,13 +69,14 @@ QMap<QString, QByteArray> picture(const QString &dir)
 class TestExportFaults : public QObject {
     Q_OBJECT
 
-    QTemporaryDir m_tmp;
-    QString m_demo, m_hostile, m_exe;
+    DemoFixture m_fx;
+    ErrorTrailScope m_trail; // the in-process runs show nothing
+    QString m_fx.demo, m_hostile, m_exe;
     int m_serial = 0;
 
     QString fresh(const QString &what)
     {
-        const QString dir = m_tmp.filePath(what + QString::number(++m_serial));
+        const QString dir = m_fx.filePath(what + QString::number(++m_serial));
         QDir().mkpath(dir);
         return dir;
     }
@@ -95,7 +97,7 @@ class TestExportFaults : public QObject {
     Result run(const QStringList &args, const QMap<QString, QString> &env = {}, const QString &stdoutFile = {})
     {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("HOME"), m_tmp.filePath(QStringLiteral("home")));
+        environment.insert(QStringLiteral("HOME"), m_fx.filePath(QStringLiteral("home")));
         for (auto it = env.begin(); it != env.end(); ++it)
             environment.insert(it.key(), it.value());
         QProcess p;
@@ -129,17 +131,10 @@ class TestExportFaults : public QObject {
 private slots:
     void initTestCase()
     {
-        QVERIFY(m_tmp.isValid());
-        QDir().mkpath(m_tmp.filePath(QStringLiteral("home")));
-        qputenv("HOME", QFile::encodeName(m_tmp.filePath(QStringLiteral("home"))));
-        qunsetenv("XDG_DOCUMENTS_DIR");
-        HuntERR::reset();
-        HuntERR::setShower([](const QString &) {});
         m_exe = qEnvironmentVariable("PARCELWISE_EXE");
+        QVERIFY2(m_fx.setUp(), qPrintable(m_fx.error));
         QString error;
-        m_demo = writeDemo(m_tmp.path(), &error);
-        QVERIFY2(!m_demo.isEmpty(), qPrintable(error));
-        m_hostile = writeHostileServer(m_demo, m_tmp.filePath(QStringLiteral("hostile")), &error);
+        m_hostile = writeHostileServer(m_fx.demo, m_fx.filePath(QStringLiteral("hostile")), &error);
         QVERIFY2(!m_hostile.isEmpty(), qPrintable(error));
     }
 
@@ -239,7 +234,7 @@ private slots:
             }
         });
 
-        DemoSession d(m_demo, QStringLiteral("Acme"));
+        DemoSession d(m_fx.demo, QStringLiteral("Acme"));
         QVERIFY(d.click(1));
         QVERIFY(d.tick(7)); // Docs
         Recorder rec;
@@ -265,7 +260,7 @@ private slots:
         const QString line = QStringLiteral("Folder ID: 17 , Folder Name: Templates , Folder Location: Templates");
         // On the command line: refused before the run when the log folder cannot take a file;
         // during the run the lines go to standard error and no log is named.
-        const QString aFile = m_tmp.filePath(QStringLiteral("a-file"));
+        const QString aFile = m_fx.filePath(QStringLiteral("a-file"));
         QVERIFY(writeFile(aFile, "x"));
         const QString fullLogs = fresh(QStringLiteral("full-logs"));
         logsOnFullDisk(fullLogs);
@@ -333,8 +328,8 @@ private slots:
     {
         QFETCH(QString, driver);
         const QString server = fresh(QStringLiteral("wal"));
-        for (const QString &name : QDir(m_demo).entryList(QDir::Files))
-            QVERIFY(QFile::copy(m_demo + QLatin1Char('/') + name, server + QLatin1Char('/') + name));
+        for (const QString &name : QDir(m_fx.demo).entryList(QDir::Files))
+            QVERIFY(QFile::copy(m_fx.demo + QLatin1Char('/') + name, server + QLatin1Char('/') + name));
         {
             QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("wal-maker"));
             db.setDatabaseName(server + QStringLiteral("/Acme.sqlite"));

@@ -16,6 +16,21 @@ QString writeDemo(const QString &parentDir, QString *error)
     return dir;
 }
 
+bool DemoFixture::setUp()
+{
+    if (!tmp.isValid()) {
+        error = QStringLiteral("no temporary folder");
+        return false;
+    }
+    const QString home = tmp.filePath(QStringLiteral("home"));
+    QDir().mkpath(home);
+    qputenv("HOME", QFile::encodeName(home));
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home + QStringLiteral("/.config")));
+    qunsetenv("XDG_DOCUMENTS_DIR");
+    demo = writeDemo(tmp.path(), &error);
+    return !demo.isEmpty();
+}
+
 QByteArray sha256OfTree(const QString &dir)
 {
     const QDir root(dir);
