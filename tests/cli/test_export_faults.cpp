@@ -4,6 +4,7 @@
 // and a WAL database in a read-only folder. Nothing outside the destination may change and no
 // failure may go unreported.
 
+#include "clirun.h"
 #include "errors/hunterr.h"
 #include "export/exportdisk.h"
 #include "export/exporter.h"
@@ -71,7 +72,7 @@ class TestExportFaults : public QObject {
 
     DemoFixture m_fx;
     ErrorTrailScope m_trail; // the in-process runs show nothing
-    QString m_fx.demo, m_hostile, m_exe;
+    QString m_hostile;
     int m_serial = 0;
 
     QString fresh(const QString &what)
@@ -90,28 +91,10 @@ class TestExportFaults : public QObject {
         return e;
     }
 
-    struct Result {
-        int exitCode = -1;
-        QString out, err;
-    };
+    using Result = CliResult;
     Result run(const QStringList &args, const QMap<QString, QString> &env = {}, const QString &stdoutFile = {})
     {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("HOME"), m_fx.filePath(QStringLiteral("home")));
-        for (auto it = env.begin(); it != env.end(); ++it)
-            environment.insert(it.key(), it.value());
-        QProcess p;
-        p.setProcessEnvironment(environment);
-        if (!stdoutFile.isEmpty())
-            p.setStandardOutputFile(stdoutFile);
-        p.start(m_exe, args);
-        Result r;
-        if (!p.waitForFinished(300000))
-            return r;
-        r.exitCode = p.exitCode();
-        r.out = QString::fromUtf8(p.readAllStandardOutput());
-        r.err = QString::fromUtf8(p.readAllStandardError());
-        return r;
+        return CliRunner{m_fx.filePath(QStringLiteral("home"))}.run(args, {}, env, stdoutFile);
     }
     QStringList hostileExport(const QString &dest)
     {
@@ -131,14 +114,11 @@ class TestExportFaults : public QObject {
 private slots:
     void initTestCase()
     {
-        m_exe = qEnvironmentVariable("PARCELWISE_EXE");
         QVERIFY2(m_fx.setUp(), qPrintable(m_fx.error));
         QString error;
         m_hostile = writeHostileServer(m_fx.demo, m_fx.filePath(QStringLiteral("hostile")), &error);
         QVERIFY2(!m_hostile.isEmpty(), qPrintable(error));
     }
-
-    void cleanup() { ExportDisk::setStepHook({}); }
 
     void hostileNamesStayInsideAndNothingIsLost()
     {
@@ -227,7 +207,7 @@ private slots:
             QVERIFY(QFile::link(outside, docs));
         }
         QMap<QString, QByteArray> movedAtSwap;
-        ExportDisk::setStepHook([&](const QString &what, const QString &path) {
+        const DiskStepHookScope hook([&](const QString &what, const QString &path) {
             if (what == step && path.startsWith(docs) && !QFileInfo::exists(moved)) {
                 swap();
                 movedAtSwap = picture(moved);
@@ -369,9 +349,7 @@ private slots:
             QFile::remove(server + QLatin1Char('/') + name);
         QVERIFY(QFile::setPermissions(server, QFile::ReadOwner | QFile::ExeOwner | QFile::ReadOther | QFile::ExeOther));
 
-        const QString previous = repo::embeddedDriver();
-        repo::setEmbeddedDriver(driver);
-        const auto back = qScopeGuard([&] { repo::setEmbeddedDriver(previous); });
+        const EmbeddedDriverScope embedded(driver);
         if (driver != QLatin1String("QSQLITE") && !QSqlDatabase::isDriverAvailable(QStringLiteral("QODBC")))
             QSKIP("no ODBC");
         {

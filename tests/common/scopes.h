@@ -3,6 +3,7 @@
 // back when the scope ends, so a failing check cannot leave it set for the next test.
 
 #include "errors/hunterr.h"
+#include "export/exportdisk.h"
 #include "repository/connection.h"
 
 #include <QString>
@@ -41,4 +42,23 @@ struct TraceFileScope {
     ~TraceFileScope() { repo::setTraceFile(QString()); }
     TraceFileScope(const TraceFileScope &) = delete;
     TraceFileScope &operator=(const TraceFileScope &) = delete;
+};
+
+// The SQLite driver the embedded server opens its files with; the previous one afterwards.
+struct EmbeddedDriverScope {
+    explicit EmbeddedDriverScope(const QString &driver) : m_was(repo::embeddedDriver()) { repo::setEmbeddedDriver(driver); }
+    ~EmbeddedDriverScope() { repo::setEmbeddedDriver(m_was); }
+    EmbeddedDriverScope(const EmbeddedDriverScope &) = delete;
+    EmbeddedDriverScope &operator=(const EmbeddedDriverScope &) = delete;
+
+private:
+    QString m_was;
+};
+
+// The disk layer calls hook before each step (to change the disk under a running export).
+struct DiskStepHookScope {
+    explicit DiskStepHookScope(ExportDisk::StepHook hook) { ExportDisk::setStepHook(std::move(hook)); }
+    ~DiskStepHookScope() { ExportDisk::setStepHook({}); }
+    DiskStepHookScope(const DiskStepHookScope &) = delete;
+    DiskStepHookScope &operator=(const DiskStepHookScope &) = delete;
 };

@@ -11,7 +11,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QScopeGuard>
 #include <QSettings>
 #include <QSqlDatabase>
 #include <QTemporaryDir>
@@ -184,9 +183,7 @@ private slots:
         QFETCH(QString, archive);
         if (driver != QLatin1String("QSQLITE") && !odbcDriverRegistered(driver))
             QSKIP("the SQLite3 ODBC driver is not registered");
-        const QString previous = repo::embeddedDriver();
-        repo::setEmbeddedDriver(driver);
-        const auto restore = qScopeGuard([&] { repo::setEmbeddedDriver(previous); });
+        const EmbeddedDriverScope embedded(driver);
         DemoSession d(m_fx.demo, database);
         QCOMPARE(d.opened, Opened::Yes);
         QVERIFY(d.tickEverything());

@@ -4,6 +4,7 @@
 // promise that nothing is ever written.
 
 #include "repository_suite.h"
+#include "scopes.h"
 #include "testsupport.h"
 
 #include "repository/drivers.h"
@@ -75,7 +76,6 @@ void TestRepository::initTestCase()
 void TestRepository::init()
 {
     HuntERR::reset();
-    repo::setEmbeddedDriver(QStringLiteral("QSQLITE"));
 }
 
 // What the ODBC driver is handed for SQL Server.
@@ -135,7 +135,7 @@ void TestRepository::statementSuite_data()
 void TestRepository::statementSuite()
 {
     QFETCH(QString, driver);
-    repo::setEmbeddedDriver(driver);
+    const EmbeddedDriverScope embedded(driver);
     QString text;
     repo::Connection cn;
     if (failure([&] { cn.open(suite::connectionText(m_fx.demo, "Acme")); }, &text) != 0 && driverMissing(text))
@@ -188,7 +188,7 @@ void TestRepository::statementSuite()
 
     // The files really go through the named driver: an unknown one cannot open them.
     if (driver != QLatin1String("QSQLITE")) {
-        repo::setEmbeddedDriver(QStringLiteral("No Such SQLite Driver"));
+        const EmbeddedDriverScope none(QStringLiteral("No Such SQLite Driver"));
         QCOMPARE(failure([&] { cn.open(suite::connectionText(m_fx.demo, "Acme")); }, &text), repo::ERR_UNREACHABLE);
         QVERIFY2(driverMissing(text), qPrintable(text));
     }

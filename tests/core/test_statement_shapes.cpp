@@ -5,6 +5,7 @@
 // report through the statement as written.
 
 #include "repository_suite.h"
+#include "scopes.h"
 #include "testsupport.h"
 
 #include "repository/connection.h"
@@ -215,7 +216,7 @@ void TestStatementShapes::sameRowsAsWritten()
     const auto asWritten = [&](QString sql) { return sql.replace(archiveDb + "..", archiveDb + "."); };
 
     for (const QString &driver : {QStringLiteral("QSQLITE"), QStringLiteral("SQLite3")}) {
-        repo::setEmbeddedDriver(driver);
+        const EmbeddedDriverScope embedded(driver);
         repo::Connection cn;
         QString text;
         if (failure([&] { cn.open(suite::connectionText(m_fx.demo, "Acme")); }, &text) != 0) {

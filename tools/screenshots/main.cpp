@@ -109,7 +109,8 @@ void pickerAndError(QWidget *parent)
 {
     frmFileDialog picker(parent);
     picker.show();
-    QTest::qWaitForWindowExposed(&picker);
+    if (!QTest::qWaitForWindowExposed(&picker))
+        ++g_failures;
     save(&picker, "picker.png");
     picker.close();
 
@@ -145,7 +146,10 @@ int main(int argc, char **argv)
     FrmSendtofolder w;
     w.show();
     w.activateWindow();
-    QTest::qWaitForWindowActive(&w);
+    if (!QTest::qWaitForWindowActive(&w)) {
+        std::fprintf(stderr, "the window never became active\n");
+        return 1;
+    }
     signInScreens(w, demo);
     folderScreen(w, tmp.filePath(QStringLiteral("out")));
     pictureSheet();
