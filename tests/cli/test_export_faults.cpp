@@ -42,13 +42,6 @@ QByteArray contents(const QString &path)
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
 }
 
-bool writeFile(const QString &path, const QByteArray &bytes)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
-}
-
 // Every entry below dir (links as links), with file contents: what "unchanged" means here.
 QMap<QString, QByteArray> picture(const QString &dir)
 {
@@ -94,7 +87,7 @@ class TestExportFaults : public QObject {
     using Result = CliResult;
     Result run(const QStringList &args, const QMap<QString, QString> &env = {}, const QString &stdoutFile = {})
     {
-        return CliRunner{m_fx.filePath(QStringLiteral("home"))}.run(args, {}, env, stdoutFile);
+        return CliRunner{m_fx.filePath(QStringLiteral("home")), QString()}.run(args, {}, env, stdoutFile);
     }
     QStringList hostileExport(const QString &dest)
     {
@@ -308,8 +301,7 @@ private slots:
     {
         QFETCH(QString, driver);
         const QString server = fresh(QStringLiteral("wal"));
-        for (const QString &name : QDir(m_fx.demo).entryList(QDir::Files))
-            QVERIFY(QFile::copy(m_fx.demo + QLatin1Char('/') + name, server + QLatin1Char('/') + name));
+        QVERIFY(copyFolder(m_fx.demo, server));
         {
             QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("wal-maker"));
             db.setDatabaseName(server + QStringLiteral("/Acme.sqlite"));

@@ -28,6 +28,15 @@ struct DemoFixture {
 // the same hash hold the same files with the same contents.
 QByteArray sha256OfTree(const QString &dir);
 
+// Small file chores: the whole file ("" when unreadable), a file written with its folders made,
+// the files (not subfolders) of one folder copied into another, made when missing.
+QByteArray fileBytes(const QString &path);
+bool writeFile(const QString &path, const QByteArray &bytes);
+bool copyFolder(const QString &from, const QString &to);
+
+// Whether the ODBC driver manager knows a driver of this name (and Qt has its ODBC driver).
+bool odbcDriverRegistered(const QString &name);
+
 // Keeps every status text and hourglass change the procedures asked the window for.
 struct RecordingPort : PlainFormPort {
     QStringList statusHistory;

@@ -11,7 +11,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QSettings>
 #include <QSqlDatabase>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -21,7 +20,6 @@
 using Opened = HeadlessSession::Opened;
 
 namespace {
-
 
 // Everything the observer hears, in order, as text; the content of each file as just written.
 struct Recorder : ExportObserver {
@@ -42,21 +40,6 @@ struct Recorder : ExportObserver {
 QString native(const QString &path)
 {
     return QDir::toNativeSeparators(path);
-}
-
-bool odbcDriverRegistered(const QString &name)
-{
-#ifdef Q_OS_WIN
-    QSettings reg(QStringLiteral("HKEY_LOCAL_MACHINE\\SOFTWARE\\ODBC\\ODBCINST.INI\\ODBC Drivers"), QSettings::NativeFormat);
-    return reg.contains(name);
-#else
-    if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QODBC")))
-        return false;
-    for (const QString &ini : {QStringLiteral("/etc/odbcinst.ini"), QStringLiteral("/usr/local/etc/odbcinst.ini")})
-        if (QSettings(ini, QSettings::IniFormat).childGroups().contains(name))
-            return true;
-    return false;
-#endif
 }
 
 } // namespace
@@ -91,8 +74,7 @@ private slots:
     {
         // A zone with daylight saving, so "today's offset" and the document's own can differ.
         qputenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3");
-        // The documents folder must be the test's own.
-    
+        // The documents folder is the test's own.
         QVERIFY2(m_fx.setUp(), qPrintable(m_fx.error));
         m_serverHash = sha256OfTree(m_fx.demo);
     }

@@ -19,23 +19,6 @@ using suite::failure;
 
 namespace {
 
-bool copyFolder(const QString &from, const QString &to)
-{
-    if (!QDir().mkpath(to))
-        return false;
-    const QDir source(from);
-    for (const QString &name : source.entryList(QDir::Files | QDir::Hidden))
-        if (!QFile::copy(source.filePath(name), QDir(to).filePath(name)))
-            return false;
-    return true;
-}
-
-bool writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(bytes) == bytes.size();
-}
-
 // Driver managers say so in these words when a driver is not installed or not registered.
 bool driverMissing(const QString &description)
 {

@@ -19,11 +19,6 @@
 
 using Opened = HeadlessSession::Opened;
 
-namespace {
-
-
-} // namespace
-
 class TestSignIn : public QObject {
     Q_OBJECT
 

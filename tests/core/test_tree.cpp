@@ -16,7 +16,6 @@ using Opened = HeadlessSession::Opened;
 
 namespace {
 
-
 // A node added by hand (parent 0: a top node), for what needs no database.
 FolderTree::Node *add(FolderTree &tree, int parent, int id, const QString &text)
 {

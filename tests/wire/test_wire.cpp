@@ -16,7 +16,6 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QRandomGenerator>
-#include <QSettings>
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
@@ -31,18 +30,7 @@ using Opened = HeadlessSession::Opened;
 
 namespace {
 
-
 constexpr qint64 kBigDocument = 50 * 1024 * 1024;
-
-bool freeTdsRegistered()
-{
-    if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QODBC")))
-        return false;
-    for (const QString &ini : {QStringLiteral("/etc/odbcinst.ini"), QStringLiteral("/usr/local/etc/odbcinst.ini")})
-        if (QSettings(ini, QSettings::IniFormat).childGroups().contains(QStringLiteral("FreeTDS")))
-            return true;
-    return false;
-}
 
 QByteArray noise(qint64 size, quint32 seed)
 {
@@ -142,12 +130,6 @@ QStringList filesWithDates(const QString &dir, const QDateTime &runStart)
     return dirList + out;
 }
 
-QByteArray fileBytes(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
 // The tree under node, every node clicked open first, as "key text image" lines.
 void walkTree(HeadlessSession &s, FolderTree::Node *node, int depth, QStringList &out)
 {
@@ -234,7 +216,7 @@ private slots:
 
 void TestWire::initTestCase()
 {
-    if (!freeTdsRegistered())
+    if (!odbcDriverRegistered(QStringLiteral("FreeTDS")))
         QSKIP("FreeTDS's ODBC driver is not registered (scripts/setup.sh installs tdsodbc)");
     m_started = QDateTime::currentDateTime().addSecs(-1);
     qputenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3");
