@@ -12,6 +12,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <memory>
+
 using Opened = HeadlessSession::Opened;
 
 namespace {
@@ -62,6 +64,7 @@ class TestTree : public QObject {
     DemoFixture m_fx;
     ErrorTrailScope m_trail; // what the error trail would have put in front of the person
     QString m_trace;
+    std::unique_ptr<TraceFileScope> m_tracing; // every statement of the whole run
 
     QStringList traced() const
     {
@@ -76,7 +79,7 @@ private slots:
     {
         QVERIFY2(m_fx.setUp(), qPrintable(m_fx.error));
         m_trace = m_fx.filePath(QStringLiteral("statements.sql"));
-        repo::setTraceFile(m_trace);
+        m_tracing = std::make_unique<TraceFileScope>(m_trace);
     }
 
     void init()
