@@ -19,9 +19,13 @@ CliResult CliRunner::run(const QStringList &args, const QByteArray &input, const
     if (!stdoutFile.isEmpty())
         process.setStandardOutputFile(stdoutFile);
     process.start(qEnvironmentVariable("PARCELWISE_EXE"), args);
+    CliResult result;
+    if (!process.waitForStarted(60000)) {
+        result.err = process.errorString();
+        return result;
+    }
     process.write(input);
     process.closeWriteChannel();
-    CliResult result;
     if (!process.waitForFinished(300000) || process.exitStatus() != QProcess::NormalExit) {
         result.err = process.errorString();
         return result;
