@@ -4,7 +4,7 @@
 
 #include "repository/valuereader.h"
 
-#include <QCryptographicHash>
+#include "export/sha256.h"
 
 class HashingReader final : public repo::ValueReader {
 public:
@@ -13,18 +13,18 @@ public:
     {
         const qint64 got = m_inner.read(buffer, max);
         if (got > 0) {
-            m_hash.addData(QByteArrayView(buffer, got));
+            m_hash.addData(buffer, got);
             m_bytes += got;
         }
         return got;
     }
     qint64 size() const override { return m_inner.size(); }
     qint64 bytes() const { return m_bytes; }
-    // Lower-case hex of SHA-256 over everything read so far.
-    QString sha256() const { return QString::fromLatin1(m_hash.resultView().toByteArray().toHex()); }
+    // Lower-case hex of SHA-256 over everything read; call once, at the end.
+    QString sha256() { return m_hash.hexResult(); }
 
 private:
     repo::ValueReader &m_inner;
-    QCryptographicHash m_hash{QCryptographicHash::Sha256};
+    Sha256 m_hash;
     qint64 m_bytes = 0;
 };

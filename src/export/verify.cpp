@@ -5,7 +5,7 @@
 #include "export/hashingreader.h"
 #include "repository/statements.h"
 
-#include <QCryptographicHash>
+#include "export/sha256.h"
 #include <QFile>
 #include <QFileInfo>
 
@@ -52,17 +52,17 @@ bool throughLink(const QString &destination, const QString &rel)
 
 QString hashFile(QFile &f, qint64 *read)
 {
-    QCryptographicHash hash(QCryptographicHash::Sha256);
+    Sha256 hash;
     std::vector<char> chunk(kChunk);
     *read = 0;
     for (;;) {
         const qint64 got = f.read(chunk.data(), kChunk);
         if (got <= 0)
             break;
-        hash.addData(QByteArrayView(chunk.data(), got));
+        hash.addData(chunk.data(), got);
         *read += got;
     }
-    return QString::fromLatin1(hash.resultView().toByteArray().toHex());
+    return hash.hexResult();
 }
 
 } // namespace
