@@ -262,6 +262,10 @@ void ExportDisk::commitFile(const QString &stagedPath, const QString &finalPath)
                QStringLiteral("Path/File access error: %1 is not beside %2").arg(finalPath, stagedPath));
     if (m_dry && kind(finalPath) == Kind::Directory)
         refuse(HuntERR::ERR_WRITE_FAILED, QStringLiteral("Write to file failed: a directory stands at %1").arg(finalPath));
+    // A run never replaces what it wrote itself.
+    if (m_files.contains(fsKey(finalPath)) || m_dirs.contains(fsKey(finalPath)))
+        refuse(HuntERR::ERR_WRITE_FAILED,
+               QStringLiteral("Write to file failed: %1 was written by this run and is kept").arg(finalPath));
     if (!m_dry) {
         QString why;
         const dirhandles::Dir parent = openParent(names, &why);
