@@ -466,7 +466,7 @@ QString Exporter::fxnSaveDocument(qint64 recId, const QString &path)
             return unchanged;
         }
     }
-    // The digest is taken only when a report wants it: it costs as much as the copy.
+    // The digest is taken only when a report wants it: it costs processor time the copy does not.
     HashingReader hashing(reader);
     repo::ValueReader &input = m_options.records ? static_cast<repo::ValueReader &>(hashing) : reader;
     const QString written = saveDocumentFile(source, recId, path, name, ext, input, rec);
