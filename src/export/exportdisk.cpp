@@ -4,6 +4,7 @@
 #include "export/dirhandles.h"
 #include "names/filenames.h"
 
+#include <QCoreApplication>
 #include <QFile>
 
 namespace {
@@ -206,34 +207,100 @@ void ExportDisk::makeDirectory(const QString &path)
     m_dirs.insert(fsKey(path));
 }
 
-qint64 ExportDisk::writeFile(const QString &filePath, repo::ValueReader &source)
+qint64 ExportDisk::stageFile(const QString &filePath, repo::ValueReader &source)
 {
     qint64 written = m_dry ? qMax<qint64>(source.size(), 0) : 0;
     const QStringList names = entryNames(filePath);
-    if (m_dry) {
-        const QString parentPath = parentOf(filePath);
-        if (kind(parentPath) != Kind::Directory)
-            refuse(HuntERR::ERR_PATH_NOT_FOUND,
-                   QStringLiteral("Path not found: %1 (no directory %2)").arg(filePath, parentPath));
-    }
+    const QString parentPath = parentOf(filePath);
+    if (m_dry && kind(parentPath) != Kind::Directory)
+        refuse(HuntERR::ERR_PATH_NOT_FOUND, QStringLiteral("Path not found: %1 (no directory %2)").arg(filePath, parentPath));
     checkLength(filePath, HuntERR::ERR_WRITE_FAILED);
     if (m_dry && kind(filePath) == Kind::Directory)
         refuse(HuntERR::ERR_WRITE_FAILED, QStringLiteral("Write to file failed: a directory stands at %1").arg(filePath));
     step("write", filePath);
+    QString tempName;
     if (!m_dry) {
         QString why;
         const dirhandles::Dir parent = openParent(names, &why);
         if (!parent.isOpen())
             refuse(HuntERR::ERR_PATH_NOT_FOUND, QStringLiteral("Path not found: %1 (%2)").arg(filePath, why));
-        const dirhandles::Result r = dirhandles::writeFile(parent, names.last(), source, &written);
+        sweepLeftovers(parent, parentPath);
+        const dirhandles::Result r = dirhandles::writeTemporary(parent, source, &tempName, &written);
         if (!r.ok && r.nameRefused)
-            refuse(HuntERR::ERR_WRITE_FAILED,
-                   QStringLiteral("Write to file failed: cannot create %1 (%2)").arg(filePath, r.reason));
+            refuse(HuntERR::ERR_PATH_FILE_ACCESS,
+                   QStringLiteral("Path/File access error: cannot create a file in %1 (%2)").arg(parentPath, r.reason));
         if (!r.ok)
             refuse(ERR_DISK_FULL,
                    QStringLiteral("Disk full: %1 could not be written completely (%2)").arg(filePath, r.reason));
     }
-    m_files.insert(fsKey(filePath));
+    m_staged.insert(fsKey(filePath), tempName);
+    return written;
+}
+
+void ExportDisk::sweepLeftovers(const dirhandles::Dir &dir, const QString &dirPath)
+{
+    if (m_swept.contains(fsKey(dirPath)))
+        return;
+    m_swept.insert(fsKey(dirPath));
+    // Names of this process are its own files in flight, never leftovers.
+    const QString own = QStringLiteral(".parcelwise-%1-").arg(QCoreApplication::applicationPid());
+    for (const QString &name : dirhandles::fileNames(dir)) {
+        if (dirhandles::isTemporaryName(name) && !name.startsWith(own))
+            dirhandles::removeEntry(dir, name);
+    }
+}
+
+void ExportDisk::commitFile(const QString &stagedPath, const QString &finalPath)
+{
+    const QString key = fsKey(stagedPath);
+    if (!m_staged.contains(key))
+        refuse(HuntERR::ERR_WRITE_FAILED, QStringLiteral("Write to file failed: nothing was written for %1").arg(finalPath));
+    const QStringList names = entryNames(finalPath);
+    checkLength(finalPath, HuntERR::ERR_WRITE_FAILED);
+    if (parentOf(finalPath) != parentOf(stagedPath))
+        refuse(HuntERR::ERR_PATH_FILE_ACCESS,
+               QStringLiteral("Path/File access error: %1 is not beside %2").arg(finalPath, stagedPath));
+    if (m_dry && kind(finalPath) == Kind::Directory)
+        refuse(HuntERR::ERR_WRITE_FAILED, QStringLiteral("Write to file failed: a directory stands at %1").arg(finalPath));
+    // A run never replaces what it wrote itself.
+    if (m_files.contains(fsKey(finalPath)) || m_dirs.contains(fsKey(finalPath)))
+        refuse(HuntERR::ERR_WRITE_FAILED,
+               QStringLiteral("Write to file failed: %1 was written by this run and is kept").arg(finalPath));
+    if (!m_dry) {
+        QString why;
+        const dirhandles::Dir parent = openParent(names, &why);
+        if (!parent.isOpen())
+            refuse(HuntERR::ERR_PATH_NOT_FOUND, QStringLiteral("Path not found: %1 (%2)").arg(finalPath, why));
+        const dirhandles::Result r = dirhandles::renameEntry(parent, m_staged.value(key), names.last());
+        if (!r.ok)
+            refuse(HuntERR::ERR_WRITE_FAILED,
+                   QStringLiteral("Write to file failed: cannot create %1 (%2)").arg(finalPath, r.reason));
+    }
+    m_staged.remove(key);
+    m_files.insert(fsKey(finalPath));
+}
+
+void ExportDisk::discardFile(const QString &stagedPath)
+{
+    const QString tempName = m_staged.take(fsKey(stagedPath));
+    if (m_dry || tempName.isEmpty())
+        return;
+    QString why;
+    const QStringList names = entryNames(stagedPath);
+    const dirhandles::Dir parent = openParent(names, &why);
+    if (parent.isOpen())
+        dirhandles::removeEntry(parent, tempName);
+}
+
+qint64 ExportDisk::writeFile(const QString &filePath, repo::ValueReader &source)
+{
+    const qint64 written = stageFile(filePath, source);
+    try {
+        commitFile(filePath, filePath);
+    } catch (...) {
+        discardFile(filePath);
+        throw;
+    }
     return written;
 }
 
@@ -244,5 +311,59 @@ bool ExportDisk::setFileTime(const QString &filePath, const QDateTime &when)
     const QStringList names = entryNames(filePath);
     QString why;
     const dirhandles::Dir parent = openParent(names, &why);
-    return parent.isOpen() && dirhandles::setFileTime(parent, names.last(), when);
+    // A document waiting under its temporary name is dated there, before it takes its name.
+    const QString staged = m_staged.value(fsKey(filePath));
+    return parent.isOpen() && dirhandles::setFileTime(parent, staged.isEmpty() ? names.last() : staged, when);
+}
+
+bool ExportDisk::fileFacts(const QString &path, qint64 *size, QDateTime *date) const
+{
+    if (!path.startsWith(m_prefix) || (m_dry && underRemoved(fsKey(path))))
+        return false;
+    const QStringList names = path.mid(m_prefix.size()).split(pathSeparator());
+    QString why;
+    const dirhandles::Dir parent = openParent(names, &why);
+    return parent.isOpen() && dirhandles::fileFacts(parent, names.last(), size, date);
+}
+
+void ExportDisk::keepFile(const QString &filePath)
+{
+    m_files.insert(fsKey(filePath));
+}
+
+void ExportDisk::keepDirectory(const QString &dir)
+{
+    m_dirs.insert(fsKey(dir));
+}
+
+void ExportDisk::removeLeftovers(const QString &dir)
+{
+    if (m_dry || !dir.startsWith(m_prefix))
+        return;
+    QStringList names = entryNames(dir);
+    names << QStringLiteral("x"); // the directory itself is the parent of a name in it
+    QString why;
+    const dirhandles::Dir parent = openParent(names, &why);
+    if (parent.isOpen())
+        sweepLeftovers(parent, dir);
+}
+
+QStringList ExportDisk::filesNotOfThisRun(const QString &dir) const
+{
+    QStringList result;
+    if (!dir.startsWith(m_prefix))
+        return result;
+    QStringList names = dir.mid(m_prefix.size()).split(pathSeparator());
+    names << QStringLiteral("x"); // the directory itself is the parent of a name in it
+    QString why;
+    const dirhandles::Dir parent = openParent(names, &why);
+    if (!parent.isOpen())
+        return result;
+    const QChar sep = pathSeparator();
+    for (const QString &name : dirhandles::fileNames(parent)) {
+        if (!dirhandles::isTemporaryName(name) && !m_files.contains(fsKey(dir + sep + name)))
+            result << dir + sep + name;
+    }
+    result.sort();
+    return result;
 }

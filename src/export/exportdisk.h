@@ -14,6 +14,7 @@
 
 #include <QByteArray>
 #include <QDateTime>
+#include <QHash>
 #include <QSet>
 #include <QString>
 #include <QStringList>
@@ -39,10 +40,28 @@ public:
     void removeDirectory(const QString &path);
     // One level: the parent must exist.
     void makeDirectory(const QString &path);
-    // Creates dir + separator + fileName afresh with exactly the bytes source gives; returns
-    // how many. A dry run reads nothing and returns the size the source knows (0 when it does not).
+    // Writes the document into a new temporary file in filePath's directory, remembered under
+    // filePath until it is put in place (commitFile) or given up (discardFile); setFileTime on
+    // filePath dates the temporary file. Returns the bytes written. A dry run reads nothing and
+    // returns the size the source knows (0 when it does not). The first write into a directory
+    // removes the temporary files an earlier, killed run left there.
+    qint64 stageFile(const QString &filePath, repo::ValueReader &source);
+    // Renames what was staged under stagedPath to finalPath (the same directory), replacing a
+    // file there. ERR_WRITE_FAILED when the name is refused; the staged file then stays staged.
+    void commitFile(const QString &stagedPath, const QString &finalPath);
+    void discardFile(const QString &stagedPath);
+    // Staged and put in place at once, undated.
     qint64 writeFile(const QString &filePath, repo::ValueReader &source);
     bool setFileTime(const QString &filePath, const QDateTime &when);
+    // A regular file at path (never through a link): its size and the date the export sets.
+    bool fileFacts(const QString &path, qint64 *size, QDateTime *date) const;
+    // An existing file or directory kept as it is by an update: it counts as this run's.
+    void keepFile(const QString &filePath);
+    void keepDirectory(const QString &dir);
+    // Removes the temporary files an earlier, killed run left in dir (once per run and directory).
+    void removeLeftovers(const QString &dir);
+    // Files in the directory that this run neither wrote nor kept (temporary files left out).
+    QStringList filesNotOfThisRun(const QString &dir) const;
 
     // Names as the file system compares them.
     bool madeThisRun(const QString &dir) const;
@@ -63,6 +82,7 @@ private:
     // The directory holding the last name, reached without following links.
     dirhandles::Dir openParent(const QStringList &names, QString *why) const;
     void checkLength(const QString &path, qint32 error) const;
+    void sweepLeftovers(const dirhandles::Dir &dir, const QString &dirPath);
 
     QString m_destination;
     QString m_prefix; // destination with one trailing separator
@@ -70,4 +90,6 @@ private:
     QSet<QString> m_removed; // dry run: directories gone, with everything below them
     QSet<QString> m_dirs;    // directories made by this run
     QSet<QString> m_files;   // files written by this run
+    QHash<QString, QString> m_staged; // file path -> temporary name beside it
+    QSet<QString> m_swept;   // directories whose leftovers are gone
 };

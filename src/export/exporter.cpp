@@ -8,6 +8,7 @@
 
 #include "errors/hunterr.h"
 #include "export/exportdisk.h"
+#include "export/hashingreader.h"
 #include "repository/statements.h"
 
 #include <cmath>
@@ -61,6 +62,7 @@ ExportResult Exporter::run(const ExportOptions &options)
     m_result = ExportResult{};
     m_walked.clear();
     m_nodeDirs.clear();
+    m_keptDirs.clear();
     m_disk = std::make_unique<ExportDisk>(m_signIn.DestinationPath, options.dryRun); // from the disk as it is
     if (options.dryRun) {
         for (const QString &made : options.madeDirectories)
@@ -83,7 +85,7 @@ ExportResult Exporter::run(const ExportOptions &options)
 
 // --- Folder walk ---------------------------------------------------------------------------
 
-QString Exporter::directoryFor(const QString &parent, const QString &cleaned, qint64 id)
+QString Exporter::directoryFor(const QString &parent, const QString &cleaned, qint64 id, QString *status)
 {
     const QChar sep = pathSeparator();
     const QString base = parent.endsWith(sep) ? parent : parent + sep;
@@ -91,16 +93,36 @@ QString Exporter::directoryFor(const QString &parent, const QString &cleaned, qi
     // A name that is no name (or means this directory or its parent) would put the folder on
     // top of another one: it keeps its id instead, as documents do.
     QString name = isNoName(cleaned) ? tag : cleaned;
+    QString how = name == tag ? reportstatus::fallback : reportstatus::written;
     // Never replace what this run made: siblings that clean alike each keep their own directory.
-    while (disk().madeThisRun(base + name) || disk().wroteThisRun(base + name))
+    while (disk().madeThisRun(base + name) || disk().wroteThisRun(base + name)) {
         name += QLatin1Char(' ') + tag;
+        how = reportstatus::renamed;
+    }
+    if (status)
+        *status = how;
     return base + name;
 }
 
-bool Exporter::recreateDirectory(const QString &source, const QString &target, const std::function<void()> &logged)
+bool Exporter::recreateDirectory(const QString &source, const QString &target, const std::function<void()> &logged,
+                                 const ExportRecord &folder)
 {
     if (m_options.observer)
         m_options.observer->folderStarted(target);
+    if (m_options.update && disk().isDirectory(target)) {
+        // An update finishes what an earlier run began: what is there stays.
+        disk().keepDirectory(target);
+        disk().removeLeftovers(target);
+        m_keptDirs.insert(target);
+        ++m_result.folders;
+        if (m_options.observer)
+            m_options.observer->directoryKept(target);
+        ExportRecord kept = folder;
+        kept.status = reportstatus::skipped;
+        kept.message = QStringLiteral("kept");
+        record(kept, target);
+        return true;
+    }
     const bool made = HuntERR::resume(source, [&] {
         // Every run replaces what an earlier run wrote for the same folder (a link there is
         // removed as a link).
@@ -116,6 +138,8 @@ bool Exporter::recreateDirectory(const QString &source, const QString &target, c
     });
     if (!made)
         logged(); // the folder's documents and subfolders had nowhere to go
+    else
+        record(folder, target);
     return made;
 }
 
@@ -151,8 +175,9 @@ void Exporter::CopyCheckedFolders()
             continue;
         }
         m_walked.insert(qint64(id));
-        target = directoryFor(parentDir, cleaned, qint64(id));
-        if (!recreateDirectory(source, target, logged))
+        ExportRecord folder = ExportRecord::of(ExportRecord::Kind::Folder, qint64(id), node->tag);
+        target = directoryFor(parentDir, cleaned, qint64(id), &folder.status);
+        if (!recreateDirectory(source, target, logged, folder))
             continue;
         m_nodeDirs.insert(node, target);
         if (!HuntERR::resume(source, [&] { MakeDir(target); }))
@@ -280,8 +305,9 @@ QString Exporter::nextSubFolder(const repo::RecordSet &rs, const QString &parent
     m_walked.insert(childId);
 
     QString cleaned = folderName;
-    const QString childPath = directoryFor(parentPath, RemoveSpChr(cleaned), childId);
-    if (!recreateDirectory(source, childPath, logged))
+    ExportRecord folder = ExportRecord::of(ExportRecord::Kind::Folder, childId, folderName);
+    const QString childPath = directoryFor(parentPath, RemoveSpChr(cleaned), childId, &folder.status);
+    if (!recreateDirectory(source, childPath, logged, folder))
         return {};
     if (!HuntERR::resume(source, [&] { CopyFolderFiles(double(childId), childPath); }))
         logged();
@@ -320,64 +346,73 @@ void Exporter::CopyFolderFiles(double folderId, const QString &path)
             fxnSaveDocument(recId, path);
         } else {
             logFailure(source, recId, description, path, kFileLine);
+            record(ExportRecord::of(ExportRecord::Kind::Document, recId, description, reportstatus::failed, m_lastFailure),
+                   path);
         }
         m_signIn.form().setStatus(QStringLiteral(" Copying File: ") + path + sep + description);
         m_signIn.form().repaint();
         rs.moveNext();
     }
+    if (m_options.update && m_options.dryRun && m_keptDirs.contains(path))
+        listNotListed(path);
 }
 
-// Writes the document under its cleaned title, the title with its id when this run already
-// wrote that name, or "[id].ext" when the file cannot be created under the title. Returns the
-// file written, or "" when even that failed (logged).
-QString Exporter::saveDocumentFile(const QString &source, qint64 recId, const QString &description,
-                                   const QString &path, QString name, const QString &ext, repo::ValueReader &bytes)
+// Writes the document under a temporary name beside its file and dates it there, then puts it
+// in place under its cleaned title, the title with its id when this run already wrote that name,
+// or "[id].ext" when the file cannot be created under the title. Returns the file written, or ""
+// when even that failed (logged).
+QString Exporter::saveDocumentFile(const QString &source, qint64 recId, const QString &path, QString name,
+                                   const QString &ext, repo::ValueReader &bytes, ExportRecord &rec)
 {
     const QChar sep = pathSeparator();
-    const QString idText = QString::number(recId);
-    auto save = [&](const QString &fileName) {
-        const QString filePath = path + sep + fileName;
-        const qint64 written = disk().writeFile(filePath, bytes);
-        ++m_result.documents;
-        m_result.bytes += written;
-        if (m_options.observer)
-            m_options.observer->documentWritten(filePath, written);
-        return filePath;
-    };
-
     // Never overwrite what this run wrote: a second document that cleans to the same name keeps
     // its id beside its title.
     const QString tag = idTag(recId);
-    if (disk().wroteThisRun(path + sep + name + ext))
+    rec.status = reportstatus::written;
+    if (disk().wroteThisRun(path + sep + name + ext)) {
         name += QLatin1Char(' ') + tag;
-    QString written;
-    bool refused = !titleCanBeFileName(name, ext);
-    if (!refused) {
-        const bool ok = HuntERR::resume(source, [&] {
-            try {
-                written = save(name + ext);
-            } catch (const HuntERR::Error &e) {
-                if (e.number() != HuntERR::ERR_WRITE_FAILED)
-                    throw;
-                refused = true; // cannot be created under its title: the fallback name below
-            }
-        });
-        if (!ok)
-            logFailure(source, recId, description, path, kFileLine);
+        rec.status = reportstatus::renamed;
     }
-    if (refused) {
-        // The title cannot be a file name here: the document keeps its id instead. That is a
-        // naming decision, not a failure, so nothing goes to the log.
-        const QString fallback = tag + ext;
-        if (!HuntERR::resume(source, [&] {
-                if (!titleCanBeFileName(tag, ext) || disk().wroteThisRun(path + sep + fallback))
-                    HuntERR::raise(HuntERR::ERR_WRITE_FAILED,
-                                   QStringLiteral("Write to file failed: %1 cannot be a file name").arg(path + sep + fallback));
-                written = save(fallback);
-            }))
-            logFailure(source, recId, description, path, kFileLine);
+    const QString fallback = path + sep + tag + ext;
+    QString staged = path + sep + name + ext;
+    if (!titleCanBeFileName(name, ext)) {
+        staged = fallback;
+        rec.status = reportstatus::fallback;
     }
-    return written;
+    qint64 written = 0;
+    const bool ok = HuntERR::resume(source, [&] {
+        try {
+            written = disk().stageFile(staged, bytes);
+        } catch (const HuntERR::Error &e) {
+            // A path the file system refuses before a byte is read: the fallback name below.
+            if (e.number() != HuntERR::ERR_WRITE_FAILED || staged == fallback)
+                throw;
+            staged = fallback;
+            rec.status = reportstatus::fallback;
+            written = disk().stageFile(staged, bytes);
+        }
+    });
+    if (!ok) {
+        logFailure(source, recId, rec.name, path, kFileLine);
+        rec.status = reportstatus::failed;
+        rec.message = m_lastFailure;
+        return {};
+    }
+    rec.bytes = written;
+    // Dated before it takes its name: a file under a final name is always complete and dated.
+    if (!HuntERR::resume(source, [&] { fxnSetFileDate(m_signIn.cnDb(), recId, staged); })) {
+        logFailure(source, recId, rec.name, path, kFileLine);
+        rec.message = m_lastFailure;
+    }
+    rec.date = m_lastFileDate;
+    const QString filePath = commitDocument(source, staged, fallback, rec);
+    if (filePath.isEmpty())
+        return {};
+    ++m_result.documents;
+    m_result.bytes += written;
+    if (m_options.observer)
+        m_options.observer->documentWritten(filePath, written);
+    return filePath;
 }
 
 QString Exporter::fxnSaveDocument(qint64 recId, const QString &path)
@@ -411,14 +446,32 @@ QString Exporter::fxnSaveDocument(qint64 recId, const QString &path)
     });
     if (!read) {
         logFailure(source, recId, description, path, kFileLine);
+        record(ExportRecord::of(ExportRecord::Kind::Document, recId, description, reportstatus::failed, m_lastFailure),
+               path);
         return {};
     }
 
     repo::BytesReader reader(std::move(bytes));
-    const QString written = saveDocumentFile(source, recId, description, path, name, ext, reader);
-    if (written.isEmpty())
-        return {}; // nothing to date
-    if (!HuntERR::resume(source, [&] { fxnSetFileDate(cn, recId, written); }))
-        logFailure(source, recId, description, path, kFileLine);
+    ExportRecord rec = ExportRecord::of(ExportRecord::Kind::Document, recId, description);
+    if (m_options.update) {
+        const QString unchanged = unchangedFile(recId, path, name, ext, reader, &rec.date);
+        if (!unchanged.isEmpty()) {
+            disk().keepFile(unchanged);
+            ++m_result.kept;
+            rec.bytes = reader.size();
+            rec.status = reportstatus::skipped;
+            if (m_options.observer)
+                m_options.observer->documentKept(unchanged, rec.bytes);
+            record(rec, unchanged);
+            return unchanged;
+        }
+    }
+    // The digest is taken only when a report wants it: it costs processor time the copy does not.
+    HashingReader hashing(reader);
+    repo::ValueReader &input = m_options.records ? static_cast<repo::ValueReader &>(hashing) : reader;
+    const QString written = saveDocumentFile(source, recId, path, name, ext, input, rec);
+    if (m_options.records && !written.isEmpty())
+        rec.sha256 = hashing.sha256();
+    record(rec, written.isEmpty() ? path : written);
     return written;
 }

@@ -2,6 +2,7 @@
 // The export engine: the walk over the ticked tree, directories, documents under clean names,
 // file dates and the export log. Used by the window's "Start &Copy" and by the command line.
 
+#include "export/exportreport.h"
 #include "names/filenames.h"
 #include "repository/valuereader.h"
 #include "tree/treesession.h"
@@ -28,6 +29,9 @@ QString exportLogNameFor(const QDateTime &when);
 // milliseconds ignored) stands for, taken as local time with the offset in force today.
 // Raises HuntERR::Error (13) on a text too short or not numeric where digits belong.
 QDateTime fileDateFromRepositoryText(const QString &text);
+// The date the export gives a document's file: its own date, else its upload date, read with the
+// date statement; invalid when it has neither. Raises HuntERR::Error when the statement fails.
+QDateTime documentDate(repo::Connection &cn, qint64 recId);
 
 // What the command line wants to hear about while the walk runs; the window ignores it.
 class ExportObserver {
@@ -38,6 +42,11 @@ public:
     virtual void directoryCreated(const QString &path) { Q_UNUSED(path); }
     virtual void documentWritten(const QString &filePath, qint64 bytes) { Q_UNUSED(filePath); Q_UNUSED(bytes); }
     virtual void failureLogged(const QString &line) { Q_UNUSED(line); }
+    // --update: an existing directory kept, a document's file left as it was, and (dry run) a
+    // file in a kept directory that the repository no longer lists.
+    virtual void directoryKept(const QString &path) { Q_UNUSED(path); }
+    virtual void documentKept(const QString &filePath, qint64 bytes) { Q_UNUSED(filePath); Q_UNUSED(bytes); }
+    virtual void fileNotListed(const QString &filePath) { Q_UNUSED(filePath); }
     // The log could not hold this line: it must reach the person another way.
     virtual void failureUnlogged(const QString &line) { Q_UNUSED(line); }
 };
@@ -48,6 +57,10 @@ struct ExportOptions {
     QString logFolder;          // "" = the documents folder
     ExportObserver *observer = nullptr;
     QStringList madeDirectories; // dry run: directories taken as made before the walk (a destination to create)
+    // Finish or refresh an earlier export: existing directories are kept, and a document whose
+    // file is there with its size and date is left as it is.
+    bool update = false;
+    ExportRecords *records = nullptr; // one record per folder and document, as the run goes
 };
 
 // What a run did. failures counts every item that could not be written (in a dry run: would
@@ -58,6 +71,7 @@ struct ExportResult {
     qint64 documents = 0;
     qint64 bytes = 0;
     qint64 failures = 0;
+    qint64 kept = 0; // --update: documents left as they were (not in documents)
     QStringList unloggedLines;
     QString logPath; // the log this run wrote to; "" when it wrote none
     // Something failed: the log was shown, or lines could not be logged, or (dry run) would be.
@@ -91,8 +105,15 @@ public:
 
 
 private:
-    QString saveDocumentFile(const QString &source, qint64 recId, const QString &description, const QString &path,
-                             QString name, const QString &ext, repo::ValueReader &bytes);
+    QString saveDocumentFile(const QString &source, qint64 recId, const QString &path, QString name,
+                             const QString &ext, repo::ValueReader &bytes, ExportRecord &rec);
+    // Puts the staged file in place: under its name, else under "[id].ext". "" when neither took.
+    QString commitDocument(const QString &source, const QString &staged, const QString &fallback, ExportRecord &rec);
+    // --update: the file this document would be written to, when it is there with the
+    // document's size and date already.
+    QString unchangedFile(qint64 recId, const QString &path, QString name, const QString &ext,
+                          const repo::ValueReader &bytes, QDateTime *date);
+    void record(ExportRecord r, const QString &path);
     QString childFoldersQuery(const QString &id, bool firstLevel) const;
     void walkSubFolders(const QString &key, const QString &topPath, bool firstLevel);
     QString nextSubFolder(const repo::RecordSet &rs, const QString &parentPath, const QString &source,
@@ -100,9 +121,13 @@ private:
     void folderDone(const QString &path);
     // The directory a folder gets below parent: its cleaned name unless that is no name or this
     // run already made it; then its id goes in.
-    QString directoryFor(const QString &parent, const QString &cleaned, qint64 id);
-    // Replaces an earlier run's entry and makes the directory; a failure is logged once.
-    bool recreateDirectory(const QString &source, const QString &target, const std::function<void()> &logged);
+    QString directoryFor(const QString &parent, const QString &cleaned, qint64 id, QString *status = nullptr);
+    // Replaces an earlier run's entry and makes the directory (an update keeps a directory that is
+    // there); a failure is logged once.
+    bool recreateDirectory(const QString &source, const QString &target, const std::function<void()> &logged,
+                           const ExportRecord &folder);
+    // Dry run of an update: the files of a kept directory that this run would leave alone.
+    void listNotListed(const QString &dir);
     // Writes one failure line and keeps a failure of the log itself from ending the walk.
     void logFailure(const QString &source, qint64 id, const QString &name, const QString &location, quint8 type);
     QString logFolder() const;
@@ -114,6 +139,9 @@ private:
     QHash<const FolderTree::Node *, QString> m_nodeDirs; // ticked nodes' directories
     qint64 m_childId = 0;
     QString m_pendingLine; // composed but not yet in the log
+    QString m_lastFailure;  // what the last logged failure was
+    QDateTime m_lastFileDate; // the date fxnSetFileDate last applied
+    QSet<QString> m_keptDirs; // --update: directories kept from an earlier run
     SessionState &m_signIn;
     TreeProcs &m_tree;
 };
