@@ -1,29 +1,26 @@
 #pragma once
-// SHA-256 as fast as the processor allows: with the x86 SHA instructions where the processor has
-// them (several times faster than a portable implementation, so a digest costs less than the disk
-// it is taken beside), else QCryptographicHash. Both give the same digest.
+// SHA-256 as fast as the machine allows: OpenSSL's libcrypto where the build found it (it uses
+// the processor's SHA instructions, so a digest costs less than the disk it is taken beside),
+// else QCryptographicHash, about half as fast. Both give the same digest.
 
-#include <QByteArray>
 #include <QCryptographicHash>
 #include <QString>
 
-#include <array>
-#include <cstdint>
+#include <memory>
 
 class Sha256 {
 public:
     Sha256();
+    ~Sha256();
+    Sha256(const Sha256 &) = delete;
+    Sha256 &operator=(const Sha256 &) = delete;
+
     void addData(const char *data, qint64 length);
     // Lower-case hex; the object is finished after it.
     QString hexResult();
-    // True when the processor's SHA instructions are used.
-    static bool accelerated();
 
 private:
-    bool m_fast;
+    struct Native;
+    std::unique_ptr<Native> m_native;
     QCryptographicHash m_portable{QCryptographicHash::Sha256};
-    std::array<std::uint32_t, 8> m_state;
-    std::array<unsigned char, 64> m_block;
-    qint64 m_blockUsed = 0;
-    quint64 m_total = 0;
 };
