@@ -7,7 +7,10 @@
 #   2. A click on the folder with 10,000 children, live and archive (bench_tree_load).
 #   3. The export's peak resident memory: with --jobs 8 on the repository, and exporting one
 #      document of 999,999,000 bytes (the demo repository with that document added).
-#   4. The live export through the SQL Server stand-in (tests' sqlserver-standin: FreeTDS's ODBC
+#   4. Proving and resuming (live): `parcelwise verify` of an export against its report (disk only)
+#      next to `sha256sum` over the same files; `export --update` over that complete export next
+#      to the fresh export; and what --report itself costs the export.
+#   5. The live export through the SQL Server stand-in (tests' sqlserver-standin: FreeTDS's ODBC
 #      driver, TDS over 127.0.0.1) with 0, 1 and 5 ms added before every reply, next to the
 #      embedded figure: what the wire and each round trip cost; and at the highest latency with
 #      --jobs 8 next to --jobs 1.
@@ -116,9 +119,9 @@ IFS='|' read -r arc_docs arc_bytes arc_largest < <(sqlite3 -readonly "$live_db" 
 # Written trees stay until the end: on ext4 without a journal (as here) a new inode skips every
 # inode freed in the last half minute, so deleting 25,000 files between steps made the next step
 # pay for the deletion. Each timed step writes into a fresh folder instead.
-# floor, three exports (--jobs 1, 4, 8) and copy of the live documents; floor, export and copy of
-# the archived ones; the huge document; plus directories.
-per_run=$(((live_bytes * 5 + arc_bytes * 3 + HUGE * HUGE_BYTES) / 1024 / 1024 + 500))
+# floor, three exports (--jobs 1, 4, 8), copy and reported export of the live documents; floor,
+# export and copy of the archived ones; the huge document; plus directories.
+per_run=$(((live_bytes * 6 + arc_bytes * 3 + HUGE * HUGE_BYTES) / 1024 / 1024 + 500))
 wire_mib=$(((live_bytes / 1024 / 1024 + 100) * WIRE_RUNS * ($(wc -w <<<"$WIRE_LATENCIES") + 1)))
 need_mib=$((per_run * (RUNS + 1) + wire_mib + 1024))
 free_mib=$(df -Pm "$BENCH_DIR" | awk 'NR == 2 { print $4 }')
@@ -189,6 +192,24 @@ start_standin() { # latency-ms
     [ -n "$port" ] || { cat "$work/standin.err" >&2; die "sqlserver-standin did not start"; }
     wire_server="127.0.0.1,$port"
 }
+# The same export with its report; the report lands beside the tree.
+export_report_to() { # database dir
+    mkdir "$2"
+    timed "$exe" export --server "$repo" --user demo --database "$1" --all --dest "$2" \
+        --log-dir "$work/logs" --no-progress --report "$2.jsonl"
+    grep -o 'Exported .*' "$work/step.err" | tail -n 1 >"$2.summary"
+}
+update_of() { # database dir: the export is complete, so everything should be left as it is
+    timed "$exe" export --server "$repo" --user demo --database "$1" --all --dest "$2" \
+        --log-dir "$work/logs" --no-progress --update --report "$2.update.jsonl"
+    grep -o 'Exported .*' "$work/step.err" | tail -n 1 >"$2.update.summary"
+}
+verify_of() { # dir
+    timed "$exe" verify --report "$1.jsonl" --dest "$1" --no-progress
+}
+sha256sum_of() { # dir: the same files, as many per sha256sum process as xargs allows
+    timed sh -c 'cd "$1" && find . -type f -print0 | xargs -0 sha256sum >/dev/null' sh "$1"
+}
 copy_of() { # from to
     timed cp -a "$1" "$2"
 }
@@ -248,6 +269,11 @@ for run in $(seq 1 "$RUNS"); do
     step live.export8 export_to "$LIVE" "$d/export8" "$repo" 8
     check_same_set "$d/floor" "$d/export8"
     step live.cp copy_of "$d/export" "$d/copy"
+    step live.report export_report_to "$LIVE" "$d/reported"
+    check_same_set "$d/floor" "$d/reported"
+    step live.verify verify_of "$d/reported"
+    step live.sha256sum sha256sum_of "$d/reported"
+    step live.update update_of "$LIVE" "$d/reported"
     step arc.floor floor "$attach" "$archive_set" c.FileData c.FileID "$d/floor-archive"
     step arc.export export_to "$ARCHIVE" "$d/export-archive"
     check_same_set "$d/floor-archive" "$d/export-archive"
@@ -367,6 +393,17 @@ if ((WIRE_RUNS > 0)); then
         "--jobs 1 $(secs "$w1")" "**$speedup× faster** (≥ 5×)" \
         "$(awk -v s="$speedup" 'BEGIN { print (s >= 5 ? "PASS" : "MISS") }')"
 fi
+e=$(median "${t[live.export.ms]}"); rep=$(median "${t[live.report.ms]}")
+v=$(median "${t[live.verify.ms]}"); s=$(median "${t[live.sha256sum.ms]}"); u=$(median "${t[live.update.ms]}")
+r=$(ratio "$v" "$s")
+row "Live verify --report of the export, disk only: $live_docs files, $(mib "$live_bytes")" "$(secs "$v")" \
+    "sha256sum over the same files $(secs "$s")" "**$r×** (≤ 1.0×)" "$(verdict "$r" 1.0)"
+r=$(ratio "$u" "$e")
+unchanged=$(sed -n 's/.*(\([0-9]*\) more unchanged).*/\1/p' "$work/run1/reported.update.summary")
+row "Live export --update over that complete export: ${unchanged:-0} of $live_docs documents left as they were" \
+    "$(secs "$u")" "fresh export $(secs "$e")" "**$r×** (< 0.10×)" "$(verdict "$r" 0.0999)"
+row "Live export with --report (SHA-256 taken as the bytes pass)" "$(secs "$rep")" "export without $(secs "$e")" \
+    "$(ratio "$rep" "$e")×" "—"
 live_click=$(field live median_ms)
 arc_click=$(field archive median_ms)
 row "Click on \"Wide\", live: $(field live children) children" "$live_click ms" \
@@ -387,6 +424,7 @@ $(printf '%s\n' "${rows[@]}")
 
 Every run (ms): live floor $(runs_of "${t[live.floor.ms]}"); live export $(runs_of "${t[live.export.ms]}"); live cp -a $(runs_of "${t[live.cp.ms]}")
                 live export --jobs 4 $(runs_of "${t[live.export4.ms]}"); --jobs 8 $(runs_of "${t[live.export8.ms]}")
+                live export --report $(runs_of "${t[live.report.ms]}"); verify $(runs_of "${t[live.verify.ms]}"); sha256sum $(runs_of "${t[live.sha256sum.ms]}"); --update $(runs_of "${t[live.update.ms]}")
                 archive floor $(runs_of "${t[arc.floor.ms]}"); archive export $(runs_of "${t[arc.export.ms]}"); archive cp -a $(runs_of "${t[arc.cp.ms]}")
 Stand-in exports (ms): $(for l in $WIRE_LATENCIES; do printf '+%s ms: %s; ' "$l" "$(runs_of "${t[wire$l.ms]:-}")"; done)--jobs 8 at the last: $(runs_of "${t[wire${WIRE_LATENCIES##* }.jobs8.ms]:-}")
 Peak resident memory (KiB): live $(runs_of "${t[live.export.rss]}"); --jobs 4 $(runs_of "${t[live.export4.rss]}"); --jobs 8 $(runs_of "${t[live.export8.rss]}"); archive $(runs_of "${t[arc.export.rss]}"); huge document $(runs_of "${t[huge.rss]:-}")

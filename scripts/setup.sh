@@ -5,7 +5,7 @@ cd "$(dirname "$0")/.."
 
 packages=(cmake g++ make pkg-config qt6-base-dev qt6-qpa-plugins libqt6sql6-odbc libqt6sql6-sqlite
           unixodbc unixodbc-dev odbcinst tdsodbc libsqliteodbc sqlite3 libsqlite3-dev libgl1-mesa-dev
-          xvfb xauth fonts-dejavu-core dpkg-dev file)
+          xvfb xauth fonts-dejavu-core dpkg-dev file libssl-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

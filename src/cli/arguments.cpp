@@ -95,7 +95,8 @@ CommandDef exportCommand()
     exportCommand.name = QStringLiteral("export");
     exportCommand.synopsis = QStringLiteral(
         "export --server NAME --user NAME --database NAME (--folder PATH ... | --all) --dest DIR\n"
-        "                         [--jobs N] [--dry-run] [--log-dir DIR] [--progress | --no-progress] [--password-stdin]");
+        "                         [--jobs N] [--dry-run] [--update] [--report FILE] [--log-dir DIR]\n"
+        "                         [--progress | --no-progress] [--password-stdin]");
     exportCommand.summary = QStringLiteral("Export folders and their documents to a directory");
     exportCommand.description = QStringLiteral(
         "Ticks folders as a user would in the window and runs the copy: every ticked folder\n"
@@ -113,7 +114,14 @@ CommandDef exportCommand()
         "Documents are streamed from the database to their files a megabyte at a time, never held\n"
         "whole. --jobs N fetches and writes N documents at once, each on a connection of its own\n"
         "(worth it when every round trip to the server costs time); the folders are still walked\n"
-        "one by one, so the files, their names and the log are the same for every N.");
+        "one by one, so the files, their names and the log are the same for every N.\n"
+        "\n"
+        "Every document is written under a temporary name beside its file, dated, and renamed into\n"
+        "place when complete: a run that is stopped leaves no partial file under a document's name.\n"
+        "--report writes one JSON line per folder and per document as the run goes (path, bytes,\n"
+        "SHA-256, date, status), for 'parcelwise verify'. --update finishes or refreshes an earlier\n"
+        "export into the same DIR: existing directories are kept, a document whose file is there\n"
+        "with its size and date is left alone, everything else is written.");
     exportCommand.options = signInOptions();
     exportCommand.options << option("--database", "NAME", "Company database to export from (live or archive)")
                           << option("--folder", "PATH", "Folder to export, e.g. \"Projects/2016\"; may be repeated", true)
@@ -121,6 +129,11 @@ CommandDef exportCommand()
                           << option("--dest", "DIR", "Directory that receives the folders (created with its parents when missing)")
                           << option("--jobs", "N", "Documents fetched and written at once, each on its own\nconnection (1 to 64; default 1)")
                           << option("--dry-run", "", "Write nothing; list the directories and files it would write\nand the existing directories it would delete")
+                          << option("--update", "", "Keep existing directories and leave documents whose file has\n"
+                                                    "their size and date; with --dry-run, also list files the\n"
+                                                    "repository no longer holds")
+                          << option("--report", "FILE", "Write a JSON Lines record of every folder and document to FILE\n"
+                                                        "(with --update, digests of unchanged files carry over from FILE)")
                           << option("--log-dir", "DIR", "Directory for the export log (default: your Documents folder;\ncreated with its parents when missing)")
                           << option("--progress", "", "Show the progress line even when stderr is not a terminal")
                           << option("--no-progress", "", "Never show the progress line")
@@ -133,6 +146,35 @@ CommandDef exportCommand()
         QStringLiteral("parcelwise export --server ./demo-repository --user demo --database Acme --all --dest ./out --log-dir ./out"),
     };
     return exportCommand;
+}
+
+CommandDef verifyCommand()
+{
+    CommandDef verify;
+    verify.name = QStringLiteral("verify");
+    verify.synopsis = QStringLiteral(
+        "verify --report FILE --dest DIR [--server NAME --user NAME --database NAME] [--password-stdin]\n"
+        "                         [--progress | --no-progress]");
+    verify.summary = QStringLiteral("Prove an export: its files against its report and the repository");
+    verify.description = QStringLiteral(
+        "Reads every file the export report FILE lists below DIR and compares it with its record:\n"
+        "that it is there, its size, its SHA-256 and its date. Given a server, each document is\n"
+        "also read again from the repository, with the statements the export sends, and compared\n"
+        "with the file. Every mismatch is printed on stdout with its path and what differs\n"
+        "(missing, size, content, date); a summary follows on stderr.");
+    verify.options << option("--report", "FILE", "Export report written by 'parcelwise export --report'")
+                   << option("--dest", "DIR", "Directory the export wrote into");
+    verify.options << signInOptions();
+    verify.options << option("--database", "NAME", "Company database the export read (with --server)")
+                   << option("--progress", "", "Show the progress line even when stderr is not a terminal")
+                   << option("--no-progress", "", "Never show the progress line")
+                   << traceOption() << helpOption();
+    verify.examples = {
+        QStringLiteral("parcelwise verify --report export.jsonl --dest /srv/export"),
+        QStringLiteral("parcelwise verify --report export.jsonl --dest /srv/export \\\n"
+                       "      --server sql01 --user exporter --database Acme --password-stdin < ~/.parcelwise-password"),
+    };
+    return verify;
 }
 
 CommandDef demoCommand()
@@ -155,7 +197,7 @@ CommandDef demoCommand()
 
 QList<CommandDef> buildCommands()
 {
-    return {databasesCommand(), treeCommand(), exportCommand(), demoCommand()};
+    return {databasesCommand(), treeCommand(), exportCommand(), verifyCommand(), demoCommand()};
 }
 
 CommandDef buildTool()
@@ -398,11 +440,18 @@ QString helpText(const CommandDef &def)
         "\nEnvironment:\n"
         "  PARCELWISE_PASSWORD   password, when --password-stdin is not given\n"
         "  PARCELWISE_TRACE_SQL  file to append the SQL statements to, as --trace-sql does\n");
-    text += QStringLiteral(
-        "\nExit status:\n"
-        "  0  done (every item exported)\n"
-        "  1  some items could not be exported; they are listed in the export log\n"
-        "  2  usage, sign-in or database error\n");
+    if (def.name == QLatin1String("verify"))
+        text += QStringLiteral(
+            "\nExit status:\n"
+            "  0  every file listed matches (and the repository, given a server)\n"
+            "  1  some file or document does not match; each is printed\n"
+            "  2  usage, report, sign-in or database error\n");
+    else
+        text += QStringLiteral(
+            "\nExit status:\n"
+            "  0  done (every item exported)\n"
+            "  1  some items could not be exported; they are listed in the export log\n"
+            "  2  usage, sign-in or database error\n");
     text += QStringLiteral("\nExamples:\n");
     for (const QString &example : def.examples)
         text += QStringLiteral("  ") + example + QLatin1Char('\n');

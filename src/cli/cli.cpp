@@ -78,6 +78,8 @@ int dispatch(const QStringList &args)
         return runTree(p);
     if (p.command == QLatin1String("export"))
         return runExport(p);
+    if (p.command == QLatin1String("verify"))
+        return runVerify(p);
     return runDemo(p);
 }
 

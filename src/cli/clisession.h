@@ -81,5 +81,6 @@ QString absoluteNative(const QString &path);
 int runDatabases(const Parsed &p);
 int runTree(const Parsed &p);
 int runExport(const Parsed &p);
+int runVerify(const Parsed &p);
 
 } // namespace cli

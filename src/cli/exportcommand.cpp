@@ -8,6 +8,7 @@
 #include "cli/terminal.h"
 
 #include "export/exporter.h"
+#include "export/exportreport.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -135,7 +136,8 @@ void printSummary(const ExportResult &result, bool dryRun, double seconds, const
         if (lost > 0)
             logPath += QStringLiteral(" (%1 failures could not be logged; they are shown above)").arg(lost);
     }
-    writeErr(QStringLiteral("%1%2 folders, %3 documents, %4 bytes (%5), %6 failures, %7 s; log: %8\n")
+    const QString kept = result.kept > 0 ? QStringLiteral(" (%1 more unchanged)").arg(result.kept) : QString();
+    writeErr(QStringLiteral("%1%2 folders, %3 documents%9, %4 bytes (%5), %6 failures, %7 s; log: %8\n")
                  .arg(dryRun ? QStringLiteral("Dry run, nothing written: would export ") : QStringLiteral("Exported "))
                  .arg(result.folders)
                  .arg(result.documents)
@@ -143,7 +145,8 @@ void printSummary(const ExportResult &result, bool dryRun, double seconds, const
                  .arg(humanBytes(result.bytes))
                  .arg(result.failures)
                  .arg(QString::number(seconds, 'f', 1))
-                 .arg(logPath + destinationNote));
+                 .arg(logPath + destinationNote)
+                 .arg(kept));
 }
 
 // What the arguments ask of an export, checked before anything else happens.
@@ -156,6 +159,8 @@ struct ExportRequest {
     bool dryRun = false;
     bool progress = false;
     int jobs = 1;
+    bool update = false;
+    QString report; // "" when none is wanted
     OutputFolders output;
 };
 
@@ -191,6 +196,12 @@ int readRequest(const Parsed &p, ExportRequest *request)
         return ExitError;
     }
     request->dryRun = p.has(QStringLiteral("--dry-run"));
+    request->update = p.has(QStringLiteral("--update"));
+    request->report = p.value(QStringLiteral("--report"));
+    if (p.has(QStringLiteral("--report")) && request->report.trimmed().isEmpty())
+        return usageError(QStringLiteral("--report needs a file name"), p.command);
+    if (p.has(QStringLiteral("--report")) && request->dryRun)
+        return usageError(QStringLiteral("--report and --dry-run cannot be combined: a dry run writes nothing"), p.command);
     if (!request->dryRun && !logFolderTakesLines(request->output.log.path, &problem)) {
         printError(printable(problem));
         return ExitError;
@@ -221,8 +232,15 @@ int runExport(const Parsed &p)
     session.signIn.DestinationPath = destination;
     Exporter exporter(session.signIn, session.procs);
     ExportReporter reporter(destination, request.progress, request.dryRun);
+    ReportFile report;
+    if (!request.report.isEmpty() && !report.open(request.report, request.update, &problem)) {
+        printError(printable(QStringLiteral("cannot write the report \"%1\": %2").arg(request.report, problem)));
+        return ExitError;
+    }
     ExportOptions options;
     options.dryRun = request.dryRun;
+    options.update = request.update;
+    options.records = request.report.isEmpty() ? nullptr : &report;
     options.logFolder = request.output.log.path;
     options.observer = &reporter;
     options.jobs = request.jobs;
@@ -236,9 +254,11 @@ int runExport(const Parsed &p)
     reporter.finish();
 
     printSummary(result, request.dryRun, reporter.elapsedSeconds(), destinationNote(request.output.dest, request.dryRun));
+    if (!report.ok())
+        printError(printable(QStringLiteral("the report \"%1\" is incomplete: %2").arg(request.report, report.errorString())));
     if (!ok)
         return ExitError;
-    return result.anythingFailed() || !session.port.openedLog.isEmpty() ? ExitItemsFailed : ExitDone;
+    return result.anythingFailed() || !report.ok() || !session.port.openedLog.isEmpty() ? ExitItemsFailed : ExitDone;
 }
 
 } // namespace cli

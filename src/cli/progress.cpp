@@ -72,6 +72,27 @@ void ExportReporter::documentBytes(qint64 bytesInFlight)
     draw(false);
 }
 
+void ExportReporter::directoryKept(const QString &path)
+{
+    ++m_folders;
+    m_current = printable(shown(path));
+    list(QStringLiteral("keep    ") + QDir::toNativeSeparators(path));
+    draw(false);
+}
+
+void ExportReporter::documentKept(const QString &filePath, qint64 bytes)
+{
+    ++m_kept;
+    list(QStringLiteral("keep    ") + QDir::toNativeSeparators(filePath) + QStringLiteral("  (") + QString::number(bytes)
+         + QStringLiteral(" bytes, unchanged)"));
+    draw(false);
+}
+
+void ExportReporter::fileNotListed(const QString &filePath)
+{
+    list(QStringLiteral("extra   ") + QDir::toNativeSeparators(filePath) + QStringLiteral("  (not in the repository; left alone)"));
+}
+
 void ExportReporter::failureLogged(const QString &)
 {
     ++m_failures;
@@ -113,6 +134,8 @@ void ExportReporter::draw(bool force)
                        .arg(m_documents)
                        .arg(humanBytes(bytes))
                        .arg(humanBytes(qint64(double(bytes) / seconds)));
+    if (m_kept > 0)
+        line += QStringLiteral("  %1 unchanged").arg(m_kept);
     if (m_failures > 0)
         line += QStringLiteral("  %1 failed").arg(m_failures);
     if (!m_current.isEmpty()) {

@@ -24,6 +24,9 @@ public:
     void documentBytes(qint64 bytesInFlight) override;
     void failureLogged(const QString &line) override;
     void failureUnlogged(const QString &line) override;
+    void directoryKept(const QString &path) override;
+    void documentKept(const QString &filePath, qint64 bytes) override;
+    void fileNotListed(const QString &filePath) override;
 
     // Takes the progress line off the screen, so the summary starts on a clean line.
     void finish();
@@ -46,6 +49,7 @@ private:
     qint64 m_bytes = 0;
     qint64 m_inFlight = 0; // bytes of documents still being written
     qint64 m_failures = 0;
+    qint64 m_kept = 0;
     QString m_current;
 };
 

@@ -1,4 +1,5 @@
 #include "export/dirhandles.h"
+#include "export/dirhandles_p.h"
 
 #include <QDir>
 #include <QFile>
@@ -21,54 +22,11 @@
 
 namespace dirhandles {
 
-namespace {
-// How much of a document is in memory at a time on its way to the file.
-constexpr qsizetype kChunk = 1 << 20;
-} // namespace
-
-namespace {
-
-// A name that would not stay one entry of its directory.
-bool singleEntryName(const QString &name)
-{
-    if (name.isEmpty() || name == QLatin1String(".") || name == QLatin1String(".."))
-        return false;
-    if (name.contains(QLatin1Char('/')) || name.contains(QChar(0)))
-        return false;
-#ifdef Q_OS_WIN
-    if (name.contains(QLatin1Char('\\')))
-        return false;
-#endif
-    return true;
-}
-
-Result failed(const QString &reason, bool nameRefused = false)
-{
-    Result r;
-    r.ok = false;
-    r.reason = reason;
-    r.nameRefused = nameRefused;
-    return r;
-}
-
-} // namespace
-
 #ifndef Q_OS_WIN
 // --- POSIX: directory descriptors, *at calls, O_NOFOLLOW ------------------------------------
 
-struct Access {
-    static int fd(const Dir &d) { return d.m_fd; }
-    static Dir make(int fd)
-    {
-        Dir d;
-        d.m_fd = fd;
-        return d;
-    }
-};
-
 namespace {
 
-QString systemReason() { return QString::fromLocal8Bit(std::strerror(errno)); }
 
 constexpr int kDirFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
@@ -248,96 +206,12 @@ Result removeEntry(const Dir &parent, const QString &name)
     return {};
 }
 
-Result writeFile(const Dir &parent, const QString &name, repo::ValueReader &source, qint64 *written)
-{
-    *written = 0;
-    if (!singleEntryName(name))
-        return failed(QStringLiteral("not a name of one entry"), true);
-    const QByteArray n = QFile::encodeName(name);
-    const int at = Access::fd(parent);
-    struct stat st;
-    if (fstatat(at, n.constData(), &st, AT_SYMLINK_NOFOLLOW) == 0) {
-        if (S_ISDIR(st.st_mode))
-            return failed(QStringLiteral("a directory stands there"), true);
-        if (unlinkat(at, n.constData(), 0) != 0 && errno != ENOENT)
-            return failed(systemReason(), true);
-    }
-    const int fd = openat(at, n.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
-    if (fd < 0)
-        return failed(systemReason(), true);
-    // A torn copy must not pass for the document.
-    const auto torn = [&](const QString &why) {
-        close(fd);
-        unlinkat(at, n.constData(), 0);
-        return failed(why);
-    };
-    std::vector<char> chunk(kChunk);
-    for (;;) {
-        qint64 got = 0;
-        try {
-            got = source.read(chunk.data(), qint64(chunk.size()));
-        } catch (...) {
-            torn(QString());
-            throw;
-        }
-        if (got <= 0)
-            break;
-        for (const char *data = chunk.data(); got > 0;) {
-            const ssize_t done = ::write(fd, data, size_t(got));
-            if (done < 0 && errno == EINTR)
-                continue;
-            if (done <= 0)
-                return torn(systemReason());
-            data += done;
-            got -= done;
-            *written += done;
-        }
-    }
-    if (close(fd) != 0) {
-        const QString why = systemReason();
-        unlinkat(at, n.constData(), 0);
-        return failed(why);
-    }
-    return {};
-}
-
-bool setFileTime(const Dir &parent, const QString &name, const QDateTime &when)
-{
-    if (!when.isValid() || !singleEntryName(name))
-        return false;
-    const qint64 msecs = when.toMSecsSinceEpoch();
-    struct timespec times[2];
-    times[0].tv_sec = 0;
-    times[0].tv_nsec = UTIME_OMIT;
-    times[1].tv_sec = time_t(msecs >= 0 ? msecs / 1000 : -((-msecs + 999) / 1000));
-    times[1].tv_nsec = long((msecs - qint64(times[1].tv_sec) * 1000) * 1000000);
-    return utimensat(Access::fd(parent), QFile::encodeName(name).constData(), times, AT_SYMLINK_NOFOLLOW) == 0;
-}
-
 qsizetype maximumPathLength() { return PATH_MAX - 1; }
 
 #else
 // --- Windows: best effort. Each directory is held as a checked long path ("\\?\" form); an
 // entry that is a reparse point (link, junction) is never entered and is removed as itself.
 // Between the check and the use a swapped entry is not caught as it is with POSIX descriptors.
-
-struct Access {
-    static const QString &path(const Dir &d) { return d.m_path; }
-    static Dir make(const QString &path)
-    {
-        Dir d;
-        d.m_path = path;
-        return d;
-    }
-};
-
-namespace {
-
-std::wstring wide(const QString &path) { return path.toStdWString(); }
-QString child(const Dir &parent, const QString &name) { return Access::path(parent) + QLatin1Char('\\') + name; }
-QString systemReason() { return QStringLiteral("system error %1").arg(GetLastError()); }
-
-DWORD attributesOf(const QString &path) { return GetFileAttributesW(wide(path).c_str()); }
 
 bool removeOne(const QString &path, DWORD attributes)
 {
@@ -346,6 +220,8 @@ bool removeOne(const QString &path, DWORD attributes)
         return RemoveDirectoryW(wide(path).c_str()) != 0;
     return DeleteFileW(wide(path).c_str()) != 0;
 }
+
+namespace {
 
 // Directories are emptied with an explicit stack; reparse points are removed, not entered.
 bool removeTree(const QString &top)
@@ -447,70 +323,6 @@ Result removeEntry(const Dir &parent, const QString &name)
     const bool ok = ((a & FILE_ATTRIBUTE_DIRECTORY) && !(a & FILE_ATTRIBUTE_REPARSE_POINT)) ? removeTree(path)
                                                                                              : removeOne(path, a);
     return ok ? Result{} : failed(systemReason());
-}
-
-Result writeFile(const Dir &parent, const QString &name, repo::ValueReader &source, qint64 *written)
-{
-    *written = 0;
-    if (!singleEntryName(name))
-        return failed(QStringLiteral("not a name of one entry"), true);
-    const QString path = child(parent, name);
-    const DWORD a = attributesOf(path);
-    if (a != INVALID_FILE_ATTRIBUTES) {
-        if ((a & FILE_ATTRIBUTE_DIRECTORY) && !(a & FILE_ATTRIBUTE_REPARSE_POINT))
-            return failed(QStringLiteral("a directory stands there"), true);
-        if (!removeOne(path, a))
-            return failed(systemReason(), true);
-    }
-    HANDLE h = CreateFileW(wide(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
-                           FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
-    if (h == INVALID_HANDLE_VALUE)
-        return failed(systemReason(), true);
-    const auto torn = [&](const QString &why) {
-        CloseHandle(h);
-        DeleteFileW(wide(path).c_str());
-        return failed(why);
-    };
-    std::vector<char> chunk(kChunk);
-    for (;;) {
-        qint64 got = 0;
-        try {
-            got = source.read(chunk.data(), qint64(chunk.size()));
-        } catch (...) {
-            torn(QString());
-            throw;
-        }
-        if (got <= 0)
-            break;
-        for (const char *data = chunk.data(); got > 0;) {
-            DWORD done = 0;
-            if (!WriteFile(h, data, DWORD(got), &done, nullptr) || done == 0)
-                return torn(systemReason());
-            data += done;
-            got -= done;
-            *written += done;
-        }
-    }
-    CloseHandle(h);
-    return {};
-}
-
-bool setFileTime(const Dir &parent, const QString &name, const QDateTime &when)
-{
-    if (!when.isValid() || !singleEntryName(name))
-        return false;
-    HANDLE h = CreateFileW(wide(child(parent, name)).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                           nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
-    if (h == INVALID_HANDLE_VALUE)
-        return false;
-    // 100-nanosecond intervals since 1 January 1601 (UTC).
-    const qint64 ticks = (when.toMSecsSinceEpoch() + Q_INT64_C(11644473600000)) * 10000;
-    FILETIME created;
-    created.dwLowDateTime = DWORD(quint64(ticks) & 0xFFFFFFFFu);
-    created.dwHighDateTime = DWORD(quint64(ticks) >> 32);
-    const bool ok = SetFileTime(h, &created, nullptr, nullptr) != 0;
-    CloseHandle(h);
-    return ok;
 }
 
 qsizetype maximumPathLength() { return 32767 - 1; }

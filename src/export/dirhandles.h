@@ -9,6 +9,7 @@
 #include <QByteArray>
 #include <QDateTime>
 #include <QString>
+#include <QStringList>
 
 namespace dirhandles {
 
@@ -50,11 +51,19 @@ Result makeDirectory(const Dir &parent, const QString &name);
 // Removes the entry; a directory with everything below it. Links are removed, not followed;
 // read-only entries and directories without permissions go too.
 Result removeEntry(const Dir &parent, const QString &name);
-// Creates the file afresh (an existing file or link of that name is removed first, so a hard
-// link's other names keep their bytes) and writes what source gives, chunk by chunk. nameRefused
-// when it could not be created; a failure while writing (or the source raising) removes the torn
-// file. written receives the bytes written.
-Result writeFile(const Dir &parent, const QString &name, repo::ValueReader &source, qint64 *written);
+// Writes what source gives, chunk by chunk, into a new file of a fresh temporary name in parent
+// (tempName receives it): no file under a final name is ever partly written. A failure while
+// writing (or the source raising) removes the torn file. written receives the bytes written.
+Result writeTemporary(const Dir &parent, repo::ValueReader &source, QString *tempName, qint64 *written);
+// Puts the entry from under the name to (an existing file or link of that name is replaced as an
+// entry, so a hard link's other names keep their bytes). nameRefused when it cannot take the name.
+Result renameEntry(const Dir &parent, const QString &from, const QString &to);
+// Temporary files of this layer carry names that begin so; only they are removed as leftovers.
+bool isTemporaryName(const QString &name);
+// The names of the regular files (not links, not directories) in parent.
+QStringList fileNames(const Dir &parent);
+// Seconds and bytes of a regular file, without following a link; false when there is none.
+bool fileFacts(const Dir &parent, const QString &name, qint64 *size, QDateTime *modified);
 // Gives the file the document's date without following a link: the creation time on Windows,
 // the modification time elsewhere (the access time stays).
 bool setFileTime(const Dir &parent, const QString &name, const QDateTime &when);

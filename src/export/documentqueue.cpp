@@ -229,6 +229,11 @@ int DocumentQueue::workers() const
     return int(d->threads.size());
 }
 
+int DocumentQueue::pending() const
+{
+    return int(d->out.size());
+}
+
 void DocumentQueue::submit(DocumentJob job)
 {
     auto slot = std::make_unique<Slot>();

@@ -11,6 +11,7 @@
 
 #include "repository/connection.h"
 
+#include <QDateTime>
 #include <QString>
 
 #include <exception>
@@ -25,6 +26,8 @@ struct DocumentJob {
     QString fileName;     // its name under its title, ext included; "" when the title cannot be one
     QString fallbackName; // "[id].ext"
     bool fallbackFree = false; // it can be a file name and this run has not written it
+    bool renamed = false;      // fileName carries the id beside the title (a collision)
+    qint64 serial = 0;         // the walk's count of jobs handed out, this one included
 };
 
 // What became of it. Errors are kept as they were raised, for the walk to hand to the error trail.
@@ -34,8 +37,12 @@ struct DocumentOutcome {
     std::exception_ptr writeError; // the file could not be written under its title (not a name problem)
     bool fellBack = false;         // the title could not be a file name here
     std::exception_ptr fallbackError;
-    QString written; // the file written; "" when none
+    QString written; // the file staged (its final path), for the walk to put in place; "" when none
     qint64 bytes = 0;
+    QString sha256;  // of the bytes written, when a report wants it
+    QDateTime date;  // the date the staged file took; invalid when none
+    QString kept;    // --update: the file already there with the document's size and date
+    std::exception_ptr keptDateError; // --update: the date statement failed (the file is written)
     qint64 streamed = 0; // bytes read from the repository on the way (told as progress)
     std::exception_ptr dateError;
 };
@@ -73,6 +80,8 @@ public:
     // Takes every outcome back.
     void drain();
     int workers() const;
+    // Jobs handed out and not yet taken back.
+    int pending() const;
 
 private:
     struct Impl;

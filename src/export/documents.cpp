@@ -1,11 +1,13 @@
-// One document: named by the walk, fetched and written in chunks on some connection, taken back
-// by the walk in walk order. A document that cannot be written under its cleaned title is written
-// as "[id].ext"; any other failure is logged and the walk goes on.
+// One document: named by the walk; fetched, written in chunks under a temporary name beside its
+// file and dated there, on some connection; taken back by the walk in walk order, which puts the
+// file in place and records it. A document that cannot be written under its cleaned title is
+// written as "[id].ext"; any other failure is logged and the walk goes on.
 
 #include "export/exporter.h"
 
 #include "errors/hunterr.h"
 #include "export/exportdisk.h"
+#include "export/hashingreader.h"
 #include "repository/statements.h"
 
 namespace {
@@ -38,6 +40,20 @@ private:
     const DocumentQueue::Counted &m_counted;
     qint64 *m_total;
 };
+
+repo::StreamedRow openDocument(repo::Connection &cn, const QString &sql, qint64 recId, DocumentOutcome &o)
+{
+    repo::StreamedRow row = cn.executeStreamed(sql);
+    if (row.fields.eof())
+        HuntERR::raise(HuntERR::ERR_NO_CURRENT_RECORD,
+                       QStringLiteral("Either BOF or EOF is True, or the current record has been deleted. "
+                                      "Requested operation requires a current record."));
+    o.description = row.fields.text(QStringLiteral("File_Description"));
+    if (!row.value)
+        HuntERR::raise(HuntERR::ERR_GENERAL, QStringLiteral("Document %1 has no stored bytes").arg(recId));
+    row.fields.text(QStringLiteral("File_name")); // read as it always was: a missing column fails here
+    return row;
+}
 
 } // namespace
 
@@ -72,7 +88,8 @@ void Exporter::fxnSaveDocument(qint64 recId, const QString &path, const QString 
     const QString ext = GetFileExtension(listedFileName);
     const QString tag = idTag(recId);
     QString name = cleanDocumentTitle(listedTitle);
-    if (wroteThisRun(path + sep + name + ext))
+    const bool renamed = wroteThisRun(path + sep + name + ext);
+    if (renamed)
         name += QLatin1Char(' ') + tag;
 
     DocumentJob job;
@@ -82,6 +99,8 @@ void Exporter::fxnSaveDocument(qint64 recId, const QString &path, const QString 
     job.fileName = titleCanBeFileName(name, ext) ? name + ext : QString();
     job.fallbackName = tag + ext;
     job.fallbackFree = titleCanBeFileName(tag, ext) && !wroteThisRun(path + sep + job.fallbackName);
+    job.renamed = renamed;
+    job.serial = ++m_submitted;
     documents().submit(std::move(job));
 }
 
@@ -91,56 +110,101 @@ DocumentOutcome Exporter::fetchDocument(const DocumentJob &job, repo::Connection
     const QString idText = QString::number(job.recId);
     const QString sql = m_signIn.blnArchive ? repo::statements::archiveDocument(idText, m_signIn.strSelectedDb)
                                             : repo::statements::liveDocument(idText);
-    const QString dir = job.folder + pathSeparator();
-    ExportDisk &out = *m_disk;
     bool writing = false;
     try {
-        repo::StreamedRow row = cn.executeStreamed(sql);
-        if (row.fields.eof())
-            HuntERR::raise(HuntERR::ERR_NO_CURRENT_RECORD,
-                           QStringLiteral("Either BOF or EOF is True, or the current record has been deleted. "
-                                          "Requested operation requires a current record."));
-        o.description = row.fields.text(QStringLiteral("File_Description"));
-        if (!row.value)
-            HuntERR::raise(HuntERR::ERR_GENERAL, QStringLiteral("Document %1 has no stored bytes").arg(job.recId));
-        row.fields.text(QStringLiteral("File_name")); // read as it always was: a missing column fails here
+        repo::StreamedRow row = openDocument(cn, sql, job.recId, o);
+        // The reader knows the size before a byte is read: an unchanged file costs no bytes.
+        if (m_options.update && row.value->size() >= 0) {
+            if (keptUnchanged(job, cn, row, o))
+                return o;
+            if (!row.value) // the date statement ended it: sent again for the bytes
+                row = openDocument(cn, sql, job.recId, o);
+        }
         CountingReader bytes(*row.value, counted, &o.streamed);
-
-        o.fellBack = job.fileName.isEmpty();
         writing = true;
-        if (!o.fellBack) {
-            try {
-                o.bytes = out.writeFile(dir + job.fileName, bytes);
-                o.written = dir + job.fileName;
-            } catch (const HuntERR::Error &e) {
-                if (e.number() != HuntERR::ERR_WRITE_FAILED)
-                    throw;
-                o.fellBack = true; // cannot be created under its title: the fallback name below
-            }
-        }
-        if (o.fellBack) {
-            try {
-                if (!job.fallbackFree)
-                    HuntERR::raise(HuntERR::ERR_WRITE_FAILED,
-                                   QStringLiteral("Write to file failed: %1 cannot be a file name").arg(dir + job.fallbackName));
-                o.bytes = out.writeFile(dir + job.fallbackName, bytes);
-                o.written = dir + job.fallbackName;
-            } catch (...) {
-                o.fallbackError = std::current_exception();
-            }
-        }
+        stageDocument(job, bytes, o);
     } catch (...) {
         (writing ? o.writeError : o.readError) = std::current_exception();
     }
-    // The statement is closed by now: the connection is free for the date.
+    // The statement is closed by now: the connection is free for the date. The file is dated
+    // under its temporary name, so a file under a final name is always complete and dated.
     if (!o.written.isEmpty()) {
         try {
-            setDocumentDate(cn, job.recId, o.written);
+            setDocumentDate(cn, job.recId, o.written, &o.date);
         } catch (...) {
             o.dateError = std::current_exception();
         }
     }
     return o;
+}
+
+void Exporter::stageDocument(const DocumentJob &job, repo::ValueReader &counting, DocumentOutcome &o)
+{
+    ExportDisk &out = *m_disk;
+    const QString dir = job.folder + pathSeparator();
+    // The digest is taken only when a report wants it: it costs processor time the copy does not.
+    HashingReader hashing(counting);
+    repo::ValueReader &bytes = m_options.records ? static_cast<repo::ValueReader &>(hashing) : counting;
+    o.fellBack = job.fileName.isEmpty();
+    if (!o.fellBack) {
+        try {
+            o.bytes = out.stageFile(dir + job.fileName, bytes);
+            o.written = dir + job.fileName;
+        } catch (const HuntERR::Error &e) {
+            if (e.number() != HuntERR::ERR_WRITE_FAILED)
+                throw;
+            o.fellBack = true; // refused before a byte was read: the fallback name below
+        }
+    }
+    if (o.fellBack) {
+        try {
+            if (!job.fallbackFree)
+                HuntERR::raise(HuntERR::ERR_WRITE_FAILED,
+                               QStringLiteral("Write to file failed: %1 cannot be a file name").arg(dir + job.fallbackName));
+            o.bytes = out.stageFile(dir + job.fallbackName, bytes);
+            o.written = dir + job.fallbackName;
+        } catch (...) {
+            o.fallbackError = std::current_exception();
+        }
+    }
+    if (!o.written.isEmpty() && m_options.records)
+        o.sha256 = hashing.sha256();
+}
+
+// The names the walk gave the document are the only ones an earlier run can have used for it.
+bool Exporter::keptUnchanged(const DocumentJob &job, repo::Connection &cn, repo::StreamedRow &row, DocumentOutcome &o)
+{
+    const qint64 size = row.value->size();
+    const QString dir = job.folder + pathSeparator();
+    QStringList candidates;
+    if (!job.fileName.isEmpty())
+        candidates << dir + job.fileName;
+    candidates << dir + job.fallbackName;
+    for (const QString &file : std::as_const(candidates)) {
+        qint64 onDiskSize = -1;
+        QDateTime onDisk;
+        if (m_disk->wroteThisRun(file) || !m_disk->fileFacts(file, &onDiskSize, &onDisk))
+            continue;
+        // The size first: it costs nothing, and most changes show in it.
+        if (onDiskSize != size)
+            return false;
+        row.value.reset(); // the connection runs the date statement next
+        // A document without a date cannot be told from an older copy of the same size.
+        QDateTime when;
+        try {
+            when = documentDate(cn, job.recId);
+        } catch (...) {
+            o.keptDateError = std::current_exception();
+            return false;
+        }
+        if (!when.isValid() || when.toMSecsSinceEpoch() != onDisk.toMSecsSinceEpoch())
+            return false;
+        o.kept = file;
+        o.bytes = size;
+        o.date = when;
+        return true;
+    }
+    return false;
 }
 
 void Exporter::retireDocument(const DocumentJob &job, DocumentOutcome &o)
@@ -151,27 +215,58 @@ void Exporter::retireDocument(const DocumentJob &job, DocumentOutcome &o)
         if (!HuntERR::resume(kSaveSource, [&] { std::rethrow_exception(e); }))
             logFailure(kSaveSource, job.recId, o.description, job.folder, kFileLine);
     };
-    const auto record = [&] {
-        ++m_result.documents;
-        m_result.bytes += o.bytes;
-        if (m_options.observer)
-            m_options.observer->documentWritten(o.written, o.bytes);
-    };
-    if (o.readError) {
-        replay(o.readError);
-    } else {
-        if (o.writeError)
-            replay(o.writeError);
-        else if (o.fallbackError)
-            replay(o.fallbackError);
-        else if (!o.written.isEmpty())
-            record();
-        if (!o.written.isEmpty() && o.dateError) {
-            if (!HuntERR::resume(kSaveSource, [&] { HuntERR::inner(kDateSource, [&] { std::rethrow_exception(o.dateError); }); }))
-                logFailure(kSaveSource, job.recId, o.description, job.folder, kFileLine);
-        }
+    ExportRecord rec = ExportRecord::of(ExportRecord::Kind::Document, job.recId, o.description);
+    QString at = job.folder;
+    if (o.keptDateError) // the error trail hears of it; the file is written as usual
+        HuntERR::resume(kSaveSource, [&] { std::rethrow_exception(o.keptDateError); });
+    if (o.readError || o.writeError || o.fallbackError) {
+        replay(o.readError ? o.readError : o.writeError ? o.writeError : o.fallbackError);
+        rec.status = reportstatus::failed;
+        rec.message = m_lastFailure;
+    } else if (!o.kept.isEmpty()) {
+        retireKept(o, rec);
+        at = o.kept;
+    } else if (!o.written.isEmpty()) {
+        const QString filePath = retireWritten(job, o, rec);
+        if (!filePath.isEmpty())
+            at = filePath;
     }
+    record(rec, at);
     m_signIn.form().setStatus(QStringLiteral(" Copying File: ") + job.folder + pathSeparator() + job.listedTitle);
     m_signIn.form().repaint();
     m_retiring = false;
+    releaseRecords(job.serial);
+}
+
+void Exporter::retireKept(DocumentOutcome &o, ExportRecord &rec)
+{
+    disk().keepFile(o.kept);
+    ++m_result.kept;
+    rec.bytes = o.bytes;
+    rec.date = o.date;
+    rec.status = reportstatus::skipped;
+    if (m_options.observer)
+        m_options.observer->documentKept(o.kept, o.bytes);
+}
+
+QString Exporter::retireWritten(const DocumentJob &job, DocumentOutcome &o, ExportRecord &rec)
+{
+    rec.status = o.fellBack ? reportstatus::fallback : job.renamed ? reportstatus::renamed : reportstatus::written;
+    rec.bytes = o.bytes;
+    rec.date = o.date;
+    if (o.dateError) {
+        if (!HuntERR::resume(kSaveSource, [&] { HuntERR::inner(kDateSource, [&] { std::rethrow_exception(o.dateError); }); })) {
+            logFailure(kSaveSource, job.recId, o.description, job.folder, kFileLine);
+            rec.message = m_lastFailure;
+        }
+    }
+    const QString filePath = commitDocument(kSaveSource, o.written, job.folder + pathSeparator() + job.fallbackName, rec);
+    if (filePath.isEmpty())
+        return {};
+    rec.sha256 = o.sha256;
+    ++m_result.documents;
+    m_result.bytes += o.bytes;
+    if (m_options.observer)
+        m_options.observer->documentWritten(filePath, o.bytes);
+    return filePath;
 }

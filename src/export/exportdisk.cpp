@@ -4,7 +4,9 @@
 #include "export/dirhandles.h"
 #include "names/filenames.h"
 
+#include <QCoreApplication>
 #include <QFile>
+#include <QMutexLocker>
 
 namespace {
 
@@ -108,12 +110,15 @@ bool ExportDisk::underRemoved(const QString &key) const
 ExportDisk::Kind ExportDisk::kind(const QString &path) const
 {
     const QString key = fsKey(path);
-    if (m_dirs.contains(key))
-        return Kind::Directory;
-    if (wroteThisRun(path))
-        return Kind::File;
-    if (m_dry && underRemoved(key))
-        return Kind::None;
+    {
+        const QMutexLocker locked(&m_lock);
+        if (m_dirs.contains(key))
+            return Kind::Directory;
+        if (m_files.contains(key))
+            return Kind::File;
+        if (m_dry && underRemoved(key))
+            return Kind::None;
+    }
     if (fsKey(m_destination) == key || fsKey(m_prefix) == key || fsKey(m_prefix.chopped(1)) == key)
         return Kind::Directory;
     if (!path.startsWith(m_prefix))
@@ -149,12 +154,13 @@ bool ExportDisk::isReplaceable(const QString &path) const
 
 bool ExportDisk::madeThisRun(const QString &dir) const
 {
+    const QMutexLocker locked(&m_lock);
     return m_dirs.contains(fsKey(dir));
 }
 
 bool ExportDisk::wroteThisRun(const QString &filePath) const
 {
-    const QMutexLocker locked(&m_filesLock);
+    const QMutexLocker locked(&m_lock);
     return m_files.contains(fsKey(filePath));
 }
 
@@ -162,11 +168,12 @@ void ExportDisk::removeDirectory(const QString &path)
 {
     const QStringList names = entryNames(path);
     const QString key = fsKey(path);
-    if (m_dirs.contains(key) || wroteThisRun(path))
+    if (madeThisRun(path) || wroteThisRun(path))
         refuse(HuntERR::ERR_PATH_FILE_ACCESS,
                QStringLiteral("Path/File access error: %1 was written by this run and is kept").arg(path));
     step("remove", path);
     if (m_dry) {
+        const QMutexLocker locked(&m_lock);
         m_removed.insert(key);
         return;
     }
@@ -204,38 +211,122 @@ void ExportDisk::makeDirectory(const QString &path)
             refuse(HuntERR::ERR_PATH_FILE_ACCESS,
                    QStringLiteral("Path/File access error: cannot create the directory %1 (%2)").arg(path, r.reason));
     }
+    const QMutexLocker locked(&m_lock);
     m_dirs.insert(fsKey(path));
 }
 
-qint64 ExportDisk::writeFile(const QString &filePath, repo::ValueReader &source)
+qint64 ExportDisk::stageFile(const QString &filePath, repo::ValueReader &source)
 {
     qint64 written = m_dry ? qMax<qint64>(source.size(), 0) : 0;
     const QStringList names = entryNames(filePath);
-    if (m_dry) {
-        const QString parentPath = parentOf(filePath);
-        if (kind(parentPath) != Kind::Directory)
-            refuse(HuntERR::ERR_PATH_NOT_FOUND,
-                   QStringLiteral("Path not found: %1 (no directory %2)").arg(filePath, parentPath));
-    }
+    const QString parentPath = parentOf(filePath);
+    if (m_dry && kind(parentPath) != Kind::Directory)
+        refuse(HuntERR::ERR_PATH_NOT_FOUND, QStringLiteral("Path not found: %1 (no directory %2)").arg(filePath, parentPath));
     checkLength(filePath, HuntERR::ERR_WRITE_FAILED);
     if (m_dry && kind(filePath) == Kind::Directory)
         refuse(HuntERR::ERR_WRITE_FAILED, QStringLiteral("Write to file failed: a directory stands at %1").arg(filePath));
     step("write", filePath);
+    QString tempName;
     if (!m_dry) {
         QString why;
         const dirhandles::Dir parent = openParent(names, &why);
         if (!parent.isOpen())
             refuse(HuntERR::ERR_PATH_NOT_FOUND, QStringLiteral("Path not found: %1 (%2)").arg(filePath, why));
-        const dirhandles::Result r = dirhandles::writeFile(parent, names.last(), source, &written);
+        sweepLeftovers(parent, parentPath);
+        const dirhandles::Result r = dirhandles::writeTemporary(parent, source, &tempName, &written);
         if (!r.ok && r.nameRefused)
-            refuse(HuntERR::ERR_WRITE_FAILED,
-                   QStringLiteral("Write to file failed: cannot create %1 (%2)").arg(filePath, r.reason));
+            refuse(HuntERR::ERR_PATH_FILE_ACCESS,
+                   QStringLiteral("Path/File access error: cannot create a file in %1 (%2)").arg(parentPath, r.reason));
         if (!r.ok)
             refuse(ERR_DISK_FULL,
                    QStringLiteral("Disk full: %1 could not be written completely (%2)").arg(filePath, r.reason));
     }
-    const QMutexLocker locked(&m_filesLock);
-    m_files.insert(fsKey(filePath));
+    const QMutexLocker locked(&m_lock);
+    m_staged.insert(fsKey(filePath), tempName);
+    return written;
+}
+
+void ExportDisk::sweepLeftovers(const dirhandles::Dir &dir, const QString &dirPath)
+{
+    {
+        // Decided under the lock, swept outside it: one worker sweeps, the others write on.
+        const QMutexLocker locked(&m_lock);
+        if (m_swept.contains(fsKey(dirPath)))
+            return;
+        m_swept.insert(fsKey(dirPath));
+    }
+    // Names of this process are its own files in flight, never leftovers.
+    const QString own = QStringLiteral(".parcelwise-%1-").arg(QCoreApplication::applicationPid());
+    for (const QString &name : dirhandles::fileNames(dir)) {
+        if (dirhandles::isTemporaryName(name) && !name.startsWith(own))
+            dirhandles::removeEntry(dir, name);
+    }
+}
+
+void ExportDisk::commitFile(const QString &stagedPath, const QString &finalPath)
+{
+    const QString key = fsKey(stagedPath);
+    const QString tempName = stagedName(stagedPath);
+    if (tempName.isNull())
+        refuse(HuntERR::ERR_WRITE_FAILED, QStringLiteral("Write to file failed: nothing was written for %1").arg(finalPath));
+    const QStringList names = entryNames(finalPath);
+    checkLength(finalPath, HuntERR::ERR_WRITE_FAILED);
+    if (parentOf(finalPath) != parentOf(stagedPath))
+        refuse(HuntERR::ERR_PATH_FILE_ACCESS,
+               QStringLiteral("Path/File access error: %1 is not beside %2").arg(finalPath, stagedPath));
+    if (m_dry && kind(finalPath) == Kind::Directory)
+        refuse(HuntERR::ERR_WRITE_FAILED, QStringLiteral("Write to file failed: a directory stands at %1").arg(finalPath));
+    // A run never replaces what it wrote itself.
+    if (wroteThisRun(finalPath) || madeThisRun(finalPath))
+        refuse(HuntERR::ERR_WRITE_FAILED,
+               QStringLiteral("Write to file failed: %1 was written by this run and is kept").arg(finalPath));
+    if (!m_dry) {
+        QString why;
+        const dirhandles::Dir parent = openParent(names, &why);
+        if (!parent.isOpen())
+            refuse(HuntERR::ERR_PATH_NOT_FOUND, QStringLiteral("Path not found: %1 (%2)").arg(finalPath, why));
+        const dirhandles::Result r = dirhandles::renameEntry(parent, tempName, names.last());
+        if (!r.ok)
+            refuse(HuntERR::ERR_WRITE_FAILED,
+                   QStringLiteral("Write to file failed: cannot create %1 (%2)").arg(finalPath, r.reason));
+    }
+    const QMutexLocker locked(&m_lock);
+    m_staged.remove(key);
+    m_files.insert(fsKey(finalPath));
+}
+
+QString ExportDisk::stagedName(const QString &stagedPath) const
+{
+    const QMutexLocker locked(&m_lock);
+    const auto it = m_staged.constFind(fsKey(stagedPath));
+    return it == m_staged.cend() ? QString() : (it->isNull() ? QStringLiteral("") : *it);
+}
+
+void ExportDisk::discardFile(const QString &stagedPath)
+{
+    QString tempName;
+    {
+        const QMutexLocker locked(&m_lock);
+        tempName = m_staged.take(fsKey(stagedPath));
+    }
+    if (m_dry || tempName.isEmpty())
+        return;
+    QString why;
+    const QStringList names = entryNames(stagedPath);
+    const dirhandles::Dir parent = openParent(names, &why);
+    if (parent.isOpen())
+        dirhandles::removeEntry(parent, tempName);
+}
+
+qint64 ExportDisk::writeFile(const QString &filePath, repo::ValueReader &source)
+{
+    const qint64 written = stageFile(filePath, source);
+    try {
+        commitFile(filePath, filePath);
+    } catch (...) {
+        discardFile(filePath);
+        throw;
+    }
     return written;
 }
 
@@ -246,5 +337,72 @@ bool ExportDisk::setFileTime(const QString &filePath, const QDateTime &when)
     const QStringList names = entryNames(filePath);
     QString why;
     const dirhandles::Dir parent = openParent(names, &why);
-    return parent.isOpen() && dirhandles::setFileTime(parent, names.last(), when);
+    // A document waiting under its temporary name is dated there, before it takes its name.
+    const QString staged = stagedName(filePath);
+    return parent.isOpen() && dirhandles::setFileTime(parent, staged.isEmpty() ? names.last() : staged, when);
+}
+
+bool ExportDisk::fileFacts(const QString &path, qint64 *size, QDateTime *date) const
+{
+    if (!path.startsWith(m_prefix))
+        return false;
+    if (m_dry) {
+        const QMutexLocker locked(&m_lock);
+        if (underRemoved(fsKey(path)))
+            return false;
+    }
+    const QStringList names = path.mid(m_prefix.size()).split(pathSeparator());
+    QString why;
+    const dirhandles::Dir parent = openParent(names, &why);
+    return parent.isOpen() && dirhandles::fileFacts(parent, names.last(), size, date);
+}
+
+void ExportDisk::keepFile(const QString &filePath)
+{
+    const QMutexLocker locked(&m_lock);
+    m_files.insert(fsKey(filePath));
+}
+
+void ExportDisk::keepDirectory(const QString &dir)
+{
+    const QMutexLocker locked(&m_lock);
+    m_dirs.insert(fsKey(dir));
+}
+
+void ExportDisk::assumeMade(const QString &path)
+{
+    const QMutexLocker locked(&m_lock);
+    m_dirs.insert(path);
+}
+
+void ExportDisk::removeLeftovers(const QString &dir)
+{
+    if (m_dry || !dir.startsWith(m_prefix))
+        return;
+    QStringList names = entryNames(dir);
+    names << QStringLiteral("x"); // the directory itself is the parent of a name in it
+    QString why;
+    const dirhandles::Dir parent = openParent(names, &why);
+    if (parent.isOpen())
+        sweepLeftovers(parent, dir);
+}
+
+QStringList ExportDisk::filesNotOfThisRun(const QString &dir) const
+{
+    QStringList result;
+    if (!dir.startsWith(m_prefix))
+        return result;
+    QStringList names = dir.mid(m_prefix.size()).split(pathSeparator());
+    names << QStringLiteral("x"); // the directory itself is the parent of a name in it
+    QString why;
+    const dirhandles::Dir parent = openParent(names, &why);
+    if (!parent.isOpen())
+        return result;
+    const QChar sep = pathSeparator();
+    for (const QString &name : dirhandles::fileNames(parent)) {
+        if (!dirhandles::isTemporaryName(name) && !wroteThisRun(dir + sep + name))
+            result << dir + sep + name;
+    }
+    result.sort();
+    return result;
 }

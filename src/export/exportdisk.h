@@ -9,13 +9,14 @@
 // made, so the walk can keep the run from replacing its own work.
 // Every failure is raised as a HuntERR::Error; a file that cannot be created under its name
 // raises ERR_WRITE_FAILED.
-// Files may be written from several threads at once (a parallel export's workers) while the walk
-// asks what this run wrote; everything else belongs to the walk's thread.
+// Files may be staged and dated from several threads at once (a parallel export's workers) while
+// the walk makes directories, puts staged files in place and asks what this run wrote.
 
 #include "repository/valuereader.h"
 
 #include <QByteArray>
 #include <QDateTime>
+#include <QHash>
 #include <QMutex>
 #include <QSet>
 #include <QString>
@@ -42,10 +43,28 @@ public:
     void removeDirectory(const QString &path);
     // One level: the parent must exist.
     void makeDirectory(const QString &path);
-    // Creates dir + separator + fileName afresh with exactly the bytes source gives; returns
-    // how many. A dry run reads nothing and returns the size the source knows (0 when it does not).
+    // Writes the document into a new temporary file in filePath's directory, remembered under
+    // filePath until it is put in place (commitFile) or given up (discardFile); setFileTime on
+    // filePath dates the temporary file. Returns the bytes written. A dry run reads nothing and
+    // returns the size the source knows (0 when it does not). The first write into a directory
+    // removes the temporary files an earlier, killed run left there.
+    qint64 stageFile(const QString &filePath, repo::ValueReader &source);
+    // Renames what was staged under stagedPath to finalPath (the same directory), replacing a
+    // file there. ERR_WRITE_FAILED when the name is refused; the staged file then stays staged.
+    void commitFile(const QString &stagedPath, const QString &finalPath);
+    void discardFile(const QString &stagedPath);
+    // Staged and put in place at once, undated.
     qint64 writeFile(const QString &filePath, repo::ValueReader &source);
     bool setFileTime(const QString &filePath, const QDateTime &when);
+    // A regular file at path (never through a link): its size and the date the export sets.
+    bool fileFacts(const QString &path, qint64 *size, QDateTime *date) const;
+    // An existing file or directory kept as it is by an update: it counts as this run's.
+    void keepFile(const QString &filePath);
+    void keepDirectory(const QString &dir);
+    // Removes the temporary files an earlier, killed run left in dir (once per run and directory).
+    void removeLeftovers(const QString &dir);
+    // Files in the directory that this run neither wrote nor kept (temporary files left out).
+    QStringList filesNotOfThisRun(const QString &dir) const;
 
     // Names as the file system compares them.
     bool madeThisRun(const QString &dir) const;
@@ -55,7 +74,7 @@ public:
     using StepHook = std::function<void(const QString &step, const QString &path)>;
     static void setStepHook(StepHook hook);
     // Dry run: takes the directory as made, as a step before the run would have made it.
-    void assumeMade(const QString &path) { m_dirs.insert(path); }
+    void assumeMade(const QString &path);
 
 private:
     enum class Kind { None, File, Directory, Link };
@@ -66,6 +85,9 @@ private:
     // The directory holding the last name, reached without following links.
     dirhandles::Dir openParent(const QStringList &names, QString *why) const;
     void checkLength(const QString &path, qint32 error) const;
+    void sweepLeftovers(const dirhandles::Dir &dir, const QString &dirPath);
+    // The temporary name staged for stagedPath: null when nothing is staged there, "" in a dry run.
+    QString stagedName(const QString &stagedPath) const;
 
     QString m_destination;
     QString m_prefix; // destination with one trailing separator
@@ -73,5 +95,9 @@ private:
     QSet<QString> m_removed; // dry run: directories gone, with everything below them
     QSet<QString> m_dirs;    // directories made by this run
     QSet<QString> m_files;   // files written by this run
-    mutable QMutex m_filesLock; // m_files: written by the workers, read by the walk
+    QHash<QString, QString> m_staged; // file path -> temporary name beside it
+    QSet<QString> m_swept;   // directories whose leftovers are gone
+    // Guards every set above: workers stage and date files while the walk makes directories and
+    // puts files in place. The bytes themselves are copied outside it.
+    mutable QMutex m_lock;
 };

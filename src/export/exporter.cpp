@@ -62,6 +62,8 @@ ExportResult Exporter::run(const ExportOptions &options)
     m_result = ExportResult{};
     m_walked.clear();
     m_nodeDirs.clear();
+    m_keptDirs.clear();
+    m_heldRecords.clear();
     m_disk = std::make_unique<ExportDisk>(m_signIn.DestinationPath, options.dryRun); // from the disk as it is
     if (options.dryRun) {
         for (const QString &made : options.madeDirectories)
@@ -107,7 +109,7 @@ ExportResult Exporter::run(const ExportOptions &options)
 
 // --- Folder walk ---------------------------------------------------------------------------
 
-QString Exporter::directoryFor(const QString &parent, const QString &cleaned, qint64 id)
+QString Exporter::directoryFor(const QString &parent, const QString &cleaned, qint64 id, QString *status)
 {
     const QChar sep = pathSeparator();
     const QString base = parent.endsWith(sep) ? parent : parent + sep;
@@ -115,16 +117,36 @@ QString Exporter::directoryFor(const QString &parent, const QString &cleaned, qi
     // A name that is no name (or means this directory or its parent) would put the folder on
     // top of another one: it keeps its id instead, as documents do.
     QString name = isNoName(cleaned) ? tag : cleaned;
+    QString how = name == tag ? reportstatus::fallback : reportstatus::written;
     // Never replace what this run made: siblings that clean alike each keep their own directory.
-    while (disk().madeThisRun(base + name) || wroteThisRun(base + name))
+    while (disk().madeThisRun(base + name) || wroteThisRun(base + name)) {
         name += QLatin1Char(' ') + tag;
+        how = reportstatus::renamed;
+    }
+    if (status)
+        *status = how;
     return base + name;
 }
 
-bool Exporter::recreateDirectory(const QString &source, const QString &target, const std::function<void()> &logged)
+bool Exporter::recreateDirectory(const QString &source, const QString &target, const std::function<void()> &logged,
+                                 const ExportRecord &folder)
 {
     if (m_options.observer)
         m_options.observer->folderStarted(target);
+    if (m_options.update && disk().isDirectory(target)) {
+        // An update finishes what an earlier run began: what is there stays.
+        disk().keepDirectory(target);
+        disk().removeLeftovers(target);
+        m_keptDirs.insert(target);
+        ++m_result.folders;
+        if (m_options.observer)
+            m_options.observer->directoryKept(target);
+        ExportRecord kept = folder;
+        kept.status = reportstatus::skipped;
+        kept.message = QStringLiteral("kept");
+        record(kept, target);
+        return true;
+    }
     const bool made = HuntERR::resume(source, [&] {
         // Every run replaces what an earlier run wrote for the same folder (a link there is
         // removed as a link).
@@ -140,6 +162,8 @@ bool Exporter::recreateDirectory(const QString &source, const QString &target, c
     });
     if (!made)
         logged(); // the folder's documents and subfolders had nowhere to go
+    else
+        record(folder, target);
     return made;
 }
 
@@ -175,8 +199,9 @@ void Exporter::CopyCheckedFolders()
             continue;
         }
         m_walked.insert(qint64(id));
-        target = directoryFor(parentDir, cleaned, qint64(id));
-        if (!recreateDirectory(source, target, logged))
+        ExportRecord folder = ExportRecord::of(ExportRecord::Kind::Folder, qint64(id), node->tag);
+        target = directoryFor(parentDir, cleaned, qint64(id), &folder.status);
+        if (!recreateDirectory(source, target, logged, folder))
             continue;
         m_nodeDirs.insert(node, target);
         if (!HuntERR::resume(source, [&] { MakeDir(target); }))
@@ -367,8 +392,9 @@ QString Exporter::nextSubFolder(const repo::RecordSet &rs, const QString &parent
     m_walked.insert(childId);
 
     QString cleaned = folderName;
-    const QString childPath = directoryFor(parentPath, RemoveSpChr(cleaned), childId);
-    if (!recreateDirectory(source, childPath, logged)) {
+    ExportRecord folder = ExportRecord::of(ExportRecord::Kind::Folder, childId, folderName);
+    const QString childPath = directoryFor(parentPath, RemoveSpChr(cleaned), childId, &folder.status);
+    if (!recreateDirectory(source, childPath, logged, folder)) {
         dropAhead(childId);
         return {};
     }
@@ -412,9 +438,13 @@ void Exporter::CopyFolderFiles(double folderId, const QString &path)
             fxnSaveDocument(recId, path, description, fileName);
         } else {
             logFailure(source, recId, description, path, kFileLine);
+            record(ExportRecord::of(ExportRecord::Kind::Document, recId, description, reportstatus::failed, m_lastFailure),
+                   path);
             m_signIn.form().setStatus(QStringLiteral(" Copying File: ") + path + sep + description);
             m_signIn.form().repaint();
         }
         rs.moveNext();
     }
+    if (m_options.update && m_options.dryRun && m_keptDirs.contains(path))
+        listNotListed(path);
 }

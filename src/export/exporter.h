@@ -3,6 +3,7 @@
 // file dates and the export log. Used by the window's "Start &Copy" and by the command line.
 
 #include "export/documentqueue.h"
+#include "export/exportreport.h"
 #include "names/filenames.h"
 #include "repository/valuereader.h"
 #include "tree/treesession.h"
@@ -30,6 +31,9 @@ QString exportLogNameFor(const QDateTime &when);
 // milliseconds ignored) stands for, taken as local time with the offset in force today.
 // Raises HuntERR::Error (13) on a text too short or not numeric where digits belong.
 QDateTime fileDateFromRepositoryText(const QString &text);
+// The date the export gives a document's file: its own date, else its upload date, read with the
+// date statement; invalid when it has neither. Raises HuntERR::Error when the statement fails.
+QDateTime documentDate(repo::Connection &cn, qint64 recId);
 
 // What the command line wants to hear about while the walk runs; the window ignores it.
 class ExportObserver {
@@ -43,6 +47,11 @@ public:
     // or several at once): told now and then while they stream.
     virtual void documentBytes(qint64 bytesInFlight) { Q_UNUSED(bytesInFlight); }
     virtual void failureLogged(const QString &line) { Q_UNUSED(line); }
+    // --update: an existing directory kept, a document's file left as it was, and (dry run) a
+    // file in a kept directory that the repository no longer lists.
+    virtual void directoryKept(const QString &path) { Q_UNUSED(path); }
+    virtual void documentKept(const QString &filePath, qint64 bytes) { Q_UNUSED(filePath); Q_UNUSED(bytes); }
+    virtual void fileNotListed(const QString &filePath) { Q_UNUSED(filePath); }
     // The log could not hold this line: it must reach the person another way.
     virtual void failureUnlogged(const QString &line) { Q_UNUSED(line); }
 };
@@ -56,6 +65,10 @@ struct ExportOptions {
     // Documents fetched and written at once, each on a connection of its own. The result on disk
     // and in the log is the same for any number. A dry run (and step mode) uses one.
     int jobs = 1;
+    // Finish or refresh an earlier export: existing directories are kept, and a document whose
+    // file is there with its size and date is left as it is.
+    bool update = false;
+    ExportRecords *records = nullptr; // one record per folder and document, as the run goes
 };
 
 // What a run did. failures counts every item that could not be written (in a dry run: would
@@ -66,6 +79,7 @@ struct ExportResult {
     qint64 documents = 0;
     qint64 bytes = 0;
     qint64 failures = 0;
+    qint64 kept = 0; // --update: documents left as they were (not in documents)
     QStringList unloggedLines;
     QString logPath; // the log this run wrote to; "" when it wrote none
     // Something failed: the log was shown, or lines could not be logged, or (dry run) would be.
@@ -103,13 +117,31 @@ public:
 private:
     // A document's statement, its bytes to its file, its date: on any thread, on cn.
     DocumentOutcome fetchDocument(const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted);
-    // The outcome's counts, log lines and error trail, on the walk's thread in walk order.
+    // The streamed document written under a temporary name beside its file and dated there.
+    void stageDocument(const DocumentJob &job, repo::ValueReader &bytes, DocumentOutcome &o);
+    // --update, on the job's connection: the document's file is there with its size and date.
+    // Running the date statement drops row's reader (row.value is null then).
+    bool keptUnchanged(const DocumentJob &job, repo::Connection &cn, repo::StreamedRow &row, DocumentOutcome &o);
+    // The outcome's counts, log lines, error trail, files put in place and report records, on
+    // the walk's thread in walk order.
     void retireDocument(const DocumentJob &job, DocumentOutcome &outcome);
+    void retireKept(DocumentOutcome &o, ExportRecord &rec);
+    // The staged file put in place and counted; the file, or "" when it failed (logged).
+    QString retireWritten(const DocumentJob &job, DocumentOutcome &o, ExportRecord &rec);
+    // Puts the staged file in place: under its name, else under "[id].ext". "" when neither took.
+    QString commitDocument(const QString &source, const QString &staged, const QString &fallback, ExportRecord &rec);
+    // A record made while documents handed out earlier are still out waits for them: the report
+    // keeps walk order for any number of jobs.
+    void record(ExportRecord r, const QString &path);
+    // The records that waited for the job with this serial (and those before it).
+    void releaseRecords(qint64 serial);
+    void writeRecord(ExportRecord r, const QString &path);
     DocumentQueue &documents();
     // What this run wrote at path, once every document that may still write there is done.
     bool wroteThisRun(const QString &path);
     // The document's date from the repository given to the written file; raises on failure.
-    bool setDocumentDate(repo::Connection &cn, qint64 recId, const QString &filePath);
+    // *applied: the date the file took (invalid when none did).
+    bool setDocumentDate(repo::Connection &cn, qint64 recId, const QString &filePath, QDateTime *applied = nullptr);
     QString childFoldersQuery(const QString &id, bool firstLevel) const;
     void walkSubFolders(const QString &key, const QString &topPath, bool firstLevel);
     QString nextSubFolder(const repo::RecordSet &rs, const QString &parentPath, const QString &source,
@@ -123,9 +155,13 @@ private:
     std::deque<QString> m_ahead; // statements the walk will send, in its order, not yet sent ahead
     // The directory a folder gets below parent: its cleaned name unless that is no name or this
     // run already made it; then its id goes in.
-    QString directoryFor(const QString &parent, const QString &cleaned, qint64 id);
-    // Replaces an earlier run's entry and makes the directory; a failure is logged once.
-    bool recreateDirectory(const QString &source, const QString &target, const std::function<void()> &logged);
+    QString directoryFor(const QString &parent, const QString &cleaned, qint64 id, QString *status = nullptr);
+    // Replaces an earlier run's entry and makes the directory (an update keeps a directory that is
+    // there); a failure is logged once.
+    bool recreateDirectory(const QString &source, const QString &target, const std::function<void()> &logged,
+                           const ExportRecord &folder);
+    // Dry run of an update: the files of a kept directory that this run would leave alone.
+    void listNotListed(const QString &dir);
     // Writes one failure line and keeps a failure of the log itself from ending the walk.
     void logFailure(const QString &source, qint64 id, const QString &name, const QString &location, quint8 type);
     QString logFolder() const;
@@ -139,6 +175,11 @@ private:
     QHash<const FolderTree::Node *, QString> m_nodeDirs; // ticked nodes' directories
     qint64 m_childId = 0;
     QString m_pendingLine; // composed but not yet in the log
+    QString m_lastFailure;  // what the last logged failure was
+    QDateTime m_lastFileDate; // the date fxnSetFileDate last applied
+    QSet<QString> m_keptDirs; // --update: directories kept from an earlier run
+    qint64 m_submitted = 0;   // documents handed out so far
+    std::deque<std::pair<qint64, ExportRecord>> m_heldRecords; // waiting for the job of that serial
     SessionState &m_signIn;
     TreeProcs &m_tree;
 };

@@ -107,6 +107,9 @@ void Exporter::logFailure(const QString &source, qint64 id, const QString &name,
     if (m_documents && !m_retiring)
         m_documents->drain();
     m_pendingLine.clear();
+    m_lastFailure = HuntERR::preserved().description;
+    if (type == 1) // a document's record is made where the document is handled
+        record(ExportRecord::of(ExportRecord::Kind::Folder, id, name, reportstatus::failed, m_lastFailure), location);
     HuntERR::resume(source, [&] { fxnWriteLog(qint32(id), name, location, type); });
     // A line the log could not take is not dropped: the caller shows it another way.
     if (!m_options.dryRun && !m_pendingLine.isEmpty()) {

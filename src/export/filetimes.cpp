@@ -30,37 +30,39 @@ QDateTime fileDateFromRepositoryText(const QString &text)
     return QDateTime(date, time, Qt::UTC).addSecs(-offset);
 }
 
+QDateTime documentDate(repo::Connection &cn, qint64 recId)
+{
+    repo::RecordSet rs = cn.execute(repo::statements::documentDates(QString::number(recId)));
+    QDateTime when;
+    if (rs.recordCount() >= 1 && !rs.eof()) {
+        if (!rs.isNull(QStringLiteral("FileActualDate")))
+            when = fileDateFromRepositoryText(rs.text(QStringLiteral("FileActualDate")));
+        else if (!rs.isNull(QStringLiteral("File_DateUploaded")))
+            when = fileDateFromRepositoryText(rs.text(QStringLiteral("File_DateUploaded")));
+    }
+    rs.close();
+    return when;
+}
+
 bool Exporter::fxnSetFileDate(repo::Connection &paramConnection, qint64 paramRec_Id, const QString &paramFilePath)
 {
     const QString source = QStringLiteral("MCmnUtility.fxnSetFileDate(paramConnection,paramRec_Id,paramFilePath)");
     disk();
-    return HuntERR::inner(source, [&]() -> bool { return setDocumentDate(paramConnection, paramRec_Id, paramFilePath); });
+    m_lastFileDate = QDateTime();
+    return HuntERR::inner(source, [&]() -> bool {
+        return setDocumentDate(paramConnection, paramRec_Id, paramFilePath, &m_lastFileDate);
+    });
 }
 
 // Runs on any thread (a parallel export's workers date their own files): it touches only the
 // connection it is given and the disk layer.
-bool Exporter::setDocumentDate(repo::Connection &cn, qint64 recId, const QString &filePath)
+bool Exporter::setDocumentDate(repo::Connection &cn, qint64 recId, const QString &filePath, QDateTime *applied)
 {
-    const QString sql = repo::statements::documentDates(QString::number(recId));
-
-    repo::RecordSet rs = cn.execute(sql);
-    bool result = false;
-    if (rs.recordCount() >= 1 && !rs.eof()) {
-        QString text;
-        bool dated = true;
-        if (!rs.isNull(QStringLiteral("FileActualDate")))
-            text = rs.text(QStringLiteral("FileActualDate"));
-        else if (!rs.isNull(QStringLiteral("File_DateUploaded")))
-            text = rs.text(QStringLiteral("File_DateUploaded"));
-        else
-            dated = false; // the file keeps the times the file system gave it
-        if (dated) {
-            const QDateTime when = fileDateFromRepositoryText(text);
-            // A file that cannot be opened keeps its times; that is not reported.
-            m_disk->setFileTime(filePath, when);
-            result = true;
-        }
-    }
-    rs.close();
-    return result;
+    const QDateTime when = documentDate(cn, recId);
+    if (!when.isValid())
+        return false; // the file keeps the times the file system gave it
+    // A file that cannot be opened keeps its times; that is not reported.
+    if (m_disk->setFileTime(filePath, when) && applied)
+        *applied = when;
+    return true;
 }

@@ -217,14 +217,22 @@ QString serverMessage(const QStringList &messages, const QList<int> &codes)
                 return messages.at(i);
         return messages.first();
     }
+    // The standard texts of the drivers' own SQLSTATEs (28000's is "Invalid authorization ..."),
+    // matched by their start.
     static const QStringList driverLines = {
         QStringLiteral("Unable to connect to data source"), QStringLiteral("Communication link failure"),
         QStringLiteral("General driver error"), QStringLiteral("General error"),
-        QStringLiteral("Invalid authorization specification"), QStringLiteral("Syntax error or access violation"),
+        QStringLiteral("Invalid authorization"), QStringLiteral("Syntax error or access violation"),
         QStringLiteral("Invalid SQL syntax"), QStringLiteral("Login timeout expired"),
         QStringLiteral("Timeout expired"), QStringLiteral("Operation was cancelled")};
+    const auto isDriverLine = [](const QString &m) {
+        for (const QString &line : driverLines)
+            if (m.startsWith(line, Qt::CaseInsensitive))
+                return true;
+        return false;
+    };
     for (const QString &m : messages)
-        if (!driverLines.contains(m, Qt::CaseInsensitive))
+        if (!isDriverLine(m))
             return m;
     return messages.first();
 }

@@ -3,6 +3,7 @@
 // are compared file by file with what the export engine writes when the same folders are clicked
 // open and ticked in-process, the way the window does it.
 
+#include "clirun.h"
 #include "export/exporter.h"
 #include "exportrun.h"
 #include "session/headlesssession.h"
@@ -12,8 +13,6 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
-#include <QProcessEnvironment>
 #include <QRegularExpression>
 #include <QSet>
 #include <QTemporaryDir>
@@ -21,11 +20,7 @@
 
 namespace {
 
-struct Result {
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
+using Result = CliResult;
 
 struct Entry {
     bool dir = false;
@@ -73,30 +68,11 @@ class TestCli : public QObject {
     QString m_untouched; // destination and log folder of every refused run
     int m_dirs = 0;
 
+    CliRunner m_cli;
+
     Result run(const QStringList &args, const QByteArray &input = {}, const QMap<QString, QString> &env = {})
     {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        // No display at all: the command line needs none.
-        for (const char *name :
-             {"PARCELWISE_PASSWORD", "PARCELWISE_TRACE_SQL", "DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
-            environment.remove(QLatin1String(name));
-        environment.insert(QStringLiteral("HOME"), m_tmp.filePath(QStringLiteral("home")));
-        for (auto it = env.begin(); it != env.end(); ++it)
-            environment.insert(it.key(), it.value());
-        QProcess process;
-        process.setProcessEnvironment(environment);
-        process.start(m_exe, args);
-        process.write(input);
-        process.closeWriteChannel();
-        Result result;
-        if (!process.waitForFinished(300000) || process.exitStatus() != QProcess::NormalExit) {
-            result.err = process.errorString();
-            return result;
-        }
-        result.exitCode = process.exitCode();
-        result.out = QString::fromUtf8(process.readAllStandardOutput());
-        result.err = QString::fromUtf8(process.readAllStandardError());
-        return result;
+        return m_cli.run(args, input, env);
     }
 
     QString freshDir(const QString &name)
@@ -108,10 +84,7 @@ class TestCli : public QObject {
 
     QStringList signIn(const QString &command, const QString &database = {}) const
     {
-        QStringList args{command, QStringLiteral("--server"), m_server, QStringLiteral("--user"), QStringLiteral("demo")};
-        if (!database.isEmpty())
-            args << QStringLiteral("--database") << database;
-        return args;
+        return demoArgs(command, m_server, database);
     }
 
 private slots:
@@ -121,6 +94,7 @@ private slots:
         QVERIFY2(QFileInfo(m_exe).isExecutable(), "PARCELWISE_EXE must name the built executable");
         QVERIFY(m_tmp.isValid());
         QDir(m_tmp.path()).mkpath(QStringLiteral("home/Documents"));
+        m_cli.home = m_tmp.filePath(QStringLiteral("home"));
         m_untouched = freshDir(QStringLiteral("untouched"));
         m_server = m_tmp.filePath(QStringLiteral("server"));
         const Result demo = run({QStringLiteral("demo"), m_server});

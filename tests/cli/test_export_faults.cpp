@@ -4,12 +4,14 @@
 // and a WAL database in a read-only folder. Nothing outside the destination may change and no
 // failure may go unreported.
 
+#include "clirun.h"
 #include "errors/hunterr.h"
 #include "export/exportdisk.h"
 #include "export/exporter.h"
 #include "exportrun.h"
 #include "hostile.h"
 #include "repository/connection.h"
+#include "scopes.h"
 #include "testsupport.h"
 
 #include <QDir>
@@ -40,13 +42,6 @@ QByteArray contents(const QString &path)
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
 }
 
-bool writeFile(const QString &path, const QByteArray &bytes)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
-}
-
 // Every entry below dir (links as links), with file contents: what "unchanged" means here.
 QMap<QString, QByteArray> picture(const QString &dir)
 {
@@ -68,13 +63,14 @@ QMap<QString, QByteArray> picture(const QString &dir)
 class TestExportFaults : public QObject {
     Q_OBJECT
 
-    QTemporaryDir m_tmp;
-    QString m_demo, m_hostile, m_exe;
+    DemoFixture m_fx;
+    ErrorTrailScope m_trail; // the in-process runs show nothing
+    QString m_hostile;
     int m_serial = 0;
 
     QString fresh(const QString &what)
     {
-        const QString dir = m_tmp.filePath(what + QString::number(++m_serial));
+        const QString dir = m_fx.filePath(what + QString::number(++m_serial));
         QDir().mkpath(dir);
         return dir;
     }
@@ -88,28 +84,10 @@ class TestExportFaults : public QObject {
         return e;
     }
 
-    struct Result {
-        int exitCode = -1;
-        QString out, err;
-    };
+    using Result = CliResult;
     Result run(const QStringList &args, const QMap<QString, QString> &env = {}, const QString &stdoutFile = {})
     {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("HOME"), m_tmp.filePath(QStringLiteral("home")));
-        for (auto it = env.begin(); it != env.end(); ++it)
-            environment.insert(it.key(), it.value());
-        QProcess p;
-        p.setProcessEnvironment(environment);
-        if (!stdoutFile.isEmpty())
-            p.setStandardOutputFile(stdoutFile);
-        p.start(m_exe, args);
-        Result r;
-        if (!p.waitForFinished(300000))
-            return r;
-        r.exitCode = p.exitCode();
-        r.out = QString::fromUtf8(p.readAllStandardOutput());
-        r.err = QString::fromUtf8(p.readAllStandardError());
-        return r;
+        return CliRunner{m_fx.filePath(QStringLiteral("home")), QString()}.run(args, {}, env, stdoutFile);
     }
     QStringList hostileExport(const QString &dest)
     {
@@ -129,21 +107,11 @@ class TestExportFaults : public QObject {
 private slots:
     void initTestCase()
     {
-        QVERIFY(m_tmp.isValid());
-        QDir().mkpath(m_tmp.filePath(QStringLiteral("home")));
-        qputenv("HOME", QFile::encodeName(m_tmp.filePath(QStringLiteral("home"))));
-        qunsetenv("XDG_DOCUMENTS_DIR");
-        HuntERR::reset();
-        HuntERR::setShower([](const QString &) {});
-        m_exe = qEnvironmentVariable("PARCELWISE_EXE");
+        QVERIFY2(m_fx.setUp(), qPrintable(m_fx.error));
         QString error;
-        m_demo = writeDemo(m_tmp.path(), &error);
-        QVERIFY2(!m_demo.isEmpty(), qPrintable(error));
-        m_hostile = writeHostileServer(m_demo, m_tmp.filePath(QStringLiteral("hostile")), &error);
+        m_hostile = writeHostileServer(m_fx.demo, m_fx.filePath(QStringLiteral("hostile")), &error);
         QVERIFY2(!m_hostile.isEmpty(), qPrintable(error));
     }
-
-    void cleanup() { ExportDisk::setStepHook({}); }
 
     void hostileNamesStayInsideAndNothingIsLost()
     {
@@ -232,14 +200,14 @@ private slots:
             QVERIFY(QFile::link(outside, docs));
         }
         QMap<QString, QByteArray> movedAtSwap;
-        ExportDisk::setStepHook([&](const QString &what, const QString &path) {
+        const DiskStepHookScope hook([&](const QString &what, const QString &path) {
             if (what == step && path.startsWith(docs) && !QFileInfo::exists(moved)) {
                 swap();
                 movedAtSwap = picture(moved);
             }
         });
 
-        DemoSession d(m_demo, QStringLiteral("Acme"));
+        DemoSession d(m_fx.demo, QStringLiteral("Acme"));
         QVERIFY(d.click(1));
         QVERIFY(d.tick(7)); // Docs
         Recorder rec;
@@ -265,7 +233,7 @@ private slots:
         const QString line = QStringLiteral("Folder ID: 17 , Folder Name: Templates , Folder Location: Templates");
         // On the command line: refused before the run when the log folder cannot take a file;
         // during the run the lines go to standard error and no log is named.
-        const QString aFile = m_tmp.filePath(QStringLiteral("a-file"));
+        const QString aFile = m_fx.filePath(QStringLiteral("a-file"));
         QVERIFY(writeFile(aFile, "x"));
         const QString fullLogs = fresh(QStringLiteral("full-logs"));
         logsOnFullDisk(fullLogs);
@@ -333,8 +301,7 @@ private slots:
     {
         QFETCH(QString, driver);
         const QString server = fresh(QStringLiteral("wal"));
-        for (const QString &name : QDir(m_demo).entryList(QDir::Files))
-            QVERIFY(QFile::copy(m_demo + QLatin1Char('/') + name, server + QLatin1Char('/') + name));
+        QVERIFY(copyFolder(m_fx.demo, server));
         {
             QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("wal-maker"));
             db.setDatabaseName(server + QStringLiteral("/Acme.sqlite"));
@@ -374,9 +341,7 @@ private slots:
             QFile::remove(server + QLatin1Char('/') + name);
         QVERIFY(QFile::setPermissions(server, QFile::ReadOwner | QFile::ExeOwner | QFile::ReadOther | QFile::ExeOther));
 
-        const QString previous = repo::embeddedDriver();
-        repo::setEmbeddedDriver(driver);
-        const auto back = qScopeGuard([&] { repo::setEmbeddedDriver(previous); });
+        const EmbeddedDriverScope embedded(driver);
         if (driver != QLatin1String("QSQLITE") && !QSqlDatabase::isDriverAvailable(QStringLiteral("QODBC")))
             QSKIP("no ODBC");
         {

@@ -1,26 +1,18 @@
 // The command line in scripts: --json beside the plain tables (parsed and held against them, row
 // by row), and an export into a destination that does not exist yet.
 
+#include "clirun.h"
+
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
-#include <QProcessEnvironment>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QtTest>
 
-namespace {
-
-struct Result {
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
-
-} // namespace
+using Result = CliResult;
 
 class TestScripting : public QObject {
     Q_OBJECT
@@ -28,31 +20,12 @@ class TestScripting : public QObject {
     QTemporaryDir m_tmp;
     QString m_server;
 
-    Result run(const QStringList &args)
-    {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        for (const char *name : {"PARCELWISE_PASSWORD", "PARCELWISE_TRACE_SQL", "DISPLAY", "QT_QPA_PLATFORM"})
-            environment.remove(QLatin1String(name));
-        environment.insert(QStringLiteral("HOME"), m_tmp.filePath(QStringLiteral("home")));
-        QProcess process;
-        process.setProcessEnvironment(environment);
-        process.start(qEnvironmentVariable("PARCELWISE_EXE"), args);
-        process.closeWriteChannel();
-        Result r;
-        if (!process.waitForFinished(300000) || process.exitStatus() != QProcess::NormalExit)
-            return r;
-        r.exitCode = process.exitCode();
-        r.out = QString::fromUtf8(process.readAllStandardOutput());
-        r.err = QString::fromUtf8(process.readAllStandardError());
-        return r;
-    }
+    CliRunner m_cli;
 
+    Result run(const QStringList &args) { return m_cli.run(args); }
     QStringList signIn(const QString &command, const QString &database = {}) const
     {
-        QStringList args{command, QStringLiteral("--server"), m_server, QStringLiteral("--user"), QStringLiteral("demo")};
-        if (!database.isEmpty())
-            args << QStringLiteral("--database") << database;
-        return args;
+        return demoArgs(command, m_server, database);
     }
 
     static QJsonArray parsed(const QString &text)
@@ -69,6 +42,7 @@ private slots:
     {
         QVERIFY(m_tmp.isValid());
         QDir(m_tmp.path()).mkpath(QStringLiteral("home/Documents"));
+        m_cli.home = m_tmp.filePath(QStringLiteral("home"));
         m_server = m_tmp.filePath(QStringLiteral("server"));
         QCOMPARE(run({QStringLiteral("demo"), m_server}).exitCode, 0);
     }

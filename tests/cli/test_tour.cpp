@@ -2,10 +2,10 @@
 // works on ./demo-repository, in order, in one fresh folder, each row expecting exit status 0
 // unless the line says "# exit status N". A README example that stops working fails here.
 
+#include "clirun.h"
+
 #include <QDir>
 #include <QFile>
-#include <QProcess>
-#include <QProcessEnvironment>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -114,19 +114,9 @@ private slots:
         QFETCH(int, status);
         QVERIFY(m_tmp.isValid());
         QDir(m_tmp.path()).mkpath(QStringLiteral("home/Documents"));
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        for (const char *name : {"PARCELWISE_PASSWORD", "PARCELWISE_TRACE_SQL", "DISPLAY", "QT_QPA_PLATFORM"})
-            environment.remove(QLatin1String(name));
-        environment.insert(QStringLiteral("HOME"), m_tmp.filePath(QStringLiteral("home")));
-        QProcess process;
-        process.setProcessEnvironment(environment);
-        process.setWorkingDirectory(m_tmp.path());
-        process.start(qEnvironmentVariable("PARCELWISE_EXE"), args);
-        process.closeWriteChannel();
-        QVERIFY(process.waitForFinished(300000));
-        const QString err = QString::fromUtf8(process.readAllStandardError());
-        const QString out = QString::fromUtf8(process.readAllStandardOutput());
-        QVERIFY2(process.exitStatus() == QProcess::NormalExit && process.exitCode() == status, qPrintable(err));
+        const CliResult r = CliRunner{m_tmp.filePath(QStringLiteral("home")), m_tmp.path()}.run(args);
+        const QString &err = r.err, &out = r.out;
+        QVERIFY2(r.exitCode == status, qPrintable(err));
         if (status == 0)
             QVERIFY2(!err.contains(QLatin1String("error report")), qPrintable(err));
         else

@@ -6,6 +6,9 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
+#include <QFileInfo>
+#include <QSettings>
+#include <QSqlDatabase>
 #include <QStringList>
 
 QString writeDemo(const QString &parentDir, QString *error)
@@ -14,6 +17,21 @@ QString writeDemo(const QString &parentDir, QString *error)
     if (!writeDemoRepository(dir, error))
         return {};
     return dir;
+}
+
+bool DemoFixture::setUp()
+{
+    if (!tmp.isValid()) {
+        error = QStringLiteral("no temporary folder");
+        return false;
+    }
+    const QString home = tmp.filePath(QStringLiteral("home"));
+    QDir().mkpath(home);
+    qputenv("HOME", QFile::encodeName(home));
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home + QStringLiteral("/.config")));
+    qunsetenv("XDG_DOCUMENTS_DIR");
+    demo = writeDemo(tmp.path(), &error);
+    return !demo.isEmpty();
 }
 
 QByteArray sha256OfTree(const QString &dir)
@@ -40,6 +58,45 @@ QByteArray sha256OfTree(const QString &dir)
             hash.addData(file.read(1 << 20));
     }
     return hash.result();
+}
+
+QByteArray fileBytes(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+bool writeFile(const QString &path, const QByteArray &bytes)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile f(path);
+    return f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(bytes) == bytes.size();
+}
+
+bool copyFolder(const QString &from, const QString &to)
+{
+    if (!QDir().mkpath(to))
+        return false;
+    const QDir source(from);
+    for (const QString &name : source.entryList(QDir::Files | QDir::Hidden))
+        if (!QFile::copy(source.filePath(name), QDir(to).filePath(name)))
+            return false;
+    return true;
+}
+
+bool odbcDriverRegistered(const QString &name)
+{
+    if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QODBC")))
+        return false;
+#ifdef Q_OS_WIN
+    return QSettings(QStringLiteral("HKEY_LOCAL_MACHINE\\SOFTWARE\\ODBC\\ODBCINST.INI\\ODBC Drivers"), QSettings::NativeFormat)
+        .contains(name);
+#else
+    for (const QString &ini : {QStringLiteral("/etc/odbcinst.ini"), QStringLiteral("/usr/local/etc/odbcinst.ini")})
+        if (QSettings(ini, QSettings::IniFormat).childGroups().contains(name))
+            return true;
+    return false;
+#endif
 }
 
 DemoSession::DemoSession(const QString &server, const QString &database)

@@ -5,16 +5,37 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QTemporaryDir>
 
-// Writes the demo repository (tools/demo/demorepository.h describes its contents) into
+// Writes the demo repository (src/demo/demorepository.h describes its contents) into
 // parentDir/demo and returns that folder's path; an empty text when it could not be written
 // (error, if given, says why).
 QString writeDemo(const QString &parentDir, QString *error = nullptr);
+
+// A test's own temporary folder with the demo repository written into it and the home folder
+// (settings, the documents folder with the export logs) pointed inside it, so no run touches the
+// real ones. In initTestCase: QVERIFY2(m_fx.setUp(), qPrintable(m_fx.error));
+struct DemoFixture {
+    QTemporaryDir tmp;
+    QString demo;  // the demo repository's folder
+    QString error; // why setUp() failed
+    bool setUp();
+    QString filePath(const QString &name) const { return tmp.filePath(name); }
+};
 
 // SHA-256 over every regular file below dir, in sorted order of relative path ("/" separated):
 // each file contributes its relative path, a zero byte, its size and its bytes. Two trees with
 // the same hash hold the same files with the same contents.
 QByteArray sha256OfTree(const QString &dir);
+
+// Small file chores: the whole file ("" when unreadable), a file written with its folders made,
+// the files (not subfolders) of one folder copied into another, made when missing.
+QByteArray fileBytes(const QString &path);
+bool writeFile(const QString &path, const QByteArray &bytes);
+bool copyFolder(const QString &from, const QString &to);
+
+// Whether the ODBC driver manager knows a driver of this name (and Qt has its ODBC driver).
+bool odbcDriverRegistered(const QString &name);
 
 // Keeps every status text and hourglass change the procedures asked the window for.
 struct RecordingPort : PlainFormPort {

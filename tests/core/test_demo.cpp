@@ -67,16 +67,12 @@ private slots:
     void picturesAndPdfsWellFormed();
 
 private:
-    QTemporaryDir m_tmp;
-    QString m_demo;
+    DemoFixture m_fx;
 };
 
 void TestDemo::initTestCase()
 {
-    QVERIFY(m_tmp.isValid());
-    QString error;
-    m_demo = writeDemo(m_tmp.path(), &error);
-    QVERIFY2(!m_demo.isEmpty(), qPrintable(error));
+    QVERIFY2(m_fx.setUp(), qPrintable(m_fx.error));
 }
 
 void TestDemo::reproducible()
@@ -85,7 +81,7 @@ void TestDemo::reproducible()
     QString error;
     const QString second = writeDemo(other.path(), &error);
     QVERIFY2(!second.isEmpty(), qPrintable(error));
-    QCOMPARE(sha256OfTree(second), sha256OfTree(m_demo));
+    QCOMPARE(sha256OfTree(second), sha256OfTree(m_fx.demo));
     // Exactly the demo's files: no journals, no WAL side files, no database for Initech.
     QStringList expected = demo::demoFileNames();
     expected.sort();
@@ -165,7 +161,7 @@ void TestDemo::promisedCases()
     QFETCH(QString, database);
     QFETCH(QString, sql);
     QFETCH(QString, expected);
-    const QString path = QDir(m_demo).filePath(database + ".sqlite");
+    const QString path = QDir(m_fx.demo).filePath(database + ".sqlite");
     QVERIFY(QFile::exists(path));
     QCOMPARE(rows(path, sql).value(0).value(0).toString(), expected);
 }
@@ -173,7 +169,7 @@ void TestDemo::promisedCases()
 void TestDemo::picturesAndPdfsWellFormed()
 {
     int png = 0, pdf = 0;
-    const Rows docs = rows(QDir(m_demo).filePath("Acme.sqlite"), "select a.rec_id, lower(trim(a.File_Name)), ifnull(a.file_data, "
+    const Rows docs = rows(QDir(m_fx.demo).filePath("Acme.sqlite"), "select a.rec_id, lower(trim(a.File_Name)), ifnull(a.file_data, "
                                                 "b.FileData) from zar_file a left join AcmeArchive.zar_FileArchive b "
                                                 "on b.FileID = a.rec_id where a.rec_id <> 1122");
     for (const QVariantList &row : docs) {

@@ -3,6 +3,7 @@
 // from a real system-scope settings file.
 
 #include "errors/hunterr.h"
+#include "scopes.h"
 #include "errors/report.h"
 #include "errors/settings.h"
 
@@ -242,7 +243,7 @@ private slots:
         QCOMPARE(g_shown.size(), 1);
 
         // On, Yes: the failing body runs again and the second run succeeds.
-        setStepMode(true);
+        const StepModeScope stepping(true);
         g_shown.clear();
         runs = 0;
         QVERIFY(handler(QStringLiteral("Frm.cmdA_Click"), failOnce));

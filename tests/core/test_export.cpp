@@ -5,13 +5,12 @@
 #include "export/exporter.h"
 #include "exportrun.h"
 #include "exportcheck.h"
+#include "scopes.h"
 #include "testsupport.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QScopeGuard>
-#include <QSettings>
 #include <QSqlDatabase>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -21,8 +20,6 @@
 using Opened = HeadlessSession::Opened;
 
 namespace {
-
-QStringList g_shown; // what the error trail would have put in front of the person
 
 // Everything the observer hears, in order, as text; the content of each file as just written.
 struct Recorder : ExportObserver {
@@ -45,34 +42,19 @@ QString native(const QString &path)
     return QDir::toNativeSeparators(path);
 }
 
-bool odbcDriverRegistered(const QString &name)
-{
-#ifdef Q_OS_WIN
-    QSettings reg(QStringLiteral("HKEY_LOCAL_MACHINE\\SOFTWARE\\ODBC\\ODBCINST.INI\\ODBC Drivers"), QSettings::NativeFormat);
-    return reg.contains(name);
-#else
-    if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QODBC")))
-        return false;
-    for (const QString &ini : {QStringLiteral("/etc/odbcinst.ini"), QStringLiteral("/usr/local/etc/odbcinst.ini")})
-        if (QSettings(ini, QSettings::IniFormat).childGroups().contains(name))
-            return true;
-    return false;
-#endif
-}
-
 } // namespace
 
 class TestExport : public QObject {
     Q_OBJECT
 
-    QTemporaryDir m_tmp;
-    QString m_server;
+    DemoFixture m_fx;
+    ErrorTrailScope m_trail; // what the error trail would have put in front of the person
     QByteArray m_serverHash;
     int m_runs = 0;
 
     QString freshDestination()
     {
-        const QString dir = m_tmp.filePath(QStringLiteral("dest%1").arg(++m_runs));
+        const QString dir = m_fx.filePath(QStringLiteral("dest%1").arg(++m_runs));
         QDir().mkpath(dir);
         return dir;
     }
@@ -82,7 +64,7 @@ class TestExport : public QObject {
     {
         d.s.signin.DestinationPath = native(dest);
         auto run = std::make_unique<ExportRun>(d.s.signin, d.s.procs);
-        run->options.logFolder = m_tmp.filePath(QStringLiteral("logs%1").arg(++m_runs));
+        run->options.logFolder = m_fx.filePath(QStringLiteral("logs%1").arg(++m_runs));
         run->options.observer = observer;
         return run;
     }
@@ -90,38 +72,51 @@ class TestExport : public QObject {
 private slots:
     void initTestCase()
     {
-        QVERIFY(m_tmp.isValid());
         // A zone with daylight saving, so "today's offset" and the document's own can differ.
         qputenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3");
-        // The documents folder must be the test's own.
-        const QString home = m_tmp.filePath(QStringLiteral("home"));
-        QDir().mkpath(home);
-        qputenv("HOME", QFile::encodeName(home));
-        qputenv("XDG_CONFIG_HOME", QFile::encodeName(home + QStringLiteral("/.config")));
-        qunsetenv("XDG_DOCUMENTS_DIR");
-        HuntERR::reset();
-        HuntERR::setShower([](const QString &message) { g_shown << message; });
-
-        QString error;
-        m_server = writeDemo(m_tmp.path(), &error);
-        QVERIFY2(!m_server.isEmpty(), qPrintable(error));
-        m_serverHash = sha256OfTree(m_server);
+        // The documents folder is the test's own.
+        QVERIFY2(m_fx.setUp(), qPrintable(m_fx.error));
+        m_serverHash = sha256OfTree(m_fx.demo);
     }
 
-    void init() { g_shown.clear(); }
+    void init() { m_trail.shown.clear(); }
 
     void cleanupTestCase()
     {
         // The tool only reads: the repository files are untouched by every run above.
-        QCOMPARE(sha256OfTree(m_server), m_serverHash);
+        QCOMPARE(sha256OfTree(m_fx.demo), m_serverHash);
+    }
+
+    // Each of the nine characters a file name cannot hold becomes one blank, wherever it stands,
+    // in both cleaners. The folder cleaner leaves the caller the untrimmed form and returns it
+    // trimmed of blanks (not tabs); the title cleaner keeps a title's blanks at its ends.
+    void nameCleaners_data()
+    {
+        QTest::addColumn<QString>("raw");
+        QTest::addColumn<QString>("folder");
+        QTest::addColumn<QString>("title");
+        for (const char c : {'\\', '/', ':', '*', '?', '"', '<', '>', '|'}) {
+            const QChar q = QLatin1Char(c);
+            QTest::addRow("%c", c) << QString(q) + u'a' + q + q + u'b' + q << QStringLiteral("a  b") << QStringLiteral(" a  b ");
+        }
+        QTest::newRow("folder") << QStringLiteral(" Q1: Plans/Drafts ") << QStringLiteral("Q1  Plans Drafts")
+                                << QStringLiteral(" Q1  Plans Drafts ");
+        QTest::newRow("tabs stay") << QStringLiteral("\tTab\t") << QStringLiteral("\tTab\t") << QStringLiteral("\tTab\t");
+    }
+
+    void nameCleaners()
+    {
+        QFETCH(QString, raw);
+        QFETCH(QString, folder);
+        QFETCH(QString, title);
+        QCOMPARE(cleanDocumentTitle(raw), title);
+        QString inPlace = raw;
+        QCOMPARE(RemoveSpChr(inPlace), folder);
+        QCOMPARE(inPlace, title);
     }
 
     void namesDatesAndLogNames()
     {
-        // Cleaned in place (the caller keeps the untrimmed form), returned trimmed.
-        QString folder = QStringLiteral(" Q1: Plans/Drafts ");
-        QCOMPARE(RemoveSpChr(folder), QStringLiteral("Q1  Plans Drafts"));
-        QCOMPARE(folder, QStringLiteral(" Q1  Plans Drafts "));
         // A file name holds 255 bytes of the local encoding, not characters; ".." is no name.
         QVERIFY(titleCanBeFileName(QString(251, QLatin1Char('x')), QStringLiteral(".txt")));
         QVERIFY(!titleCanBeFileName(QString(252, QLatin1Char('x')), QStringLiteral(".txt")));
@@ -135,7 +130,7 @@ private slots:
         QCOMPARE(exportLogNameFor(QDateTime(QDate(2021, 12, 5), QTime(12, 30, 59))),
                  QString(pathSeparator()) + QStringLiteral("zarnivo Parcelwise Log 20211251230.txt"));
         const QString documents = fxnGetMyFolderLocation();
-        QCOMPARE(QDir::fromNativeSeparators(documents), m_tmp.filePath(QStringLiteral("home/Documents")));
+        QCOMPARE(QDir::fromNativeSeparators(documents), m_fx.filePath(QStringLiteral("home/Documents")));
         QVERIFY(QFileInfo(documents).isDir());
 
         // A date text that does not fit the layout is an error, never a date.
@@ -170,10 +165,8 @@ private slots:
         QFETCH(QString, archive);
         if (driver != QLatin1String("QSQLITE") && !odbcDriverRegistered(driver))
             QSKIP("the SQLite3 ODBC driver is not registered");
-        const QString previous = repo::embeddedDriver();
-        repo::setEmbeddedDriver(driver);
-        const auto restore = qScopeGuard([&] { repo::setEmbeddedDriver(previous); });
-        DemoSession d(m_server, database);
+        const EmbeddedDriverScope embedded(driver);
+        DemoSession d(m_fx.demo, database);
         QCOMPARE(d.opened, Opened::Yes);
         QVERIFY(d.tickEverything());
         const QString dest = freshDestination();
@@ -185,9 +178,9 @@ private slots:
         // Nothing failed: no log, nothing opened, nothing shown.
         QVERIFY(!QFileInfo::exists(exporter->options.logFolder + exporter->exporter.ExportLogName));
         QVERIFY(d.port.openedLog.isEmpty());
-        QVERIFY(g_shown.isEmpty());
+        QVERIFY(m_trail.shown.isEmpty());
 
-        RepositoryReader reader(m_server, QStringLiteral("Acme"), archive);
+        RepositoryReader reader(m_fx.demo, QStringLiteral("Acme"), archive);
         QVERIFY(reader.ok());
         ExpectedTree expected;
         reader.addEverything(expected);
@@ -243,7 +236,7 @@ private slots:
 
     void loadedChildrenPlacementAndReplacement()
     {
-        DemoSession d(m_server, QStringLiteral("Acme"));
+        DemoSession d(m_fx.demo, QStringLiteral("Acme"));
         QVERIFY(d.click(1));
         QVERIFY(d.click(14)); // Projects: Plans is now a node of its own
         QVERIFY(d.tick(14));
@@ -251,7 +244,7 @@ private slots:
         QVERIFY(d.click(21));
         QVERIFY(d.tick(22));
 
-        RepositoryReader reader(m_server, QStringLiteral("Acme"));
+        RepositoryReader reader(m_fx.demo, QStringLiteral("Acme"));
         ExpectedTree expected;
         expected.replace(QStringLiteral("Projects"));
         reader.addDocuments(14, QStringLiteral("Projects"), expected);
@@ -274,12 +267,12 @@ private slots:
             QVERIFY2(!exporter->run(), qPrintable(recorder.events.filter(QStringLiteral("failure")).join('\n') + HuntERR::reportText()));
             compareWithRepository(dest, expected, start);
         }
-        QVERIFY(g_shown.isEmpty());
+        QVERIFY(m_trail.shown.isEmpty());
     }
 
     void failuresAreLoggedAndTheWalkGoesOn()
     {
-        DemoSession d(m_server, QStringLiteral("Acme"));
+        DemoSession d(m_fx.demo, QStringLiteral("Acme"));
         QVERIFY(d.click(1));
         QVERIFY(d.tick(14)); // Projects, never opened: its subtree comes from the repository
         QVERIFY(d.tick(17)); // Templates
@@ -316,7 +309,7 @@ private slots:
                 logPath = documents + first.exporter.ExportLogName;
         }
         QVERIFY(!logPath.isEmpty());
-        QVERIFY(g_shown.isEmpty()); // the export never shows a single failure
+        QVERIFY(m_trail.shown.isEmpty()); // the export never shows a single failure
         // Yet each failure went through the error trail; the last one was the Templates directory.
         QVERIFY2(HuntERR::reportText().contains(QLatin1String("Templates")), qPrintable(HuntERR::reportText()));
 
@@ -327,7 +320,7 @@ private slots:
 
         // The walk went on: Training was exported in full after the failures above it, and the
         // blocking files were never overwritten.
-        RepositoryReader reader(m_server, QStringLiteral("Acme"));
+        RepositoryReader reader(m_fx.demo, QStringLiteral("Acme"));
         ExpectedTree training;
         reader.addSubtree(18, QStringLiteral("Training"), training);
         training.files[QStringLiteral("Projects")] << ExpectedTree::Candidate{QByteArray(), {}};
@@ -358,7 +351,7 @@ private slots:
 
     void dryRunListsWhatARealRunWrites()
     {
-        DemoSession d(m_server, QStringLiteral("Acme"));
+        DemoSession d(m_fx.demo, QStringLiteral("Acme"));
         QVERIFY(d.tickEverything());
         const QString dest = freshDestination();
         QDir().mkpath(dest + QStringLiteral("/Docs/Old")); // replaced: heard as removed
@@ -385,7 +378,7 @@ private slots:
         QVERIFY(planned.events.contains(QStringLiteral("failure Folder ID: 19 , Folder Name: Unsorted , Folder Location: Unsorted")));
         const QString longTitle = native(dest + QStringLiteral("/Docs/[1019].txt"));
         QVERIFY(planned.events.contains(QStringLiteral("file %1 %2").arg(longTitle).arg(QFileInfo(longTitle).size())));
-        QVERIFY(g_shown.isEmpty());
+        QVERIFY(m_trail.shown.isEmpty());
     }
 };
 

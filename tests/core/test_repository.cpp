@@ -4,6 +4,7 @@
 // promise that nothing is ever written.
 
 #include "repository_suite.h"
+#include "scopes.h"
 #include "testsupport.h"
 
 #include "repository/drivers.h"
@@ -17,23 +18,6 @@
 using suite::failure;
 
 namespace {
-
-bool copyFolder(const QString &from, const QString &to)
-{
-    if (!QDir().mkpath(to))
-        return false;
-    const QDir source(from);
-    for (const QString &name : source.entryList(QDir::Files | QDir::Hidden))
-        if (!QFile::copy(source.filePath(name), QDir(to).filePath(name)))
-            return false;
-    return true;
-}
-
-bool writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(bytes) == bytes.size();
-}
 
 // Driver managers say so in these words when a driver is not installed or not registered.
 bool driverMissing(const QString &description)
@@ -61,16 +45,12 @@ private slots:
     void recordSets();
 
 private:
-    QTemporaryDir m_tmp;
-    QString m_demo;
+    DemoFixture m_fx;
 };
 
 void TestRepository::initTestCase()
 {
-    QVERIFY(m_tmp.isValid());
-    QString error;
-    m_demo = writeDemo(m_tmp.path(), &error);
-    QVERIFY2(!m_demo.isEmpty(), qPrintable(error));
+    QVERIFY2(m_fx.setUp(), qPrintable(m_fx.error));
     repo::setEmbeddedDriver(QStringLiteral("QSQLITE"));
     repo::setTraceFile(QString());
     qunsetenv("PARCELWISE_TDS_VERSION");
@@ -79,7 +59,6 @@ void TestRepository::initTestCase()
 void TestRepository::init()
 {
     HuntERR::reset();
-    repo::setEmbeddedDriver(QStringLiteral("QSQLITE"));
 }
 
 // What the ODBC driver is handed for SQL Server.
@@ -139,13 +118,13 @@ void TestRepository::statementSuite_data()
 void TestRepository::statementSuite()
 {
     QFETCH(QString, driver);
-    repo::setEmbeddedDriver(driver);
+    const EmbeddedDriverScope embedded(driver);
     QString text;
     repo::Connection cn;
-    if (failure([&] { cn.open(suite::connectionText(m_demo, "Acme")); }, &text) != 0 && driverMissing(text))
+    if (failure([&] { cn.open(suite::connectionText(m_fx.demo, "Acme")); }, &text) != 0 && driverMissing(text))
         QSKIP(qPrintable("The driver is not registered: " + text));
-    const QByteArray before = sha256OfTree(m_demo);
-    QCOMPARE(failure([&] { suite::runStatementSuite(m_demo); }, &text), 0); // a refusal names itself
+    const QByteArray before = sha256OfTree(m_fx.demo);
+    QCOMPARE(failure([&] { suite::runStatementSuite(m_fx.demo); }, &text), 0); // a refusal names itself
     if (QTest::currentTestFailed())
         return;
 
@@ -188,33 +167,33 @@ void TestRepository::statementSuite()
     QCOMPARE(failure([&] { cn.open(suite::connectionText(broken.path(), "Junk")); }), repo::ERR_UNREACHABLE);
     QCOMPARE(cn.state(), repo::adStateClosed);
     // Every file of the server (no journal or lock file left either) is as it was.
-    QCOMPARE(sha256OfTree(m_demo), before);
+    QCOMPARE(sha256OfTree(m_fx.demo), before);
 
     // The files really go through the named driver: an unknown one cannot open them.
     if (driver != QLatin1String("QSQLITE")) {
-        repo::setEmbeddedDriver(QStringLiteral("No Such SQLite Driver"));
-        QCOMPARE(failure([&] { cn.open(suite::connectionText(m_demo, "Acme")); }, &text), repo::ERR_UNREACHABLE);
+        const EmbeddedDriverScope none(QStringLiteral("No Such SQLite Driver"));
+        QCOMPARE(failure([&] { cn.open(suite::connectionText(m_fx.demo, "Acme")); }, &text), repo::ERR_UNREACHABLE);
         QVERIFY2(driverMissing(text), qPrintable(text));
     }
 }
 
 void TestRepository::errorsAndBadInput()
 {
-    const QByteArray before = sha256OfTree(m_demo);
+    const QByteArray before = sha256OfTree(m_fx.demo);
     repo::Connection cn;
-    cn.open(suite::connectionText(m_demo, "Acme"));
+    cn.open(suite::connectionText(m_fx.demo, "Acme"));
     QString text;
     // ADO's own refusals; then a re-open from the connection-string property, as tree building does.
     QCOMPARE(failure([&] { cn.open(); }), 3705);
     cn.close();
     QCOMPARE(failure([&] { cn.execute(suite::firstLevel(0)); }), 3709);
-    cn.connectionString = suite::connectionText(m_demo, "Globex");
+    cn.connectionString = suite::connectionText(m_fx.demo, "Globex");
     cn.open();
     QCOMPARE(cn.execute(suite::firstLevel(0)).text("Folder_Name"), QStringLiteral("Globex Inc"));
 
     // Servers and databases that cannot be opened: a clear refusal, never a crash.
     QTemporaryDir broken;
-    QVERIFY(copyFolder(m_demo, broken.path()));
+    QVERIFY(copyFolder(m_fx.demo, broken.path()));
     const QDir b(broken.path());
     QFile acmeFile(b.filePath("Acme.sqlite"));
     QVERIFY(acmeFile.open(QIODevice::ReadOnly));
@@ -223,9 +202,9 @@ void TestRepository::errorsAndBadInput()
         QString server, catalogue, text;
     } unopenable[] = {
         {"/no/such/dir", "zar_Master", "SQL Server does not exist or access denied."},
-        {QDir(m_demo).filePath("server.ini"), "zar_Master", "SQL Server does not exist"}, // a file, not a folder
-        {m_demo, "Initech", "Cannot open database \"Initech\" requested by the login. The login failed."},
-        {m_demo, "Nobody", "Nobody"},
+        {QDir(m_fx.demo).filePath("server.ini"), "zar_Master", "SQL Server does not exist"}, // a file, not a folder
+        {m_fx.demo, "Initech", "Cannot open database \"Initech\" requested by the login. The login failed."},
+        {m_fx.demo, "Nobody", "Nobody"},
         {broken.path(), "Half", "Half"}, // a database file cut short
     };
     for (const auto &u : unopenable) {
@@ -236,12 +215,12 @@ void TestRepository::errorsAndBadInput()
     }
     // No catalogue named (an archive without partner): the server's own catalogue, no folder tables.
     cn.close();
-    cn.open(suite::connectionText(m_demo, QString()));
+    cn.open(suite::connectionText(m_fx.demo, QString()));
     QCOMPARE(cn.execute(suite::databaseExists("Globex")).recordCount(), 1);
     QCOMPARE(failure([&] { cn.execute(suite::firstLevel(0)); }), repo::ERR_NO_OBJECT);
     // A server folder whose name means something in a URI; a path-like name counts as a folder.
     const QString odd = b.filePath("srv #1 %x?");
-    QVERIFY(copyFolder(m_demo, odd));
+    QVERIFY(copyFolder(m_fx.demo, odd));
     cn.close();
     cn.open(suite::connectionText(odd, "ACME"));
     QCOMPARE(cn.execute(suite::documentArchive(1101, "AcmeArchive")).recordCount(), 1);
@@ -249,7 +228,7 @@ void TestRepository::errorsAndBadInput()
         QVERIFY2(repo::looksLikeFolderPath(folder), folder);
     for (const char *host : {".", ".\\SQLEXPRESS", "db1\\SQLEXPRESS", "127.0.0.1,1433", ""})
         QVERIFY2(!repo::looksLikeFolderPath(host), host);
-    QCOMPARE(sha256OfTree(m_demo), before);
+    QCOMPARE(sha256OfTree(m_fx.demo), before);
 }
 
 void TestRepository::freeTdsUnreachable()
@@ -277,7 +256,7 @@ void TestRepository::freeTdsUnreachable()
 void TestRepository::logins()
 {
     QTemporaryDir other;
-    QVERIFY(copyFolder(m_demo, other.path()));
+    QVERIFY(copyFolder(m_fx.demo, other.path()));
     const QString ini = QDir(other.path()).filePath("server.ini");
     QString text;
     // user and password as typed: the connection string doubles quotes and trims, as the tool does.
@@ -287,10 +266,10 @@ void TestRepository::logins()
         return failure([&] { c.open(databaseConnectionString(user, catalogue, server, password)); }, &text);
     };
     // The demo's server.ini: user demo (any letter case), empty password; the login is checked first.
-    QCOMPARE(openAs(m_demo, " DEMO ", ""), 0);
-    QCOMPARE(openAs(m_demo, "demo", "x"), repo::ERR_LOGIN_REJECTED);
+    QCOMPARE(openAs(m_fx.demo, " DEMO ", ""), 0);
+    QCOMPARE(openAs(m_fx.demo, "demo", "x"), repo::ERR_LOGIN_REJECTED);
     QCOMPARE(text, QStringLiteral("Login failed for user 'demo'."));
-    QCOMPARE(openAs(m_demo, "sa", "", "Nobody"), repo::ERR_LOGIN_REJECTED);
+    QCOMPARE(openAs(m_fx.demo, "sa", "", "Nobody"), repo::ERR_LOGIN_REJECTED);
     QCOMPARE(text, QStringLiteral("Login failed for user 'sa'."));
     // Passwords match exactly: letter case, and a typed quote arrives doubled.
     QVERIFY(writeFile(ini, "[logins]\nreader=Secret\nquoter=\"a''b\"\n"));
@@ -308,7 +287,7 @@ void TestRepository::logins()
 void TestRepository::recordSets()
 {
     repo::Connection cn;
-    cn.open(suite::connectionText(m_demo, "Acme"));
+    cn.open(suite::connectionText(m_fx.demo, "Acme"));
     repo::RecordSet rs = cn.execute(suite::liveChildren(1));
     // Field names in any letter case; an unknown one is refused.
     QCOMPARE(rs.text("REC_ID") + rs.text("Rec_Id"), QStringLiteral("22"));

@@ -3,6 +3,7 @@
 // order, the failures told to the person and those reported through the error trail.
 
 #include "repository_suite.h"
+#include "scopes.h"
 #include "testsupport.h"
 
 #include "session/headlesssession.h"
@@ -14,13 +15,9 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <optional>
+
 using Opened = HeadlessSession::Opened;
-
-namespace {
-
-QStringList g_shown; // every error report the trail showed
-
-} // namespace
 
 class TestSignIn : public QObject {
     Q_OBJECT
@@ -35,37 +32,33 @@ private slots:
     void failures();
 
 private:
-    QTemporaryDir m_tmp;
-    QString m_demo;
+    DemoFixture m_fx;
+    ErrorTrailScope m_trail; // what the error trail would have put in front of the person
 };
 
 void TestSignIn::initTestCase()
 {
-    QVERIFY(m_tmp.isValid());
-    QString error;
-    m_demo = writeDemo(m_tmp.path(), &error);
-    QVERIFY2(!m_demo.isEmpty(), qPrintable(error));
+    QVERIFY2(m_fx.setUp(), qPrintable(m_fx.error));
     repo::setEmbeddedDriver(QStringLiteral("QSQLITE"));
     repo::setTraceFile(QString());
-    HuntERR::setShower([](const QString &report) { g_shown << report; });
 }
 
 void TestSignIn::init()
 {
     HuntERR::reset();
-    g_shown.clear();
+    m_trail.shown.clear();
 }
 
 void TestSignIn::listAndTypes()
 {
     PlainFormPort port;
     HeadlessSession h(port);
-    QVERIFY(h.fillDatabaseList(m_demo, "demo", ""));
+    QVERIFY(h.fillDatabaseList(m_fx.demo, "demo", ""));
     QCOMPARE(port.databases, QStringList({"Acme", "AcmeArchive", "Globex", "Initech", "Scratch", "Twofold", "TwofoldArchive", "VandelayArchive"}));
     QCOMPARE(port.database, QStringLiteral("Acme")); // the first entry is chosen
     // Entering the list again re-reads it rather than appending, and chooses the first again.
     port.database = QStringLiteral("Globex");
-    QVERIFY(h.fillDatabaseList(m_demo, "demo", ""));
+    QVERIFY(h.fillDatabaseList(m_fx.demo, "demo", ""));
     QCOMPARE(port.databases.size(), 8);
     QCOMPARE(port.database, QStringLiteral("Acme"));
 
@@ -88,21 +81,21 @@ void TestSignIn::listAndTypes()
 
 void TestSignIn::openingAndPairing()
 {
-    const QByteArray before = sha256OfTree(m_demo);
+    const QByteArray before = sha256OfTree(m_fx.demo);
     PlainFormPort port;
     HeadlessSession h(port);
     QTemporaryDir traceDir;
     const QString trace = QDir(traceDir.path()).filePath("statements.sql");
-    repo::setTraceFile(trace);
+    std::optional<TraceFileScope> tracing(std::in_place, trace);
     // An archive company: its tree is read from the paired live database.
-    QCOMPARE(h.signIn(m_demo, "demo", "", "AcmeArchive"), Opened::Yes);
+    QCOMPARE(h.signIn(m_fx.demo, "demo", "", "AcmeArchive"), Opened::Yes);
     QCOMPARE(h.signin.strSelectedDb + ">" + h.signin.strLiveDb, QStringLiteral("AcmeArchive>Acme"));
     QVERIFY(h.signin.cnDb().connectionString.contains(QStringLiteral(";Initial Catalog=Acme;")));
     QVERIFY(h.root());
     QCOMPARE(port.messages, QStringList());
     QCOMPARE(h.openDatabase("O'Brien"), Opened::Failed); // a failing statement is traced too
-    g_shown.clear();
-    repo::setTraceFile(QString());
+    m_trail.shown.clear();
+    tracing.reset();
     QCOMPARE(h.openDatabase("Acme"), Opened::Yes); // off again: nothing more is written
     // The statements went out exactly as built (doubled blanks, three-part names), in order.
     QFile traced(trace);
@@ -124,15 +117,15 @@ void TestSignIn::openingAndPairing()
     // Listed in the catalogue, but no database behind it.
     QCOMPARE(h.openDatabase("Initech"), Opened::Refused);
     QCOMPARE(port.messages, QStringList({"Selected database does not exists"}));
-    QVERIFY(g_shown.isEmpty());
+    QVERIFY(m_trail.shown.isEmpty());
 
     // A quote in the password travels doubled and blanks are dropped; the boxes are kept as typed.
-    QVERIFY(!h.fillDatabaseList("  " + m_demo + "  ", " demo ", " a'b "));
+    QVERIFY(!h.fillDatabaseList("  " + m_fx.demo + "  ", " demo ", " a'b "));
     QCOMPARE(port.messages.last(), QStringLiteral("Login failed for user 'demo'."));
     QCOMPARE(h.signin.strUserName + "|" + h.signin.strPassword, QStringLiteral(" demo | a'b "));
     QCOMPARE(h.signin.cnMaster().connectionString, "Provider=SQLOLEDB.1;Persist Security Info=true;User ID=demo;"
-                                                   "Initial Catalog = zar_Master;Data Source=" + m_demo + ";Password=a''b");
-    QCOMPARE(sha256OfTree(m_demo), before);
+                                                   "Initial Catalog = zar_Master;Data Source=" + m_fx.demo + ";Password=a''b");
+    QCOMPARE(sha256OfTree(m_fx.demo), before);
 }
 
 void TestSignIn::validationOrder_data()
@@ -142,7 +135,7 @@ void TestSignIn::validationOrder_data()
     QTest::addColumn<QString>("database");
     QTest::addColumn<QString>("message");
     QTest::addColumn<QString>("focus");
-    const QString demo = m_demo;
+    const QString demo = m_fx.demo;
     QTest::newRow("blank server first") << "   " << "" << "" << "Please enter server name" << "txServerName";
     QTest::newRow("blank user") << demo << "  " << "" << "Please enter user name" << "txtUserName";
     QTest::newRow("no database") << demo << "demo" << "" << "Please select database name" << "";
@@ -181,14 +174,14 @@ void TestSignIn::failures()
     // Login rejected: the server's own text as a message, no report; the earlier list stays.
     PlainFormPort port;
     HeadlessSession h(port);
-    QVERIFY(h.fillDatabaseList(m_demo, "demo", ""));
-    QVERIFY(!h.fillDatabaseList(m_demo, "demo", "wrong"));
+    QVERIFY(h.fillDatabaseList(m_fx.demo, "demo", ""));
+    QVERIFY(!h.fillDatabaseList(m_fx.demo, "demo", "wrong"));
     QCOMPARE(port.messages, QStringList({"Login failed for user 'demo'."}));
     QCOMPARE(port.databases.size(), 8);
-    QVERIFY(g_shown.isEmpty() && !HuntERR::isPreserved());
+    QVERIFY(m_trail.shown.isEmpty() && !HuntERR::isPreserved());
 
     // A server that is not there: the fixed text, also through the real SQL Server driver.
-    QStringList absent = {"/no/such/dir", QDir(m_demo).filePath("server.ini")};
+    QStringList absent = {"/no/such/dir", QDir(m_fx.demo).filePath("server.ini")};
     qputenv("PARCELWISE_ODBC_DRIVER", "FreeTDS");
     const auto restore = qScopeGuard([] { qunsetenv("PARCELWISE_ODBC_DRIVER"); });
     if (QSqlDatabase::isDriverAvailable(QStringLiteral("QODBC")))
@@ -197,30 +190,30 @@ void TestSignIn::failures()
         PlainFormPort p;
         HeadlessSession s(p);
         QVERIFY(!s.fillDatabaseList(server, "demo", ""));
-        if (server.contains(u',') && g_shown.join("").contains("Can't open lib"))
+        if (server.contains(u',') && m_trail.shown.join("").contains("Can't open lib"))
             continue; // the FreeTDS driver is not registered here
         QCOMPARE(p.messages, QStringList({"SQL Server does not exist or access denied"}));
-        QVERIFY2(g_shown.isEmpty() && !HuntERR::isPreserved(), qPrintable(server));
+        QVERIFY2(m_trail.shown.isEmpty() && !HuntERR::isPreserved(), qPrintable(server));
     }
 
     // Other failures are reported with the procedure's own call-stack entry.
     // A catalogue without the company table (the list is cleared before the statement fails):
     QTemporaryDir odd;
-    QVERIFY(QFile::copy(QDir(m_demo).filePath("Scratch.sqlite"), QDir(odd.path()).filePath("zar_Master.sqlite")));
+    QVERIFY(QFile::copy(QDir(m_fx.demo).filePath("Scratch.sqlite"), QDir(odd.path()).filePath("zar_Master.sqlite")));
     port.databases = QStringList({"kept"});
     port.messages.clear();
     QVERIFY(!h.fillDatabaseList(odd.path(), "demo", ""));
-    QCOMPARE(g_shown.size(), 1);
-    QString report = g_shown.first();
+    QCOMPARE(m_trail.shown.size(), 1);
+    QString report = m_trail.shown.first();
     QVERIFY2(report.contains("  Call Stack: FrmSendtofolder.FillDataBasename"), qPrintable(report));
     QVERIFY(report.contains("  Call Stack: FrmSendtofolder.cboDBName_GotFocus"));
     QVERIFY(report.contains("Invalid object name 'com_company'."));
     QVERIFY(report.contains("Error Number: -2147217865 "));
     QVERIFY(port.databases.isEmpty() && port.messages.isEmpty());
     // A database name with a quote breaks the existence check's statement.
-    QCOMPARE(h.signIn(m_demo, "demo", "", "O'Brien"), Opened::Failed);
-    QVERIFY(g_shown.last().contains("  Call Stack: FrmSendtofolder.fxnIsDBExists(paramDbName)"));
-    QVERIFY(g_shown.last().contains("  Call Stack: FrmSendtofolder.cmdlogin_Click"));
+    QCOMPARE(h.signIn(m_fx.demo, "demo", "", "O'Brien"), Opened::Failed);
+    QVERIFY(m_trail.shown.last().contains("  Call Stack: FrmSendtofolder.fxnIsDBExists(paramDbName)"));
+    QVERIFY(m_trail.shown.last().contains("  Call Stack: FrmSendtofolder.cmdlogin_Click"));
     QVERIFY(port.messages.isEmpty() && h.signin.strSelectedDb.isEmpty());
     PlainFormPort fresh;
     SignIn unopened(fresh);
@@ -237,7 +230,7 @@ void TestSignIn::failures()
     QCOMPARE(unopened.fxnGetDBType(QStringLiteral("db32767")), QStringLiteral("Archive"));
     unopened.rsDbList = list(32768);
     QVERIFY(!HuntERR::handler("FrmSendtofolder.cboDBName_Click", [&] { unopened.fxnGetDBType("Db1"); }));
-    report = g_shown.last();
+    report = m_trail.shown.last();
     QVERIFY(report.startsWith("  Error Description: Overflow"));
     QVERIFY(report.contains("  Call Stack: FrmSendtofolder.fxnGetDBType(paramDBName)"));
 }

@@ -5,6 +5,7 @@
 // report through the statement as written.
 
 #include "repository_suite.h"
+#include "scopes.h"
 #include "testsupport.h"
 
 #include "repository/connection.h"
@@ -77,25 +78,21 @@ private slots:
 private:
     QStringList reference(const QString &sqliteSql);
 
-    QTemporaryDir m_tmp;
-    QString m_demo;
+    DemoFixture m_fx;
 };
 
 void TestStatementShapes::initTestCase()
 {
-    QVERIFY(m_tmp.isValid());
-    QString error;
-    m_demo = writeDemo(m_tmp.path(), &error);
-    QVERIFY2(!m_demo.isEmpty(), qPrintable(error));
+    QVERIFY2(m_fx.setUp(), qPrintable(m_fx.error));
     repo::setTraceFile(QString());
     // SQLite itself, reading the statement as written: the answer every shape must give.
     QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("reference"));
-    db.setDatabaseName(QDir(m_demo).filePath(QStringLiteral("Acme.sqlite")));
+    db.setDatabaseName(QDir(m_fx.demo).filePath(QStringLiteral("Acme.sqlite")));
     db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_READONLY"));
     QVERIFY(db.open());
     QSqlQuery q(db);
     QVERIFY(q.exec(QStringLiteral("ATTACH DATABASE '%1' AS AcmeArchive")
-                       .arg(QDir(m_demo).filePath(QStringLiteral("AcmeArchive.sqlite")))));
+                       .arg(QDir(m_fx.demo).filePath(QStringLiteral("AcmeArchive.sqlite")))));
 }
 
 void TestStatementShapes::init()
@@ -219,10 +216,10 @@ void TestStatementShapes::sameRowsAsWritten()
     const auto asWritten = [&](QString sql) { return sql.replace(archiveDb + "..", archiveDb + "."); };
 
     for (const QString &driver : {QStringLiteral("QSQLITE"), QStringLiteral("SQLite3")}) {
-        repo::setEmbeddedDriver(driver);
+        const EmbeddedDriverScope embedded(driver);
         repo::Connection cn;
         QString text;
-        if (failure([&] { cn.open(suite::connectionText(m_demo, "Acme")); }, &text) != 0) {
+        if (failure([&] { cn.open(suite::connectionText(m_fx.demo, "Acme")); }, &text) != 0) {
             QVERIFY2(driver != QLatin1String("QSQLITE"), qPrintable(text));
             qWarning("SQLite3 ODBC driver not usable, only Qt's SQLite checked: %s", qPrintable(text));
             continue;
@@ -252,7 +249,7 @@ void TestStatementShapes::sameRowsAsWritten()
 void TestStatementShapes::shapesReusedAndRefused()
 {
     repo::Connection cn;
-    cn.open(suite::connectionText(m_demo, "Acme"));
+    cn.open(suite::connectionText(m_fx.demo, "Acme"));
     // One shape, many ids, interleaved with other shapes: each answer is its own id's.
     for (const qint64 doc : {1007, 1034, 1007, 424242, 1008}) {
         const repo::RecordSet rs = cn.execute(suite::documentLive(doc));
@@ -282,7 +279,7 @@ void TestStatementShapes::shapesReusedAndRefused()
     // Closed and opened again on another database: nothing prepared for the first one is used.
     cn.close();
     QCOMPARE(failure([&] { cn.execute(suite::documentLive(1007)); }), 3709);
-    cn.open(suite::connectionText(m_demo, "Globex"));
+    cn.open(suite::connectionText(m_fx.demo, "Globex"));
     QCOMPARE(failure([&] { cn.execute(suite::documentLive(1007)); }), 0);
     QCOMPARE(cn.execute(suite::firstLevel(0)).recordCount(), 1);
 }

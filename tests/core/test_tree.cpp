@@ -3,6 +3,7 @@
 
 #include "errors/hunterr.h"
 #include "repository_suite.h"
+#include "scopes.h"
 #include "testsupport.h"
 
 #include <QAbstractItemModelTester>
@@ -11,11 +12,11 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <memory>
+
 using Opened = HeadlessSession::Opened;
 
 namespace {
-
-QStringList g_shown; // every error window the trail would have opened
 
 // A node added by hand (parent 0: a top node), for what needs no database.
 FolderTree::Node *add(FolderTree &tree, int parent, int id, const QString &text)
@@ -60,9 +61,10 @@ QString loaded(const FolderTree::Node *n)
 class TestTree : public QObject {
     Q_OBJECT
 
-    QTemporaryDir m_tmp;
-    QString m_server;
+    DemoFixture m_fx;
+    ErrorTrailScope m_trail; // what the error trail would have put in front of the person
     QString m_trace;
+    std::unique_ptr<TraceFileScope> m_tracing; // every statement of the whole run
 
     QStringList traced() const
     {
@@ -75,19 +77,15 @@ class TestTree : public QObject {
 private slots:
     void initTestCase()
     {
-        QVERIFY(m_tmp.isValid());
-        QString error;
-        m_server = writeDemo(m_tmp.path(), &error);
-        QVERIFY2(!m_server.isEmpty(), qPrintable(error));
-        m_trace = m_tmp.filePath(QStringLiteral("statements.sql"));
-        repo::setTraceFile(m_trace);
-        HuntERR::setShower([](const QString &message) { g_shown << message; });
+        QVERIFY2(m_fx.setUp(), qPrintable(m_fx.error));
+        m_trace = m_fx.filePath(QStringLiteral("statements.sql"));
+        m_tracing = std::make_unique<TraceFileScope>(m_trace);
     }
 
     void init()
     {
         HuntERR::reset();
-        g_shown.clear();
+        m_trail.shown.clear();
         QFile::remove(m_trace);
     }
 
@@ -138,7 +136,7 @@ private slots:
 
     void liveTree()
     {
-        DemoSession d(m_server, QStringLiteral("Acme"));
+        DemoSession d(m_fx.demo, QStringLiteral("Acme"));
         QCOMPARE(d.opened, Opened::Yes);
         QCOMPARE(ids(d.s.tree), QStringLiteral("1"));
         QCOMPARE(d.node(1)->text, QStringLiteral("Acme Corporation [Acme <Live> ]"));
@@ -179,18 +177,18 @@ private slots:
         QCOMPARE(ids(d.s.tree), QStringLiteral("1"));
 
         // A database without the repository's tables is a message, not an error window.
-        DemoSession scratch(m_server, QStringLiteral("Scratch"));
+        DemoSession scratch(m_fx.demo, QStringLiteral("Scratch"));
         QCOMPARE(scratch.opened, Opened::InvalidDatabase);
         QCOMPARE(scratch.port.messages, QStringList{QStringLiteral("Invalid database selected")});
         QCOMPARE(scratch.port.signInScreenShown, 1);
         QCOMPARE(scratch.s.tree.count(), 0);
-        QVERIFY2(g_shown.isEmpty(), qPrintable(g_shown.join('\n')));
+        QVERIFY2(m_trail.shown.isEmpty(), qPrintable(m_trail.shown.join('\n')));
     }
 
     void archiveTree()
     {
         // Read from the live partner, named after the archive.
-        DemoSession d(m_server, QStringLiteral("AcmeArchive"));
+        DemoSession d(m_fx.demo, QStringLiteral("AcmeArchive"));
         QCOMPARE(d.opened, Opened::Yes);
         QCOMPARE(d.node(1)->text, QStringLiteral("Acme Corporation [AcmeArchive <Archive> ]"));
         QVERIFY(d.s.signin.cnDb().connectionString.contains(QStringLiteral(";Initial Catalog=Acme;")));
@@ -215,33 +213,33 @@ private slots:
         QCOMPARE(loaded(d.node(34)), QStringLiteral("35:0"));
         QVERIFY(d.click(10));
         QCOMPARE(loaded(d.node(10)), QStringLiteral("28:9"));
-        QVERIFY(g_shown.isEmpty());
+        QVERIFY(m_trail.shown.isEmpty());
 
         // A live folder with archived documents; its live-only sibling is hidden.
         QVERIFY(d.click(12));
         QCOMPARE(loaded(d.node(12)), QStringLiteral("30:10"));
-        QVERIFY(g_shown.isEmpty());
+        QVERIFY(m_trail.shown.isEmpty());
     }
 
     void folderInBothLists()
     {
         // Shared Cases is in both lists: the second add fails, one error window at the click.
-        DemoSession d(m_server, QStringLiteral("TwofoldArchive"));
+        DemoSession d(m_fx.demo, QStringLiteral("TwofoldArchive"));
         QCOMPARE(d.opened, Opened::Yes);
         QVERIFY(!d.click(1));
-        QCOMPARE(g_shown.size(), 1);
-        const QString report = g_shown.first();
+        QCOMPARE(m_trail.shown.size(), 1);
+        const QString report = m_trail.shown.first();
         QVERIFY2(report.contains(QString::number(HuntERR::ERR_KEY_NOT_UNIQUE)), qPrintable(report));
         QVERIFY(report.contains(QStringLiteral("FrmSendtofolder.loadChildrenArchive(parentnode)")));
         QVERIFY(report.contains(QStringLiteral("FrmSendtofolder.tvDefaultRoot_NodeClick(Node)")));
         QCOMPARE(loaded(d.node(1)).left(2), QStringLiteral("3:"));
         QCOMPARE(d.port.status, QStringLiteral(" Processing... Please Wait"));
-        g_shown.clear();
+        m_trail.shown.clear();
     }
 
     void ticksOnTheDemo()
     {
-        DemoSession d(m_server, QStringLiteral("Acme"));
+        DemoSession d(m_fx.demo, QStringLiteral("Acme"));
         QVERIFY(d.click(1));
         QVERIFY(d.click(7));
         // The root cannot be ticked: it stays unticked and becomes the selected node.
@@ -286,7 +284,7 @@ private slots:
         d.s.tree.setChecked(d.node(10), false);
         QVERIFY(d.click(10));
         QCOMPARE(ticked(d.s.tree), QString());
-        QVERIFY(g_shown.isEmpty());
+        QVERIFY(m_trail.shown.isEmpty());
     }
 
     void ticksAndPathsOnAHandBuiltTree()
@@ -316,21 +314,21 @@ private slots:
         h.tree.setSelected(find(h.tree, 7));
         h.procs.DeleteChild(h.tree, 7);
         QCOMPARE(ids(h.tree), QStringLiteral("1 6 7 9 10 100"));
-        QVERIFY(g_shown.isEmpty());
+        QVERIFY(m_trail.shown.isEmpty());
 
         // A top node that is not the repository root has no parent to look at: each event that
         // meets it, or no node at all, ends in one error window.
         FolderTree::Node *stray = add(h.tree, 0, 5, QStringLiteral("Stray top"));
         QVERIFY(!h.tick(stray));
-        QCOMPARE(g_shown.size(), 1);
-        QVERIFY(g_shown.first().contains(QStringLiteral("FrmSendtofolder.tvDefaultRoot_NodeCheck(Node)")));
+        QCOMPARE(m_trail.shown.size(), 1);
+        QVERIFY(m_trail.shown.first().contains(QStringLiteral("FrmSendtofolder.tvDefaultRoot_NodeCheck(Node)")));
         idx = stray->index;
         QVERIFY(suite::failure([&] { h.procs.FindParentPAth(idx); }) != 0);
         HuntERR::reset();
         QVERIFY(!h.click(nullptr));
         HeadlessSession empty(port);
         QVERIFY(!empty.procs.tvDefaultRoot_Click());
-        QCOMPARE(g_shown.size(), 3);
+        QCOMPARE(m_trail.shown.size(), 3);
     }
 };
 

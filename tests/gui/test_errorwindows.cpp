@@ -4,6 +4,7 @@
 #include "errors/hunterr.h"
 #include "app/fdmsshowerror.h"
 #include "app/fdmssupportinfo.h"
+#include "windowharness.h"
 
 #include <QApplication>
 #include <QClipboard>
@@ -36,10 +37,7 @@ private slots:
         setStepMode(false);
         installErrorWindow();
         m_windows = 0;
-        ErrorWindows::setModalHook({});
     }
-
-    void cleanup() { ErrorWindows::setModalHook({}); }
 
     void escapedBreaksCopyAndClose()
     {
@@ -48,7 +46,7 @@ private slots:
         int blocks = 0;
         QString clipboard;
         bool closed = false;
-        ErrorWindows::setModalHook([&](QDialog &dialog) {
+        const ModalHookScope hook([&](QDialog &dialog) {
             auto *window = qobject_cast<FDmsShowError *>(&dialog);
             QVERIFY(window);
             ++m_windows;
@@ -83,7 +81,7 @@ private slots:
     {
         QString textAfter;
         QString supportText = QStringLiteral("unset");
-        ErrorWindows::setModalHook([&](QDialog &dialog) {
+        const ModalHookScope hook([&](QDialog &dialog) {
             ++m_windows;
             if (auto *info = qobject_cast<FDmsSupportInfo *>(&dialog)) {
                 supportText = info->txtMessage()->toPlainText();
@@ -111,7 +109,7 @@ private slots:
 
     void stepModePromptIsACriticalQuestion()
     {
-        setStepMode(true);
+        const StepModeScope stepping(true);
         QString title, text;
         bool critical = false;
         QTimer::singleShot(0, [&] {
@@ -132,7 +130,6 @@ private slots:
         QCOMPARE(title, QStringLiteral("Stopped on Error"));
         QVERIFY(text.startsWith(QStringLiteral("Error: locked\r\nDo you want to retry the operation in step mode?")));
         QVERIFY(critical);
-        setStepMode(false);
     }
 };
 

@@ -3,66 +3,42 @@
 // the question confirmed; the written tree is then compared with the repository, and the log of
 // the failures is shown through the shell.
 
-#include "app/dialogs.h"
 #include "app/foldertreeview.h"
-#include "app/frmsendtofolder.h"
-#include "errors/hunterr.h"
 #include "exportcheck.h"
 #include "export/exporter.h"
 #include "hostile.h"
 #include "testsupport.h"
+#include "windowharness.h"
 
-#include <QApplication>
-#include <QComboBox>
 #include <QDir>
 #include <QFile>
-#include <QLineEdit>
-#include <QPushButton>
-#include <QTemporaryDir>
-#include <QTest>
-
-#include <memory>
 
 using Dialogs::Answer;
 
 class TestExportWindow : public QObject {
     Q_OBJECT
 
-    QTemporaryDir m_tmp;
-    QString m_demo;
-    QStringList m_errors;
-    std::unique_ptr<FrmSendtofolder> m_w;
-
-    template <class T>
-    T *child(const char *name) const
-    {
-        T *found = m_w->findChild<T *>(QString::fromLatin1(name));
-        if (!found)
-            qFatal("no control named %s", name);
-        return found;
-    }
+    DemoFixture m_fx;
+    std::unique_ptr<MainWindowHarness> h;
 
     // The database list entered with the keyboard, the entry chosen with the arrow keys, "&OK".
     void chooseDatabase(const QString &database)
     {
-        auto *list = child<QComboBox>("cboDBName");
-        list->setFocus(Qt::TabFocusReason);
-        for (int i = 0; i < list->count() && list->currentText() != database; ++i)
-            QTest::keyClick(list, Qt::Key_Down);
-        QCOMPARE(list->currentText(), database);
-        QTest::mouseClick(child<QPushButton>("cmdlogin"), Qt::LeftButton);
-        QCOMPARE(m_w->currentScreen(), child<QWidget>("frameSelectFolder"));
+        h->list()->setFocus(Qt::TabFocusReason);
+        QVERIFY(h->choose(database));
+        h->pressOk();
+        QCOMPARE(h->screen(), h->child("frameSelectFolder"));
     }
 
-    FolderTree::Node *node(int id) const { return m_w->folderTree().find(QStringLiteral("Fold%1").arg(id)); }
+    FolderTree::Node *node(int id) const { return h->w->folderTree().find(QStringLiteral("Fold%1").arg(id)); }
 
     // A person's click on the node's label (which reloads its children), or in its tick box.
     void click(int id, bool onTheBox)
     {
         FolderTree::Node *n = node(id);
         QVERIFY(n);
-        FolderTreeView *view = m_w->treeView();
-        view->scrollTo(m_w->folderTree().indexOf(n));
+        FolderTreeView *view = h->w->treeView();
+        view->scrollTo(h->w->folderTree().indexOf(n));
         QTest::mouseClick(view->viewport(), Qt::LeftButton, {},
                           onTheBox ? view->checkBoxRect(n).center() : view->rowRect(n).center());
         QVERIFY2(onTheBox ? node(id)->checked : node(id)->expanded, qPrintable(node(id)->text));
@@ -73,51 +49,26 @@ class TestExportWindow : public QObject {
     QStringList copyTo(const QString &dest)
     {
         Dialogs::setNextAnswers({Answer::path(dest)});
-        QTest::mouseClick(child<QPushButton>("cmdDestination"), Qt::LeftButton);
+        QTest::mouseClick(h->child<QPushButton>("cmdDestination"), Qt::LeftButton);
         Dialogs::clearRecords();
         Dialogs::setNextAnswers({Answer::button(QMessageBox::Ok)});
-        QTest::mouseClick(child<QPushButton>("cmdStart"), Qt::LeftButton);
+        QTest::mouseClick(h->child<QPushButton>("cmdStart"), Qt::LeftButton);
         return Dialogs::shownTexts();
     }
 
 private slots:
     void initTestCase()
     {
-        QVERIFY(m_tmp.isValid());
-        const QString home = m_tmp.filePath(QStringLiteral("home"));
-        QDir().mkpath(home);
-        qputenv("HOME", QFile::encodeName(home));
-        qputenv("XDG_CONFIG_HOME", QFile::encodeName(home + QStringLiteral("/.config")));
-        QString error;
-        m_demo = writeDemo(m_tmp.path(), &error);
-        QVERIFY2(!m_demo.isEmpty(), qPrintable(error));
-        Dialogs::setScripted(true);
-        HuntERR::setShower([this](const QString &text) { m_errors << text; });
-        m_w = std::make_unique<FrmSendtofolder>();
-        m_w->resize(640, 720);
-        m_w->show();
-        m_w->activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(m_w.get()));
+        QVERIFY2(m_fx.setUp(), qPrintable(m_fx.error));
+        h = std::make_unique<MainWindowHarness>();
+        QVERIFY(h->open(QSize(640, 720)));
     }
 
-    void cleanupTestCase()
-    {
-        m_w.reset();
-        Dialogs::setScripted(false);
-    }
+    void cleanupTestCase() { h.reset(); }
 
     void liveWithFailuresThenArchive()
     {
-        auto *password = child<QLineEdit>("TxtLoginPsw");
-        password->setFocus(Qt::MouseFocusReason);
-        QTest::keyClicks(password, QStringLiteral("brimex"));
-        QTest::mouseClick(child<QPushButton>("cmdUserLogin"), Qt::LeftButton);
-        child<QLineEdit>("txServerName")->setText(m_demo);
-        child<QLineEdit>("txtUserName")->setText(QStringLiteral("demo"));
-        child<QLineEdit>("txtPassword")->setFocus(Qt::MouseFocusReason);
-        QTest::keyClick(child<QLineEdit>("txtPassword"), Qt::Key_Tab); // into the list, which fills it
-        QCOMPARE(QApplication::focusWidget(), child<QComboBox>("cboDBName"));
-        chooseDatabase(QStringLiteral("Acme"));
+        QVERIFY(h->signInTo(m_fx.demo, QStringLiteral("Acme")));
 
         click(1, false);
         click(14, false); // Projects: Plans becomes a node of its own
@@ -129,19 +80,19 @@ private slots:
 
         // A file stands where the Templates directory must go: its folder fails (one line for
         // the folder and what it holds), the rest is written all the same.
-        const QString dest = m_tmp.filePath(QStringLiteral("live"));
+        const QString dest = m_fx.filePath(QStringLiteral("live"));
         const QDateTime start = QDateTime::currentDateTime();
         QDir().mkpath(dest);
         QVERIFY(QFile(dest + QStringLiteral("/Templates")).open(QIODevice::WriteOnly));
         const QStringList shown = copyTo(dest);
-        QCOMPARE(shown, (QStringList{QStringLiteral("You have selected \"") + m_w->signIn().DestinationPath
+        QCOMPARE(shown, (QStringList{QStringLiteral("You have selected \"") + h->w->signIn().DestinationPath
                                          + QStringLiteral("\" as destination folder, do you want to continue?..."),
                                      QStringLiteral("Process completed successfully")}));
-        QVERIFY(m_errors.isEmpty()); // a failed document is never a message of its own
-        QVERIFY(child<QWidget>("FrameButton")->isEnabled()); // the buttons are back
-        QCOMPARE(child<QLineEdit>("txtProg")->text(), QString());
+        QVERIFY(h->errors.shown.isEmpty()); // a failed document is never a message of its own
+        QVERIFY(h->child<QWidget>("FrameButton")->isEnabled()); // the buttons are back
+        QCOMPARE(h->child<QLineEdit>("txtProg")->text(), QString());
 
-        const QString logPath = m_tmp.filePath(QStringLiteral("home/Documents/")) + m_w->exporter().ExportLogName.mid(1);
+        const QString logPath = m_fx.filePath(QStringLiteral("home/Documents/")) + h->w->exporter().ExportLogName.mid(1);
         QCOMPARE(Dialogs::openedLogs(), QStringList{QDir::toNativeSeparators(logPath)});
         QFile log(logPath);
         QVERIFY(log.open(QIODevice::ReadOnly));
@@ -149,7 +100,7 @@ private slots:
                  QStringLiteral("Folder ID: 17 , Folder Name: Templates , Folder Location: Templates\r\n"));
 
         ExpectedTree expected;
-        const RepositoryReader live(m_demo, QStringLiteral("Acme"));
+        const RepositoryReader live(m_fx.demo, QStringLiteral("Acme"));
         expected.replace(QStringLiteral("Projects"));
         live.addDocuments(14, QStringLiteral("Projects"), expected);
         live.addSubtree(25, QStringLiteral("Projects/Plans"), expected);
@@ -163,22 +114,22 @@ private slots:
 
         // Back to the sign-in screen and into the archive; nothing fails, so no log is shown,
         // and completion is told all the same.
-        QTest::mouseClick(child<QPushButton>("cmdBack"), Qt::LeftButton);
+        QTest::mouseClick(h->child<QPushButton>("cmdBack"), Qt::LeftButton);
         chooseDatabase(QStringLiteral("AcmeArchive"));
         click(1, false);
         click(20, true); // Archive 2010
         click(10, true); // Finance
-        const QString archiveDest = m_tmp.filePath(QStringLiteral("archive"));
+        const QString archiveDest = m_fx.filePath(QStringLiteral("archive"));
         QDir().mkpath(archiveDest);
         const QDateTime archiveStart = QDateTime::currentDateTime();
         QCOMPARE(copyTo(archiveDest).value(1), QStringLiteral("Process completed successfully"));
         QVERIFY(Dialogs::openedLogs().isEmpty());
         ExpectedTree archived;
-        const RepositoryReader archive(m_demo, QStringLiteral("Acme"), QStringLiteral("AcmeArchive"));
+        const RepositoryReader archive(m_fx.demo, QStringLiteral("Acme"), QStringLiteral("AcmeArchive"));
         archive.addSubtree(20, QStringLiteral("Archive 2010"), archived);
         archive.addSubtree(10, QStringLiteral("Finance"), archived);
         compareWithRepository(archiveDest, archived, archiveStart);
-        QVERIFY(m_errors.isEmpty());
+        QVERIFY(h->errors.shown.isEmpty());
     }
 
     // A folder named ".." and a log on a full disk: the folder gets its id below the destination,
@@ -187,18 +138,17 @@ private slots:
     void hostileNameAndUnloggedFailure()
     {
         QString error;
-        const QString hostile = writeHostileServer(m_demo, m_tmp.filePath(QStringLiteral("hostile")), &error);
+        const QString hostile = writeHostileServer(m_fx.demo, m_fx.filePath(QStringLiteral("hostile")), &error);
         QVERIFY2(!hostile.isEmpty(), qPrintable(error));
-        QTest::mouseClick(child<QPushButton>("cmdBack"), Qt::LeftButton);
-        child<QLineEdit>("txServerName")->setText(hostile);
-        child<QLineEdit>("txtPassword")->setFocus(Qt::MouseFocusReason);
-        QTest::keyClick(child<QLineEdit>("txtPassword"), Qt::Key_Tab);
+        QTest::mouseClick(h->child<QPushButton>("cmdBack"), Qt::LeftButton);
+        h->child<QLineEdit>("txServerName")->setText(hostile);
+        h->enterList();
         chooseDatabase(QStringLiteral("Acme"));
         click(1, false);
         click(102, true); // ".."
         click(17, true);  // Templates, blocked below
 
-        const QString top = m_tmp.filePath(QStringLiteral("hostile-top"));
+        const QString top = m_fx.filePath(QStringLiteral("hostile-top"));
         const QString dest = top + QStringLiteral("/dest");
         QDir().mkpath(dest);
         for (const QString &file : {top + QStringLiteral("/beside.txt"), dest + QStringLiteral("/keep.txt"),
@@ -212,14 +162,14 @@ private slots:
             QFile::remove(documents + exportLogNameFor(when)); // the first test's log
             QVERIFY(QFile::link(QStringLiteral("/dev/full"), documents + exportLogNameFor(when)));
         }
-        m_errors.clear();
+        h->errors.shown.clear();
 
         QCOMPARE(copyTo(dest).value(1), QStringLiteral("Process completed successfully"));
-        QCOMPARE(m_errors.size(), 1);
-        QVERIFY2(m_errors[0].contains(QStringLiteral("Folder ID: 17 , Folder Name: Templates , Folder Location: Templates")),
-                 qPrintable(m_errors[0]));
+        QCOMPARE(h->errors.shown.size(), 1);
+        QVERIFY2(h->errors.shown[0].contains(QStringLiteral("Folder ID: 17 , Folder Name: Templates , Folder Location: Templates")),
+                 qPrintable(h->errors.shown[0]));
         QVERIFY(Dialogs::openedLogs().isEmpty()); // no log to show
-        QVERIFY(child<QWidget>("FrameButton")->isEnabled());
+        QVERIFY(h->child<QWidget>("FrameButton")->isEnabled());
         QStringList beside = QDir(top).entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
         beside.sort();
         QCOMPARE(beside, (QStringList{QStringLiteral("beside.txt"), QStringLiteral("dest")}));

@@ -5,7 +5,7 @@
 #include "app/dialogs.h"
 #include "app/frmfiledialog.h"
 #include "app/frmsendtofolder.h"
-#include "errors/hunterr.h"
+#include "windowharness.h"
 
 #include <QComboBox>
 #include <QDir>
@@ -14,6 +14,8 @@
 #include <QStorageInfo>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <memory>
 
 using Dialogs::Answer;
 
@@ -24,7 +26,7 @@ private:
     QTemporaryDir m_tmp;
     QString m_start; // the process's current folder while a test runs
     QString m_previousCwd;
-    QStringList m_errors; // what the error trail showed
+    std::unique_ptr<ErrorTrailScope> m_trail; // what the error trail showed, per test
 
     static QString native(const QString &path) { return QDir::toNativeSeparators(QDir::cleanPath(path)); }
     QString below(const char *sub) const { return QDir(m_start).filePath(QString::fromLatin1(sub)); }
@@ -59,12 +61,8 @@ private slots:
 
     void cleanupTestCase() { QDir::setCurrent(m_previousCwd); }
 
-    void init()
-    {
-        m_errors.clear();
-        HuntERR::reset();
-        HuntERR::setShower([this](const QString &text) { m_errors << text; });
-    }
+    void init() { m_trail = std::make_unique<ErrorTrailScope>(); }
+    void cleanup() { m_trail.reset(); }
 
     void startFolderAndMoving()
     {
@@ -109,8 +107,8 @@ private slots:
         QListWidgetItem *gone = entryFor(again.directories(), below("Beta"));
         QVERIFY(QDir(below("Beta")).removeRecursively());
         QVERIFY(!again.Dir1_Open(gone));
-        QCOMPARE(m_errors.size(), 1);
-        QVERIFY(m_errors.first().contains(QStringLiteral("frmFileDialog.Dir1_Change")));
+        QCOMPARE(m_trail->shown.size(), 1);
+        QVERIFY(m_trail->shown.first().contains(QStringLiteral("frmFileDialog.Dir1_Change")));
         QCOMPARE(again.directories()->path(), native(m_start));
         QVERIFY(QDir().mkpath(below("Beta")));
     }
@@ -127,9 +125,9 @@ private slots:
         drives->setFocus();
         QTest::keyClick(drives, Qt::Key_End);
         QCOMPARE(drives->currentText(), QStringLiteral("Z:\\"));
-        QCOMPARE(m_errors.size(), 1);
+        QCOMPARE(m_trail->shown.size(), 1);
         for (const char *part : {"Device unavailable", "frmFileDialog.Drive1_Change", "Error Number: 68 "})
-            QVERIFY2(m_errors.first().contains(QLatin1String(part)), qPrintable(m_errors.first()));
+            QVERIFY2(m_trail->shown.first().contains(QLatin1String(part)), qPrintable(m_trail->shown.first()));
         QCOMPARE(picker.directories()->path(), native(m_start));
         QVERIFY(picker.isVisible());
 
@@ -143,14 +141,14 @@ private slots:
         QVERIFY(opened != native(root));
         QTest::mouseClick(picker.closeButton(), Qt::LeftButton);
         QCOMPARE(picker.chosenPath(), std::optional<QString>(opened));
-        QCOMPARE(m_errors.size(), 1);
+        QCOMPARE(m_trail->shown.size(), 1);
     }
 
     // "&Select Destination" of the main window (the handler the button runs; the destination
     // does not depend on a sign-in).
     void fromTheMainWindow()
     {
-        Dialogs::setScripted(true);
+        const ScriptedDialogsScope scripted;
         FrmSendtofolder window;
         window.show();
         auto *status = window.findChild<QLineEdit *>(QStringLiteral("txtProg"));
@@ -177,8 +175,7 @@ private slots:
         QCOMPARE(window.signIn().DestinationPath, native(m_start));
         QCOMPARE(status->text(), QStringLiteral(" Destination path:  ") + native(m_start));
         QCOMPARE(Dialogs::pendingAnswers(), 0);
-        QVERIFY(m_errors.isEmpty());
-        Dialogs::setScripted(false);
+        QVERIFY(m_trail->shown.isEmpty());
     }
 };
 

@@ -2,54 +2,31 @@
 // node's label loads its children, a click on a tick box ticks (and only ticks), the keyboard
 // ticks too, the root never keeps a tick, archive children wear archive pictures.
 
-#include "app/dialogs.h"
 #include "app/foldertreeview.h"
-#include "app/frmsendtofolder.h"
 #include "app/treeimages.h"
-#include "errors/hunterr.h"
-#include "repository/connection.h"
 #include "testsupport.h"
+#include "windowharness.h"
 
-#include <QApplication>
-#include <QComboBox>
 #include <QFile>
 #include <QImage>
-#include <QLineEdit>
 #include <QMouseEvent>
-#include <QTemporaryDir>
-#include <QTest>
-
-#include <memory>
 
 class TestTreeWindow : public QObject {
     Q_OBJECT
 
-    QTemporaryDir m_tmp;
-    QString m_demo;
+    DemoFixture m_fx;
     QString m_trace;
-    QStringList m_errors;
-    std::unique_ptr<FrmSendtofolder> m_w;
+    std::unique_ptr<MainWindowHarness> h;
 
-    FolderTree &tree() { return m_w->folderTree(); }
-    FolderTreeView *view() { return m_w->treeView(); }
+    FolderTree &tree() { return h->w->folderTree(); }
+    FolderTreeView *view() { return h->w->treeView(); }
     FolderTree::Node *node(int id) { return tree().find(QStringLiteral("Fold%1").arg(id)); }
 
+    // A fresh window signed in to the database.
     void signInTo(const QString &database)
     {
-        m_w = std::make_unique<FrmSendtofolder>();
-        m_w->show();
-        m_w->activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(m_w.get()));
-        m_w->findChild<QLineEdit *>(QStringLiteral("TxtLoginPsw"))->setText(QStringLiteral("brimex"));
-        QVERIFY(m_w->cmdUserLogin_Click());
-        m_w->findChild<QLineEdit *>(QStringLiteral("txServerName"))->setText(m_demo);
-        m_w->findChild<QLineEdit *>(QStringLiteral("txtUserName"))->setText(QStringLiteral("demo"));
-        QVERIFY(m_w->cboDBName_GotFocus());
-        auto *list = m_w->findChild<QComboBox *>(QStringLiteral("cboDBName"));
-        list->setCurrentIndex(list->findText(database));
-        QVERIFY(m_w->cboDBName_Click());
-        QVERIFY(m_w->cmdlogin_Click());
-        QCOMPARE(m_w->currentScreen()->objectName(), QStringLiteral("frameSelectFolder"));
+        QVERIFY(h->open());
+        QVERIFY(h->signInTo(m_fx.demo, database));
     }
 
     // Where a person clicks: the node's name, or its tick box.
@@ -68,26 +45,12 @@ class TestTreeWindow : public QObject {
 private slots:
     void initTestCase()
     {
-        QVERIFY(m_tmp.isValid());
-        QString error;
-        m_demo = writeDemo(m_tmp.path(), &error);
-        QVERIFY2(!m_demo.isEmpty(), qPrintable(error));
-        m_trace = m_tmp.filePath(QStringLiteral("trace.sql"));
+        QVERIFY2(m_fx.setUp(), qPrintable(m_fx.error));
+        m_trace = m_fx.filePath(QStringLiteral("trace.sql"));
     }
 
-    void init()
-    {
-        m_errors.clear();
-        HuntERR::reset();
-        HuntERR::setShower([this](const QString &text) { m_errors << text; });
-        Dialogs::setScripted(true);
-    }
-
-    void cleanup()
-    {
-        m_w.reset();
-        repo::setTraceFile(QString());
-    }
+    void init() { h = std::make_unique<MainWindowHarness>(); }
+    void cleanup() { h.reset(); }
 
     void clicksAndTicksInTheView()
     {
@@ -129,7 +92,7 @@ private slots:
         clickLabel(node(25)); // Plans > 2016
         FolderTree::Node *projects = node(14), *plans = node(25), *y2016 = node(26);
         QFile::remove(m_trace);
-        repo::setTraceFile(m_trace);
+        const TraceFileScope trace(m_trace);
         clickTick(projects);
         QVERIFY(!QFile::exists(m_trace));
         QCOMPARE(node(25), plans);
@@ -155,7 +118,7 @@ private slots:
         clickLabel(plans);
         QVERIFY(QFile::exists(m_trace));
         QVERIFY(node(26) && node(26)->checked);
-        QVERIFY(m_errors.isEmpty());
+        QVERIFY(h->errors.shown.isEmpty());
     }
 
     // Without a mouse: Right on a closed node and Enter load its children as a click on its name
@@ -177,7 +140,7 @@ private slots:
             return traced();
         };
         auto current = [this] { return tree().nodeAt(view()->currentIndex()); };
-        repo::setTraceFile(m_trace);
+        const TraceFileScope trace(m_trace);
 
         // What a click does on the root and on Projects, to hold the keys against.
         signInTo(QStringLiteral("Acme"));
@@ -214,7 +177,7 @@ private slots:
         QVERIFY(byKey(Qt::Key_Right).isEmpty());
         QCOMPARE(current(), node(26));
         QVERIFY(node(26)->checked);
-        QVERIFY(m_errors.isEmpty());
+        QVERIFY(h->errors.shown.isEmpty());
     }
 
     void archivePictures()
@@ -235,7 +198,7 @@ private slots:
                 archived << n->text;
         }
         QCOMPARE(archived, QStringList({"Archive 2010", "Old Branch", "Board Minutes", "Closed Accounts", "Old Projects"}));
-        QVERIFY(m_errors.isEmpty());
+        QVERIFY(h->errors.shown.isEmpty());
     }
 
     void imageList()

@@ -7,6 +7,7 @@
 #include "export/exporter.h"
 #include "exportcheck.h"
 #include "repository/connection.h"
+#include "scopes.h"
 #include "testsupport.h"
 
 #include <QCryptographicHash>
@@ -15,7 +16,6 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QRandomGenerator>
-#include <QSettings>
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
@@ -30,19 +30,7 @@ using Opened = HeadlessSession::Opened;
 
 namespace {
 
-QStringList g_shown; // what the error trail would have put in front of the person
-
 constexpr qint64 kBigDocument = 50 * 1024 * 1024;
-
-bool freeTdsRegistered()
-{
-    if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QODBC")))
-        return false;
-    for (const QString &ini : {QStringLiteral("/etc/odbcinst.ini"), QStringLiteral("/usr/local/etc/odbcinst.ini")})
-        if (QSettings(ini, QSettings::IniFormat).childGroups().contains(QStringLiteral("FreeTDS")))
-            return true;
-    return false;
-}
 
 QByteArray noise(qint64 size, quint32 seed)
 {
@@ -142,12 +130,6 @@ QStringList filesWithDates(const QString &dir, const QDateTime &runStart)
     return dirList + out;
 }
 
-QByteArray fileBytes(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
 // The tree under node, every node clicked open first, as "key text image" lines.
 void walkTree(HeadlessSession &s, FolderTree::Node *node, int depth, QStringList &out)
 {
@@ -166,8 +148,8 @@ void walkTree(HeadlessSession &s, FolderTree::Node *node, int depth, QStringList
 class TestWire : public QObject {
     Q_OBJECT
 
-    QTemporaryDir m_tmp;
-    QString m_folder; // the embedded server the stand-in serves
+    DemoFixture m_fx;
+    ErrorTrailScope m_trail; // what the error trail would have put in front of the person
     QString m_wire;   // "127.0.0.1,PORT"
     int m_port = 0;
     QProcess m_standin;
@@ -175,7 +157,7 @@ class TestWire : public QObject {
     QDateTime m_started; // files dated later than this kept the time they were written
 
     // The same sign-in on the embedded server and on the stand-in.
-    QString server(bool wire) const { return wire ? m_wire : m_folder; }
+    QString server(bool wire) const { return wire ? m_wire : m_fx.demo; }
 
     bool startStandin()
     {
@@ -183,7 +165,7 @@ class TestWire : public QObject {
         if (program.isEmpty())
             program = QCoreApplication::applicationDirPath() + QStringLiteral("/sqlserver-standin");
         m_standin.setProgram(program);
-        m_standin.setArguments({QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--server"), m_folder,
+        m_standin.setArguments({QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--server"), m_fx.demo,
                                 QStringLiteral("--max-seconds"), QStringLiteral("900")});
         m_standin.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         m_standin.start();
@@ -222,7 +204,7 @@ class TestWire : public QObject {
 private slots:
     void initTestCase();
     void cleanupTestCase();
-    void init() { g_shown.clear(); }
+    void init() { m_trail.shown.clear(); }
     void signInFlows_data();
     void signInFlows();
     void treeLiveAndArchive();
@@ -234,27 +216,20 @@ private slots:
 
 void TestWire::initTestCase()
 {
-    if (!freeTdsRegistered())
+    if (!odbcDriverRegistered(QStringLiteral("FreeTDS")))
         QSKIP("FreeTDS's ODBC driver is not registered (scripts/setup.sh installs tdsodbc)");
-    QVERIFY(m_tmp.isValid());
     m_started = QDateTime::currentDateTime().addSecs(-1);
     qputenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3");
-    const QString home = m_tmp.filePath(QStringLiteral("home"));
-    QDir().mkpath(home);
-    qputenv("HOME", QFile::encodeName(home));
-    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home + QStringLiteral("/.config")));
     qputenv("PARCELWISE_ODBC_DRIVER", "FreeTDS");
     qunsetenv("PARCELWISE_ODBC_OPTIONS");
     qunsetenv("PARCELWISE_TDS_VERSION");
     repo::setEmbeddedDriver(QStringLiteral("QSQLITE"));
     repo::setTraceFile(QString());
-    HuntERR::reset();
-    HuntERR::setShower([](const QString &message) { g_shown << message; });
+
+    QVERIFY2(m_fx.setUp(), qPrintable(m_fx.error));
 
     QString error;
-    m_folder = writeDemo(m_tmp.path(), &error);
-    QVERIFY2(!m_folder.isEmpty(), qPrintable(error));
-    QVERIFY2(addWireDocuments(m_folder, &error), qPrintable(error));
+    QVERIFY2(addWireDocuments(m_fx.demo, &error), qPrintable(error));
     QVERIFY2(startStandin(), "the stand-in did not start");
 }
 
@@ -308,7 +283,7 @@ void TestWire::signInFlows()
         closed = QStringLiteral("127.0.0.1,%1").arg(probe.serverPort());
     }
     for (const bool wire : {false, true}) {
-        const QString name = closedPort ? (wire ? closed : m_tmp.filePath(QStringLiteral("no/such/folder")))
+        const QString name = closedPort ? (wire ? closed : m_fx.filePath(QStringLiteral("no/such/folder")))
                                         : server(wire);
         PlainFormPort port;
         HeadlessSession h(port);
@@ -317,12 +292,12 @@ void TestWire::signInFlows()
         QCOMPARE(int(h.openDatabase(database)), opened);
         QCOMPARE(port.messages, messages);
         if (opened == int(Opened::Failed)) {
-            QCOMPARE(g_shown.size(), 1);
+            QCOMPARE(m_trail.shown.size(), 1);
             if (user == u"bob")
-                QVERIFY2(g_shown.first().contains(QLatin1String("Login failed for user 'bob'.")), qPrintable(g_shown.first()));
-            g_shown.clear();
+                QVERIFY2(m_trail.shown.first().contains(QLatin1String("Login failed for user 'bob'.")), qPrintable(m_trail.shown.first()));
+            m_trail.shown.clear();
         }
-        QVERIFY2(g_shown.isEmpty(), qPrintable(g_shown.join('\n')));
+        QVERIFY2(m_trail.shown.isEmpty(), qPrintable(m_trail.shown.join('\n')));
         if (opened == int(Opened::Yes)) {
             QVERIFY(h.root());
             QCOMPARE(h.signin.strLiveDb, database == u"AcmeArchive" ? QStringLiteral("Acme") : QString());
@@ -336,31 +311,29 @@ void TestWire::treeLiveAndArchive()
         QStringList trees[2];
         QStringList shown[2]; // a click that fails (Legal's picture in the archive view) fails alike
         for (const bool wire : {false, true}) {
-            g_shown.clear();
+            m_trail.shown.clear();
             PlainFormPort port;
             HeadlessSession h(port);
             QCOMPARE(h.signIn(server(wire), QStringLiteral("demo"), QString(), database), Opened::Yes);
             walkTree(h, h.root(), 0, trees[wire]);
-            shown[wire] = g_shown;
+            shown[wire] = m_trail.shown;
         }
         QVERIFY2(trees[0].size() > 10, qPrintable(trees[0].join(u'\n')));
         QCOMPARE(trees[1], trees[0]);
         QCOMPARE(shown[1], shown[0]);
     }
-    g_shown.clear();
+    m_trail.shown.clear();
 }
 
 TestWire::Run TestWire::exportAll(bool wire, const QString &database, const QString &dest, const QString &blocker)
 {
     Run run;
-    const QString trace = m_tmp.filePath(QStringLiteral("trace%1.sql").arg(++m_runs));
-    repo::setTraceFile(trace);
+    const QString trace = m_fx.filePath(QStringLiteral("trace%1.sql").arg(++m_runs));
     {
+        const TraceFileScope tracing(trace);
         DemoSession d(server(wire), database);
-        if (d.opened != Opened::Yes || !d.tickEverything()) {
-            repo::setTraceFile(QString());
+        if (d.opened != Opened::Yes || !d.tickEverything())
             return run;
-        }
         QDir().mkpath(dest);
         // A file where a directory belongs: logged failures, the same both ways.
         QFile file(dest + u'/' + blocker);
@@ -369,12 +342,11 @@ TestWire::Run TestWire::exportAll(bool wire, const QString &database, const QStr
         d.s.signin.DestinationPath = QDir::toNativeSeparators(dest);
         Exporter exporter(d.s.signin, d.s.procs);
         ExportOptions options;
-        options.logFolder = m_tmp.filePath(QStringLiteral("logs%1").arg(m_runs));
+        options.logFolder = m_fx.filePath(QStringLiteral("logs%1").arg(m_runs));
         const ExportResult result = exporter.run(options);
         run.failures = result.failures;
         run.log = fileBytes(exporter.ExportLogPath);
     }
-    repo::setTraceFile(QString());
     run.trace = fileBytes(trace);
     run.files = filesWithDates(dest, m_started);
     return run;
@@ -399,14 +371,14 @@ void TestWire::exportEqualsEmbedded()
     QFETCH(QString, archive);
     QFETCH(QString, blocker);
     QFETCH(QString, firstLogLine);
-    const QString embeddedDest = m_tmp.filePath(QStringLiteral("embedded-") + database);
-    const QString wireDest = m_tmp.filePath(QStringLiteral("wire-") + database);
+    const QString embeddedDest = m_fx.filePath(QStringLiteral("embedded-") + database);
+    const QString wireDest = m_fx.filePath(QStringLiteral("wire-") + database);
     const QDateTime start = QDateTime::currentDateTime();
     const Run embedded = exportAll(false, database, embeddedDest, blocker);
     const Run wire = exportAll(true, database, wireDest, blocker);
 
     // The wire run is the repository itself: every name, byte and date.
-    RepositoryReader reader(m_folder, QStringLiteral("Acme"), archive);
+    RepositoryReader reader(m_fx.demo, QStringLiteral("Acme"), archive);
     QVERIFY(reader.ok());
     ExpectedTree expected;
     reader.addEverything(expected);
@@ -430,7 +402,7 @@ void TestWire::exportEqualsEmbedded()
     QCOMPARE(wire.log, embedded.log);
     QVERIFY(wire.trace.count('\n') > 20);
     QCOMPARE(wire.trace, embedded.trace);
-    QVERIFY(g_shown.isEmpty());
+    QVERIFY(m_trail.shown.isEmpty());
 }
 
 // TEXTSIZE on the wire as SQL Server has it, and the tool's connection asking for all of it.

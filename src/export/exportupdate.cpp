@@ -1,0 +1,78 @@
+// The parts of the document path that make a run provable and resumable: the staged file put in
+// place, the report's records in walk order, and an update's listing of what is on disk already.
+
+#include "export/exporter.h"
+
+#include "errors/hunterr.h"
+#include "export/exportdisk.h"
+
+QString Exporter::commitDocument(const QString &source, const QString &staged, const QString &fallback,
+                                 ExportRecord &rec)
+{
+    QString filePath = staged;
+    const bool ok = HuntERR::resume(source, [&] {
+        try {
+            disk().commitFile(staged, staged);
+        } catch (const HuntERR::Error &e) {
+            if (e.number() != HuntERR::ERR_WRITE_FAILED || staged == fallback)
+                throw;
+            // The title cannot be a file name here: the document keeps its id instead. That is
+            // a naming decision, not a failure, so nothing goes to the log.
+            const QString tagName = fallback.mid(fallback.lastIndexOf(pathSeparator()) + 1);
+            if (tagName.isEmpty() || disk().wroteThisRun(fallback))
+                HuntERR::raise(HuntERR::ERR_WRITE_FAILED,
+                               QStringLiteral("Write to file failed: %1 cannot be a file name").arg(fallback));
+            disk().commitFile(staged, fallback);
+            filePath = fallback;
+            rec.status = reportstatus::fallback;
+        }
+    });
+    if (ok)
+        return filePath;
+    disk().discardFile(staged);
+    const QString folder = staged.left(staged.lastIndexOf(pathSeparator()));
+    logFailure(source, rec.id, rec.name, folder, 0);
+    rec.status = reportstatus::failed;
+    rec.message = m_lastFailure;
+    return {};
+}
+
+void Exporter::record(ExportRecord r, const QString &path)
+{
+    if (!m_options.records)
+        return;
+    if (!m_retiring && m_documents && m_documents->pending() > 0) {
+        m_heldRecords.emplace_back(m_submitted, r);
+        m_heldRecords.back().second.path = path; // made relative when it is written
+        return;
+    }
+    writeRecord(std::move(r), path);
+}
+
+void Exporter::writeRecord(ExportRecord r, const QString &path)
+{
+    const QString &destination = m_signIn.DestinationPath;
+    const QString prefix = destination.endsWith(pathSeparator()) ? destination : destination + pathSeparator();
+    QString rel = path.startsWith(prefix) ? path.mid(prefix.size()) : path;
+    if (pathSeparator() != QLatin1Char('/'))
+        rel.replace(pathSeparator(), QLatin1Char('/'));
+    r.path = rel;
+    m_options.records->record(r);
+}
+
+void Exporter::releaseRecords(qint64 serial)
+{
+    while (!m_heldRecords.empty() && m_heldRecords.front().first <= serial) {
+        const ExportRecord r = m_heldRecords.front().second;
+        m_heldRecords.pop_front();
+        writeRecord(r, r.path);
+    }
+}
+
+void Exporter::listNotListed(const QString &dir)
+{
+    if (!m_options.observer)
+        return;
+    for (const QString &file : disk().filesNotOfThisRun(dir))
+        m_options.observer->fileNotListed(file);
+}

@@ -1,0 +1,423 @@
+// Proving and resuming an export, run as a user runs it: the built executable writes a report,
+// verify reads the disk (and the repository) against it, and an export killed part way is
+// finished with --update. The report is read here with the JSON parser and the digests taken
+// with QCryptographicHash, independently of the code under test.
+
+#include "demo/schema.h"
+#include "testsupport.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QDirIterator>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QSqlQuery>
+#include <QTemporaryDir>
+#include <QtTest>
+
+namespace {
+
+struct Result {
+    int exitCode = -1;
+    QString out;
+    QString err;
+};
+
+constexpr qint64 kBigId = 9001;
+constexpr qint64 kBigBytes = 96LL * 1024 * 1024;
+
+QList<QJsonObject> reportLines(const QString &path)
+{
+    QList<QJsonObject> lines;
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly))
+        return lines;
+    for (const QByteArray &line : f.readAll().split('\n')) {
+        if (!line.isEmpty())
+            lines << QJsonDocument::fromJson(line).object();
+    }
+    return lines;
+}
+
+QString sha256Of(const QString &path)
+{
+    QFile f(path);
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    if (!f.open(QIODevice::ReadOnly) || !hash.addData(&f))
+        return QStringLiteral("<unreadable>");
+    return QString::fromLatin1(hash.result().toHex());
+}
+
+// Every file below dir (temporary files included), relative and "/"-separated.
+QStringList filesBelow(const QString &dir)
+{
+    QStringList files;
+    QDirIterator it(dir, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    while (it.hasNext())
+        files << QDir(dir).relativeFilePath(it.next());
+    files.sort();
+    return files;
+}
+
+QStringList temporaryFiles(const QString &dir)
+{
+    QStringList found;
+    for (const QString &f : filesBelow(dir)) {
+        if (QFileInfo(f).fileName().startsWith(QLatin1String(".parcelwise-")))
+            found << f;
+    }
+    return found;
+}
+
+void setModified(const QString &path, const QDateTime &when)
+{
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::ReadWrite));
+    QVERIFY(f.setFileTime(when, QFileDevice::FileModificationTime));
+}
+
+} // namespace
+
+class TestVerify : public QObject {
+    Q_OBJECT
+
+    QTemporaryDir m_tmp;
+    QString m_exe;
+    QString m_server;
+    QString m_bigServer; // the demo with one large document added
+    int m_dirs = 0;
+
+    Result run(const QStringList &args)
+    {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.remove(QStringLiteral("PARCELWISE_PASSWORD"));
+        environment.insert(QStringLiteral("HOME"), m_tmp.filePath(QStringLiteral("home")));
+        QProcess process;
+        process.setProcessEnvironment(environment);
+        process.start(m_exe, args);
+        process.closeWriteChannel();
+        Result result;
+        if (!process.waitForFinished(300000) || process.exitStatus() != QProcess::NormalExit) {
+            result.err = process.errorString();
+            return result;
+        }
+        result.exitCode = process.exitCode();
+        result.out = QString::fromUtf8(process.readAllStandardOutput());
+        result.err = QString::fromUtf8(process.readAllStandardError());
+        return result;
+    }
+
+    QString freshDir(const QString &name)
+    {
+        const QString path = m_tmp.filePath(QStringLiteral("%1-%2").arg(name).arg(++m_dirs));
+        QDir().mkpath(path);
+        return path;
+    }
+
+    QStringList exportArgs(const QString &dest, const QString &server = {}) const
+    {
+        return {QStringLiteral("export"), QStringLiteral("--server"), server.isEmpty() ? m_server : server, QStringLiteral("--user"),
+                QStringLiteral("demo"), QStringLiteral("--database"), QStringLiteral("Acme"), QStringLiteral("--all"),
+                QStringLiteral("--dest"), dest, QStringLiteral("--log-dir"), m_tmp.filePath(QStringLiteral("logs")),
+                QStringLiteral("--no-progress")};
+    }
+
+    QStringList verifyArgs(const QString &report, const QString &dest, bool withServer = false) const
+    {
+        QStringList args{QStringLiteral("verify"), QStringLiteral("--report"), report, QStringLiteral("--dest"), dest,
+                         QStringLiteral("--no-progress")};
+        if (withServer)
+            args << QStringLiteral("--server") << m_server << QStringLiteral("--user") << QStringLiteral("demo")
+                 << QStringLiteral("--database") << QStringLiteral("Acme");
+        return args;
+    }
+
+    // A fresh export of Acme with its report; the destination and the report path.
+    QString copyOfServer(const QString &name)
+    {
+        const QString server = m_tmp.filePath(name);
+        QDir().mkpath(server);
+        for (const QString &file : QDir(m_server).entryList(QDir::Files))
+            QFile::copy(m_server + QLatin1Char('/') + file, server + QLatin1Char('/') + file);
+        return server;
+    }
+
+    QPair<QString, QString> exportWithReport(const QString &server = {})
+    {
+        const QString dest = freshDir(QStringLiteral("export"));
+        const QString report = dest + QStringLiteral(".jsonl");
+        const Result r = run(exportArgs(dest, server) << QStringLiteral("--report") << report);
+        if (r.exitCode != 0)
+            qWarning("%s", qPrintable(r.err));
+        return {dest, report};
+    }
+
+private slots:
+    void initTestCase()
+    {
+        m_exe = qEnvironmentVariable("PARCELWISE_EXE");
+        QVERIFY2(QFileInfo(m_exe).isExecutable(), "PARCELWISE_EXE must name the built executable");
+        QVERIFY(m_tmp.isValid());
+        QDir(m_tmp.path()).mkpath(QStringLiteral("home/Documents"));
+        m_server = writeDemo(m_tmp.path());
+        QVERIFY(!m_server.isEmpty());
+        // A copy with one document far larger than a chunk, in a folder in the middle of the walk,
+        // so that a run can be stopped while it is being written.
+        m_bigServer = copyOfServer(QStringLiteral("big"));
+        demo::SqliteFile acme(demo::databaseFile(m_bigServer, QStringLiteral("Acme")));
+        QString error;
+        QVERIFY2(acme.open(&error), qPrintable(error));
+        demo::CompanyWriter writer(acme);
+        demo::Document big;
+        big.recId = kBigId;
+        big.folder = 13; // Marketing
+        big.fileName = QStringLiteral("campaign.mov");
+        big.description = QStringLiteral("Campaign footage");
+        big.data = QByteArray(kBigBytes, 'm');
+        for (qint64 i = 0; i < kBigBytes; i += 4096)
+            big.data[i] = char(i / 4096);
+        big.actualDate = QStringLiteral("2017-04-03 08:09:10.000");
+        QVERIFY2(writer.addDocument(big, &error), qPrintable(error));
+        acme.close();
+    }
+
+    // Every record against the disk: each document's file has the recorded bytes, digest and
+    // date; each folder's directory exists; every file on disk is recorded once; the statuses
+    // name the collisions and the "[id]" names.
+    void reportMatchesTheDisk()
+    {
+        const auto [dest, report] = exportWithReport();
+        const QList<QJsonObject> records = reportLines(report);
+        QVERIFY(records.size() > 40);
+        QSet<QString> recorded;
+        QHash<QString, QString> statusOf;
+        for (const QJsonObject &o : records) {
+            const QString path = o.value(QStringLiteral("path")).toString();
+            const QString full = dest + QLatin1Char('/') + path;
+            const QString status = o.value(QStringLiteral("status")).toString();
+            QVERIFY2(!o.value(QStringLiteral("name")).isUndefined() && o.value(QStringLiteral("id")).toInteger() > 0,
+                     qPrintable(path));
+            if (o.value(QStringLiteral("kind")).toString() == QLatin1String("folder")) {
+                QVERIFY2(QFileInfo(full).isDir(), qPrintable(path));
+                continue;
+            }
+            QCOMPARE(o.value(QStringLiteral("kind")).toString(), QStringLiteral("document"));
+            QVERIFY2(!recorded.contains(path), qPrintable(path));
+            recorded.insert(path);
+            statusOf.insert(path, status);
+            QCOMPARE(QFileInfo(full).size(), o.value(QStringLiteral("bytes")).toInteger());
+            QCOMPARE(sha256Of(full), o.value(QStringLiteral("sha256")).toString());
+            const QJsonValue date = o.value(QStringLiteral("date"));
+            if (date.isString())
+                QCOMPARE(QFileInfo(full).lastModified().toUTC(),
+                         QDateTime::fromString(date.toString(), Qt::ISODateWithMs).toUTC());
+        }
+        const QStringList onDisk = filesBelow(dest);
+        QCOMPARE(QSet<QString>(onDisk.begin(), onDisk.end()), recorded);
+        QCOMPARE(statusOf.value(QStringLiteral("Docs/Duplicate title [1018].txt")), QStringLiteral("renamed"));
+        QCOMPARE(statusOf.value(QStringLiteral("Docs/[1020].txt")), QStringLiteral("fallback"));
+        QCOMPARE(statusOf.value(QStringLiteral("Docs/Agenda  Kick-off.txt")), QStringLiteral("written"));
+    }
+
+    // verify passes on an intact export, then names each damage: a flipped byte, a truncated
+    // file, a missing file and a changed date, each on its own file, in one run.
+    void verifyNamesEachDamage_data()
+    {
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<QString>("damage");
+        QTest::addColumn<QString>("named");
+        QTest::newRow("flipped byte") << "Docs/Agenda  Kick-off.txt" << "flip" << "content";
+        QTest::newRow("truncated") << "Docs/Duplicate title.txt" << "truncate" << "size,content";
+        QTest::newRow("missing") << "Docs/[1020].txt" << "remove" << "missing";
+        QTest::newRow("changed date") << "Docs/C  Temp notes.txt" << "touch" << "date";
+    }
+
+    void verifyNamesEachDamage()
+    {
+        QFETCH(QString, file);
+        QFETCH(QString, damage);
+        QFETCH(QString, named);
+        const auto [dest, report] = exportWithReport();
+        const Result intact = run(verifyArgs(report, dest));
+        QCOMPARE(intact.exitCode, 0);
+        QVERIFY2(intact.out.isEmpty(), qPrintable(intact.out));
+        QVERIFY2(intact.err.contains(QStringLiteral(" 0 mismatches")), qPrintable(intact.err));
+
+        const QString full = dest + QLatin1Char('/') + file;
+        const QDateTime dated = QFileInfo(full).lastModified();
+        QFile f(full);
+        if (damage == QLatin1String("remove")) {
+            QVERIFY(f.remove());
+        } else if (damage == QLatin1String("touch")) {
+            setModified(full, dated.addSecs(3600));
+        } else {
+            QVERIFY(f.open(QIODevice::ReadWrite));
+            if (damage == QLatin1String("flip")) {
+                QVERIFY(f.seek(5));
+                char c = 0;
+                QVERIFY(f.getChar(&c));
+                QVERIFY(f.seek(5));
+                QVERIFY(f.putChar(char(c ^ 0x01)));
+            } else {
+                QVERIFY(f.resize(f.size() / 2));
+            }
+            f.close();
+            setModified(full, dated); // only the damage named shows
+        }
+        const Result r = run(verifyArgs(report, dest));
+        QCOMPARE(r.exitCode, 1);
+        QVERIFY2(r.out.startsWith(QStringLiteral("mismatch  %1  %2  (").arg(file, named)), qPrintable(r.out));
+        QVERIFY2(r.out.count(QLatin1Char('\n')) == 1, qPrintable(r.out));
+        QVERIFY2(r.err.contains(QStringLiteral(": 1 mismatches")), qPrintable(r.err));
+    }
+
+    // Against the repository: an intact export matches; a document changed in the repository
+    // after the export is named as such; usage and sign-in problems end with status 2.
+    void verifyAgainstTheRepository()
+    {
+        const auto [dest, report] = exportWithReport();
+        const Result intact = run(verifyArgs(report, dest, true));
+        QCOMPARE(intact.exitCode, 0);
+        QVERIFY2(intact.err.contains(QStringLiteral("against the report and the repository: 0 mismatches")),
+                 qPrintable(intact.err));
+
+        const Result refused = run(QStringList{QStringLiteral("verify"), QStringLiteral("--report"), report,
+                                               QStringLiteral("--dest"), dest, QStringLiteral("--server"), m_server});
+        QCOMPARE(refused.exitCode, 2);
+        QVERIFY2(refused.err.contains(QStringLiteral("--database")), qPrintable(refused.err));
+        QCOMPARE(run(verifyArgs(dest + QStringLiteral("/none.jsonl"), dest)).exitCode, 2);
+        QStringList badUser = verifyArgs(report, dest, true);
+        badUser[badUser.indexOf(QStringLiteral("demo"))] = QStringLiteral("nobody");
+        QCOMPARE(run(badUser).exitCode, 2);
+
+        // The repository changes under the export: one document's bytes are altered.
+        const QString server = copyOfServer(QStringLiteral("changed"));
+        {
+            demo::SqliteFile acme(demo::databaseFile(server, QStringLiteral("Acme")));
+            QString error;
+            QVERIFY2(acme.open(&error), qPrintable(error));
+            QVERIFY2(acme.exec(QStringLiteral("UPDATE zar_file SET file_data = zeroblob(10) WHERE rec_id = 1018"), &error),
+                     qPrintable(error));
+            acme.close();
+        }
+        QStringList changed = verifyArgs(report, dest, true);
+        changed[changed.indexOf(m_server)] = server;
+        const Result r = run(changed);
+        QCOMPARE(r.exitCode, 1);
+        QVERIFY2(r.out.startsWith(QStringLiteral("mismatch  Docs/Duplicate title [1018].txt  repository size,repository content")),
+                 qPrintable(r.out));
+        QCOMPARE(r.out.count(QLatin1Char('\n')), 1);
+    }
+
+    // An export killed while it writes the large document leaves no partial file under a
+    // document's name and a report of what it did; --update then finishes it: the tree equals a
+    // fresh export's, the leftover temporary file is gone, the documents written before the kill
+    // are reported skipped (with their digests carried over), and verify passes.
+    void killedExportFinishedByUpdate()
+    {
+#ifndef Q_OS_UNIX
+        QSKIP("needs SIGKILL");
+#endif
+        const auto [fresh, freshReport] = exportWithReport(m_bigServer);
+        QHash<QString, QJsonObject> freshRecords;
+        for (const QJsonObject &o : reportLines(freshReport))
+            freshRecords.insert(o.value(QStringLiteral("path")).toString(), o);
+
+        QString dest, report;
+        bool caught = false;
+        for (int attempt = 0; attempt < 3 && !caught; ++attempt) {
+            dest = freshDir(QStringLiteral("killed"));
+            report = dest + QStringLiteral(".jsonl");
+            QProcess process;
+            process.start(m_exe, exportArgs(dest, m_bigServer) << QStringLiteral("--report") << report);
+            QVERIFY(process.waitForStarted());
+            QElapsedTimer clock;
+            clock.start();
+            while (process.state() == QProcess::Running && clock.elapsed() < 120000) {
+                if (!temporaryFiles(dest + QStringLiteral("/Marketing")).isEmpty()) {
+                    process.kill(); // SIGKILL: nothing of the program runs after it
+                    caught = true;
+                    break;
+                }
+            }
+            process.waitForFinished();
+        }
+        QVERIFY2(caught, "the export was never caught while writing the large document");
+
+        // Nothing under a final name is partial: every such file is the fresh export's file.
+        const QStringList leftovers = temporaryFiles(dest);
+        QVERIFY(!leftovers.isEmpty());
+        QStringList before;
+        for (const QString &file : filesBelow(dest)) {
+            if (leftovers.contains(file))
+                continue;
+            QVERIFY2(freshRecords.contains(file), qPrintable(file));
+            QCOMPARE(sha256Of(dest + QLatin1Char('/') + file), sha256Of(fresh + QLatin1Char('/') + file));
+        }
+        QSet<QString> doneBeforeKill;
+        for (const QJsonObject &o : reportLines(report)) {
+            QVERIFY2(!o.isEmpty(), "a record line was torn");
+            if (o.value(QStringLiteral("kind")).toString() == QLatin1String("document")
+                && o.value(QStringLiteral("date")).isString())
+                doneBeforeKill.insert(o.value(QStringLiteral("path")).toString());
+        }
+        QVERIFY(!doneBeforeKill.isEmpty());
+        QVERIFY(!doneBeforeKill.contains(QStringLiteral("Marketing/Campaign footage.mov")));
+        const Result partial = run(verifyArgs(report, dest));
+        QCOMPARE(partial.exitCode, 0);
+
+        const Result update = run(exportArgs(dest, m_bigServer) << QStringLiteral("--update") << QStringLiteral("--report") << report);
+        QCOMPARE(update.exitCode, 0);
+        QVERIFY2(temporaryFiles(dest).isEmpty(), qPrintable(temporaryFiles(dest).join(QLatin1Char(' '))));
+        QCOMPARE(sha256OfTree(dest), sha256OfTree(fresh));
+        QSet<QString> skipped;
+        for (const QJsonObject &o : reportLines(report)) {
+            const QString path = o.value(QStringLiteral("path")).toString();
+            const QJsonValue date = freshRecords.value(path).value(QStringLiteral("date"));
+            if (o.value(QStringLiteral("kind")).toString() != QLatin1String("document"))
+                continue;
+            if (date.isString())
+                QCOMPARE(QFileInfo(dest + QLatin1Char('/') + path).lastModified().toUTC(),
+                         QDateTime::fromString(date.toString(), Qt::ISODateWithMs).toUTC());
+            if (o.value(QStringLiteral("status")).toString() == QLatin1String("skipped")) {
+                skipped.insert(path);
+                QCOMPARE(o.value(QStringLiteral("sha256")).toString(),
+                         freshRecords.value(path).value(QStringLiteral("sha256")).toString());
+            }
+        }
+        QCOMPARE(skipped, doneBeforeKill);
+        QStringList withServer = verifyArgs(report, dest, true);
+        withServer[withServer.indexOf(m_server)] = m_bigServer;
+        const Result verified = run(withServer);
+        QCOMPARE(verified.exitCode, 0);
+        QVERIFY2(!verified.err.contains(QStringLiteral("without a digest")), qPrintable(verified.err));
+    }
+
+    // An update keeps a directory it finds and lists, in a dry run, the files the repository no
+    // longer holds, leaving them where they are.
+    void dryRunUpdateListsFilesNotListed()
+    {
+        const auto [dest, report] = exportWithReport();
+        const QString extra = dest + QStringLiteral("/Docs/kept by hand.txt");
+        QFile f(extra);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write("mine");
+        f.close();
+        const Result dry = run(exportArgs(dest) << QStringLiteral("--update") << QStringLiteral("--dry-run"));
+        QCOMPARE(dry.exitCode, 0);
+        QVERIFY2(dry.out.contains(QStringLiteral("extra   ") + QDir::toNativeSeparators(extra)), qPrintable(dry.out));
+        QVERIFY2(!dry.out.contains(QStringLiteral("delete  ")), qPrintable(dry.out));
+        const Result update = run(exportArgs(dest) << QStringLiteral("--update"));
+        QCOMPARE(update.exitCode, 0);
+        QVERIFY(QFileInfo::exists(extra));
+        QVERIFY2(update.err.contains(QStringLiteral("more unchanged")), qPrintable(update.err));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestVerify)
+#include "test_verify.moc"
