@@ -100,6 +100,19 @@ void Exporter::fxnWriteLog(qint32 paramId, QString paramName, QString paramLocat
     });
 }
 
+// The error's own words for a report record. The trail's report around them carries the time and
+// the machine, which would make the reports of two runs of the same export differ.
+static QString failureMessage(const QString &report)
+{
+    const QString head = QStringLiteral("Error Description: ");
+    const qsizetype at = report.indexOf(head);
+    if (at < 0)
+        return report.trimmed();
+    const qsizetype from = at + head.size();
+    const qsizetype end = report.indexOf(QStringLiteral("\r\n"), from);
+    return report.mid(from, end < 0 ? -1 : end - from).trimmed();
+}
+
 void Exporter::logFailure(const QString &source, qint64 id, const QString &name, const QString &location,
                           quint8 type)
 {
@@ -107,7 +120,7 @@ void Exporter::logFailure(const QString &source, qint64 id, const QString &name,
     if (m_documents && !m_retiring)
         m_documents->drain();
     m_pendingLine.clear();
-    m_lastFailure = HuntERR::preserved().description;
+    m_lastFailure = failureMessage(HuntERR::preserved().description);
     if (type == 1) // a document's record is made where the document is handled
         record(ExportRecord::of(ExportRecord::Kind::Folder, id, name, reportstatus::failed, m_lastFailure), location);
     HuntERR::resume(source, [&] { fxnWriteLog(qint32(id), name, location, type); });

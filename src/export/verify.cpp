@@ -109,19 +109,18 @@ FileCheck checkRepository(repo::Connection &cn, bool archive, const QString &arc
     FileCheck check;
     const QString idText = QString::number(record.id);
     const QString sql = archive ? repo::statements::archiveDocument(idText, archiveDb) : repo::statements::liveDocument(idText);
-    const QString dataField = archive ? QStringLiteral("FileData") : QStringLiteral("File_Data");
-    repo::RecordSet rs = cn.execute(sql);
-    if (rs.eof() || rs.isNull(dataField)) {
+    // Streamed a chunk at a time, as the export reads it: a large document is never held whole.
+    repo::StreamedRow row = cn.executeStreamed(sql);
+    if (row.fields.eof() || !row.value) {
         check.differences << QStringLiteral("repository missing");
         check.detail = QStringLiteral("the repository holds no bytes for document %1").arg(record.id);
         return check;
     }
-    repo::BytesReader value(rs.value(dataField).toByteArray());
-    rs.close();
-    HashingReader hashing(value);
+    HashingReader hashing(*row.value);
     std::vector<char> chunk(kChunk);
     while (hashing.read(chunk.data(), kChunk) > 0) {
     }
+    row.value.reset(); // the statement ends before the date statement runs
     check.size = hashing.bytes();
     check.sha256 = hashing.sha256();
     const QString expected = file.sha256.isEmpty() ? record.sha256 : file.sha256;

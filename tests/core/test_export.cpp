@@ -380,6 +380,68 @@ private slots:
         QVERIFY(planned.events.contains(QStringLiteral("file %1 %2").arg(longTitle).arg(QFileInfo(longTitle).size())));
         QVERIFY(m_trail.shown.isEmpty());
     }
+
+    // --update over a complete export: the reader knows each document's size before a byte is
+    // read, so an unchanged file costs its two statements and no bytes, on one connection or on
+    // several. A file with another date or size is written again, whole and dated.
+    void updateReadsNoBytesOfUnchangedDocuments()
+    {
+        struct Counter : ExportObserver {
+            qint64 streamed = 0;
+            QStringList kept, written;
+            void documentBytes(qint64 inFlight) override { streamed = qMax(streamed, inFlight); }
+            void documentKept(const QString &filePath, qint64) override { kept << filePath; }
+            void documentWritten(const QString &filePath, qint64) override { written << filePath; }
+        };
+        DemoSession d(m_fx.demo, QStringLiteral("Acme"));
+        QVERIFY(d.tickEverything());
+        const QString dest = freshDestination();
+        Counter first;
+        const auto fresh = exporterTo(d, dest, &first);
+        fresh->run();
+        QVERIFY(fresh->result.documents > 2);
+        QVERIFY(first.streamed > 0); // the counter does hear the bytes
+        const QByteArray exported = sha256OfTree(dest);
+
+        // An undated document cannot be told from an older copy of the same size: only it is
+        // read and written again.
+        const QString undated = native(dest + QStringLiteral("/Docs/What is new .txt"));
+        for (const int jobs : {1, 4}) {
+            Counter again;
+            const auto update = exporterTo(d, dest, &again);
+            update->options.update = true;
+            update->options.jobs = jobs;
+            update->run();
+            QCOMPARE(again.written, QStringList{undated});
+            QCOMPARE(update->result.kept, fresh->result.documents - 1);
+            QCOMPARE(again.kept.size(), first.written.size() - 1);
+            if (jobs == 1) // with workers the bytes are told only while the walk waits
+                QCOMPARE(again.streamed, QFileInfo(undated).size());
+            QCOMPARE(sha256OfTree(dest), exported);
+        }
+
+        // One file dated otherwise (same size), one cut short: both written again.
+        first.written.removeAll(undated);
+        const QString redated = first.written.at(0);
+        const QString cut = first.written.at(1);
+        const QDateTime dated = QFileInfo(redated).lastModified();
+        {
+            QFile f(redated);
+            QVERIFY(f.open(QIODevice::ReadWrite)
+                    && f.setFileTime(QDateTime(QDate(2001, 2, 3), QTime(4, 5, 6), Qt::UTC), QFileDevice::FileModificationTime));
+            QFile g(cut);
+            QVERIFY(g.open(QIODevice::ReadWrite) && g.resize(qMax<qint64>(g.size() - 1, 0)));
+        }
+        Counter repair;
+        const auto update = exporterTo(d, dest, &repair);
+        update->options.update = true;
+        update->options.jobs = 4;
+        update->run();
+        QCOMPARE(repair.written, QStringList({redated, cut, undated}));
+        QCOMPARE(update->result.kept, fresh->result.documents - 3);
+        QCOMPARE(QFileInfo(redated).lastModified(), dated);
+        QCOMPARE(sha256OfTree(dest), exported);
+    }
 };
 
 QTEST_GUILESS_MAIN(TestExport)

@@ -2,9 +2,13 @@
 // embedded server and through FreeTDS to the SQL Server stand-in. The built executable is run as
 // a person runs it. The repository is the demo with documents added for this: one exactly a
 // chunk long and one several chunks long, titles that clean alike with a failing document among
-// them, a title that cannot be a file name and one that takes its fallback name.
+// them, a title that cannot be a file name and one that takes its fallback name. Every run also
+// writes its report, which must come out the same for every number of jobs, as the disk and the
+// log do.
 
 #include "errors/hunterr.h"
+#include "clirun.h"
+#include "export/exportreport.h"
 #include "repository/connection.h"
 #include "testsupport.h"
 
@@ -15,7 +19,6 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QRandomGenerator>
-#include <QSettings>
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
@@ -101,16 +104,6 @@ bool addDocuments(const QString &server, QString *error)
     return ok;
 }
 
-bool freeTdsRegistered()
-{
-    if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QODBC")))
-        return false;
-    for (const QString &ini : {QStringLiteral("/etc/odbcinst.ini"), QStringLiteral("/usr/local/etc/odbcinst.ini")})
-        if (QSettings(ini, QSettings::IniFormat).childGroups().contains(QStringLiteral("FreeTDS")))
-            return true;
-    return false;
-}
-
 // Every directory and file below dir: relative path, size, SHA-256 and the modification time
 // taken from the repository ("undated" for a file written after since, which kept its own).
 QStringList treeOf(const QString &dir, const QDateTime &since)
@@ -157,6 +150,7 @@ struct Run {
     QString out;
     QStringList tree;
     QString log; // with the run's own folder taken out
+    QString report; // likewise
 };
 
 } // namespace
@@ -164,7 +158,8 @@ struct Run {
 class TestStreaming : public QObject {
     Q_OBJECT
 
-    QTemporaryDir m_tmp;
+    DemoFixture m_fx;
+    CliRunner m_cli;
     QString m_folder;
     QProcess m_standin;
     QProcess m_cutting; // drops the connection part way through any reply over 2 MiB
@@ -192,37 +187,33 @@ class TestStreaming : public QObject {
         return line.startsWith("port ");
     }
 
-    Run exportRun(const QString &server, const QString &name, const QStringList &extra)
+    // An export of the demo repository on server into a folder of its own; extra options after
+    // the usual ones. Every run but a dry one writes a report.
+    Run exportRun(const QString &server, const QString &name, const QStringList &extra, const QString &embeddedDriver = {})
     {
         Run r;
-        const QString base = m_tmp.filePath(name);
+        const QString base = m_fx.filePath(name);
         const QString dest = base + QStringLiteral("/out");
         const QString logs = base + QStringLiteral("/logs");
+        const QString report = base + QStringLiteral("/report.jsonl");
         QDir().mkpath(logs);
-        QProcess p;
-        p.setProgram(qEnvironmentVariable("PARCELWISE_EXE"));
-        p.setArguments(QStringList{QStringLiteral("export"), QStringLiteral("--server"), server, QStringLiteral("--user"),
-                                   QStringLiteral("demo"), QStringLiteral("--database"), QStringLiteral("Acme"),
-                                   QStringLiteral("--dest"), dest, QStringLiteral("--log-dir"), logs,
-                                   QStringLiteral("--no-progress")}
-                       + extra);
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("PARCELWISE_PASSWORD"), QString());
-        env.insert(QStringLiteral("PARCELWISE_ODBC_DRIVER"), QStringLiteral("FreeTDS"));
-        env.insert(QStringLiteral("TZ"), QStringLiteral("UTC"));
-        p.setProcessEnvironment(env);
-        p.start();
-        if (!p.waitForFinished(300000))
-            return r;
-        r.exitCode = p.exitCode();
-        r.out = QString::fromUtf8(p.readAllStandardOutput()).replace(base, QStringLiteral("RUN"));
-        r.err = QString::fromUtf8(p.readAllStandardError());
+        QStringList args = demoArgs(QStringLiteral("export"), server, QStringLiteral("Acme"))
+                           << QStringLiteral("--dest") << dest << QStringLiteral("--log-dir") << logs
+                           << QStringLiteral("--no-progress") << extra;
+        if (!extra.contains(QStringLiteral("--dry-run")))
+            args << QStringLiteral("--report") << report;
+        QMap<QString, QString> env{{QStringLiteral("PARCELWISE_ODBC_DRIVER"), QStringLiteral("FreeTDS")},
+                                   {QStringLiteral("TZ"), QStringLiteral("UTC")}};
+        if (!embeddedDriver.isEmpty())
+            env.insert(QStringLiteral("PARCELWISE_EMBEDDED_DRIVER"), embeddedDriver);
+        const CliResult run = m_cli.run(args, {}, env);
+        r.exitCode = run.exitCode;
+        r.out = QString(run.out).replace(base, QStringLiteral("RUN"));
+        r.err = run.err;
         r.tree = treeOf(dest, m_started);
-        for (const QFileInfo &log : QDir(logs).entryInfoList(QDir::Files)) {
-            QFile f(log.filePath());
-            if (f.open(QIODevice::ReadOnly))
-                r.log += QString::fromUtf8(f.readAll()).replace(base, QStringLiteral("RUN"));
-        }
+        for (const QFileInfo &log : QDir(logs).entryInfoList(QDir::Files))
+            r.log += QString::fromUtf8(fileBytes(log.filePath())).replace(base, QStringLiteral("RUN"));
+        r.report = QString::fromUtf8(fileBytes(report)).replace(base, QStringLiteral("RUN"));
         return r;
     }
 
@@ -237,14 +228,14 @@ private slots:
 
 void TestStreaming::initTestCase()
 {
-    QVERIFY(m_tmp.isValid());
     m_started = QDateTime::currentDateTime().addSecs(-1);
     QVERIFY2(!qEnvironmentVariable("PARCELWISE_EXE").isEmpty(), "PARCELWISE_EXE names the built executable");
+    QVERIFY2(m_fx.setUp(), qPrintable(m_fx.error));
+    m_folder = m_fx.demo;
+    m_cli.home = m_fx.filePath(QStringLiteral("home"));
     QString error;
-    m_folder = writeDemo(m_tmp.path(), &error);
-    QVERIFY2(!m_folder.isEmpty(), qPrintable(error));
     QVERIFY2(addDocuments(m_folder, &error), qPrintable(error));
-    if (freeTdsRegistered()) {
+    if (odbcDriverRegistered(QStringLiteral("FreeTDS"))) {
         QVERIFY2(startStandin(m_standin, {}, &m_wire), "the stand-in did not start");
         QVERIFY2(startStandin(m_cutting, {QStringLiteral("--cut-replies-over"), QString::number(2 * kChunk)}, &m_cutWire),
                  "the cutting stand-in did not start");
@@ -277,22 +268,21 @@ void TestStreaming::sameForEveryNumberOfJobs()
     QFETCH(QString, embeddedDriver);
     if (wire && m_wire.isEmpty())
         QSKIP("FreeTDS's ODBC driver is not registered (scripts/setup.sh installs tdsodbc)");
-    if (!embeddedDriver.isEmpty()) {
-        if (!QSettings(QStringLiteral("/etc/odbcinst.ini"), QSettings::IniFormat).childGroups().contains(QStringLiteral("SQLite3")))
-            QSKIP("the SQLite3 ODBC driver is not registered");
-        qputenv("PARCELWISE_EMBEDDED_DRIVER", embeddedDriver.toUtf8());
-    }
+    if (!embeddedDriver.isEmpty() && !odbcDriverRegistered(QStringLiteral("SQLite3")))
+        QSKIP("the SQLite3 ODBC driver is not registered");
     const QString server = wire ? m_wire : m_folder;
     const QString tag = QString::fromLatin1(QTest::currentDataTag()).replace(u' ', u'-').remove(u',');
-    const Run one = exportRun(server, tag + QStringLiteral("-1"), {QStringLiteral("--all"), QStringLiteral("--jobs"), QStringLiteral("1")});
-    const Run four = exportRun(server, tag + QStringLiteral("-4"), {QStringLiteral("--all"), QStringLiteral("--jobs"), QStringLiteral("4")});
-    const Run dry = exportRun(server, tag + QStringLiteral("-dry"), {QStringLiteral("--all"), QStringLiteral("--jobs"), QStringLiteral("4"), QStringLiteral("--dry-run")});
-    qunsetenv("PARCELWISE_EMBEDDED_DRIVER");
+    const auto jobs = [](const char *n) { return QStringList{QStringLiteral("--all"), QStringLiteral("--jobs"), QLatin1String(n)}; };
+    const Run one = exportRun(server, tag + QStringLiteral("-1"), jobs("1"), embeddedDriver);
+    const Run four = exportRun(server, tag + QStringLiteral("-4"), jobs("4"), embeddedDriver);
+    const Run dry = exportRun(server, tag + QStringLiteral("-dry"), jobs("4") << QStringLiteral("--dry-run"), embeddedDriver);
 
     QCOMPARE(one.exitCode, 1); // the documents without bytes or a name are logged
     QCOMPARE(four.exitCode, 1);
     QCOMPARE(four.tree, one.tree);
     QCOMPARE(four.log, one.log);
+    QVERIFY(!one.report.isEmpty());
+    QCOMPARE(four.report.split(u'\n'), one.report.split(u'\n')); // every record, in the same order
     QCOMPARE(four.err.section(u',', 0, 3), one.err.section(u',', 0, 3)); // the summary's counts
 
     // What the names came to, and the bytes, whole, at and across the chunk size.
@@ -311,6 +301,24 @@ void TestStreaming::sameForEveryNumberOfJobs()
     // The long title's fallback name was taken by then: logged, nothing written for it.
     QVERIFY2(one.log.contains(QStringLiteral("File ID: 3007 , File Name: LLLL")), qPrintable(one.log));
     QCOMPARE(one.tree.filter(QStringLiteral("Docs/[3007]")).size(), 1);
+    // The report says how each name came about, with the digest of the bytes as they streamed.
+    QHash<qint64, ExportRecord> records;
+    for (const QString &line : one.report.split(u'\n', Qt::SkipEmptyParts)) {
+        ExportRecord r;
+        QVERIFY2(fromJsonLine(line.toUtf8(), &r), qPrintable(line));
+        if (r.kind == ExportRecord::Kind::Document)
+            records.insert(r.id, r);
+    }
+    const QList<std::pair<qint64, QString>> statuses = {{3002, QStringLiteral("written")}, {3004, QStringLiteral("failed")},
+                                                        {3005, QStringLiteral("renamed")}, {3007, QStringLiteral("failed")},
+                                                        {3008, QStringLiteral("written")}};
+    for (const auto &[id, status] : statuses)
+        QCOMPARE(records.value(id).status, status);
+    QCOMPARE(records.value(3005).path, QStringLiteral("Docs/Clash [3005].txt"));
+    QCOMPARE(records.value(3004).message, QStringLiteral("Document 3004 has no stored bytes"));
+    QCOMPARE(records.value(3002).bytes, kLarge);
+    QCOMPARE(records.value(3002).sha256,
+             QString::fromLatin1(QCryptographicHash::hash(noise(kLarge, 3002), QCryptographicHash::Sha256).toHex()));
     // Dated from the repository (TZ=UTC): 2017-04-05 06:07:08.
     const QString dated = QString::number(QDateTime(QDate(2017, 4, 5), QTime(6, 7, 8), Qt::UTC).toMSecsSinceEpoch());
     QVERIFY(one.tree.filter(QStringLiteral("Chunk plus.bin %1 ").arg(kLarge)).value(0).endsWith(u' ' + dated));
