@@ -32,6 +32,19 @@ QString logFolderAt(const QString &folder, bool create)
     return withoutTrailingSeparators(folder);
 }
 
+// The error's own words for a report record. The trail's report around them carries the time and
+// the machine, which would make the reports of two runs of the same export differ.
+QString failureMessage(const QString &report)
+{
+    const QString head = QStringLiteral("Error Description: ");
+    const qsizetype at = report.indexOf(head);
+    if (at < 0)
+        return report.trimmed();
+    const qsizetype from = at + head.size();
+    const qsizetype end = report.indexOf(QStringLiteral("\r\n"), from);
+    return report.mid(from, end < 0 ? -1 : end - from).trimmed();
+}
+
 } // namespace
 
 QString exportLogNameFor(const QDateTime &when)
@@ -98,19 +111,6 @@ void Exporter::fxnWriteLog(qint32 paramId, QString paramName, QString paramLocat
         LogWritten = true;
         m_pendingLine.clear();
     });
-}
-
-// The error's own words for a report record. The trail's report around them carries the time and
-// the machine, which would make the reports of two runs of the same export differ.
-static QString failureMessage(const QString &report)
-{
-    const QString head = QStringLiteral("Error Description: ");
-    const qsizetype at = report.indexOf(head);
-    if (at < 0)
-        return report.trimmed();
-    const qsizetype from = at + head.size();
-    const qsizetype end = report.indexOf(QStringLiteral("\r\n"), from);
-    return report.mid(from, end < 0 ? -1 : end - from).trimmed();
 }
 
 void Exporter::logFailure(const QString &source, qint64 id, const QString &name, const QString &location,
