@@ -1,10 +1,11 @@
 #pragma once
 // Documents fetched and written while the walk goes on. The walk decides everything that decides
 // a name (directory order, names, collision suffixes) and hands each document over as a job;
-// workers, each on a connection of its own, run the document's statement, stream its bytes to the
-// file and date it; the walk then takes the outcomes back strictly in the order it handed the
-// jobs out and does the bookkeeping (counts, log lines, the error trail) itself. So the disk and
-// the log come out the same for any number of workers.
+// workers, each on a connection of its own, run the document's statement, stream its bytes to a
+// temporary file beside its own and date it; the walk then takes the outcomes back strictly in the
+// order it handed the jobs out, puts the files in place and does the bookkeeping (counts, log
+// lines, the error trail, the report) itself. So the disk, the log and the report come out the
+// same for any number of workers.
 // With one job there are no threads: each document is done on the walk's own connection at once.
 // With workers, the walk's own listings are also sent ahead on the workers' connections, so that
 // across a network the walk does not wait a round trip for every folder either.
