@@ -216,6 +216,7 @@ DocumentQueue::~DocumentQueue()
     {
         std::lock_guard<std::mutex> held(d->lock);
         d->stopping = true;
+        d->listingsQueued.clear(); // sent ahead for a walk that is over
         if (abandoned)
             d->queued.clear(); // nobody will take these back
     }
