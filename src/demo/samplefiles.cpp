@@ -198,68 +198,46 @@ QByteArray rtfFile(const QString &text)
         + rtfEscape(text) + "\\par\r\n}\r\n";
 }
 
-QByteArray docxFile(const QString &text)
+namespace {
+
+struct ZipEntry {
+    QByteArray name;
+    QByteArray data;
+};
+
+// A zip archive of stored (uncompressed) entries, as a word processor's document package is.
+QByteArray storedZip(const QList<ZipEntry> &entries)
 {
-    struct Entry {
-        QByteArray name;
-        QByteArray data;
-    };
-    const QByteArray xmlHead = "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\r\n";
-    const QList<Entry> entries = {
-        {"[Content_Types].xml",
-         xmlHead
-             + "<Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\">"
-               "<Default Extension=\"rels\" ContentType=\"application/vnd.openxmlformats-package.relationships+xml\"/>"
-               "<Default Extension=\"xml\" ContentType=\"application/xml\"/>"
-               "<Override PartName=\"/word/document.xml\" ContentType=\"application/"
-               "vnd.openxmlformats-officedocument.wordprocessingml.document.main+xml\"/></Types>"},
-        {"_rels/.rels",
-         xmlHead
-             + "<Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">"
-               "<Relationship Id=\"rId1\" Type=\"http://schemas.openxmlformats.org/officeDocument/2006/"
-               "relationships/officeDocument\" Target=\"word/document.xml\"/></Relationships>"},
-        {"word/document.xml",
-         xmlHead
-             + "<w:document xmlns:w=\"http://schemas.openxmlformats.org/wordprocessingml/2006/main\">"
-               "<w:body><w:p><w:r><w:t>"
-             + xmlEscape(text) + "</w:t></w:r></w:p></w:body></w:document>"},
-    };
     // A fixed time stamp (1 January 2016, 00:00) keeps the archive identical from run to run.
     const quint16 dosTime = 0;
     const quint16 dosDate = quint16(((2016 - 1980) << 9) | (1 << 5) | 1);
+    // The fields the local header and the central directory share, from "version needed" on.
+    const auto common = [&](QByteArray &out, const ZipEntry &e, quint32 crc) {
+        appendLittle16(out, 20); // version needed
+        appendLittle16(out, 0);  // flags
+        appendLittle16(out, 0);  // stored
+        appendLittle16(out, dosTime);
+        appendLittle16(out, dosDate);
+        appendLittle32(out, crc);
+        appendLittle32(out, quint32(e.data.size()));
+        appendLittle32(out, quint32(e.data.size()));
+        appendLittle16(out, quint16(e.name.size()));
+        appendLittle16(out, 0); // extra field length
+    };
 
     QByteArray zip;
     QByteArray central;
-    for (const Entry &e : entries) {
+    for (const ZipEntry &e : entries) {
         const quint32 offset = quint32(zip.size());
         const quint32 crc = crc32(e.data);
-        const quint32 size = quint32(e.data.size());
         appendLittle32(zip, 0x04034b50);
-        appendLittle16(zip, 20); // version needed
-        appendLittle16(zip, 0);  // flags
-        appendLittle16(zip, 0);  // stored
-        appendLittle16(zip, dosTime);
-        appendLittle16(zip, dosDate);
-        appendLittle32(zip, crc);
-        appendLittle32(zip, size);
-        appendLittle32(zip, size);
-        appendLittle16(zip, quint16(e.name.size()));
-        appendLittle16(zip, 0); // extra field length
+        common(zip, e, crc);
         zip += e.name;
         zip += e.data;
 
         appendLittle32(central, 0x02014b50);
         appendLittle16(central, 20); // version made by
-        appendLittle16(central, 20); // version needed
-        appendLittle16(central, 0);
-        appendLittle16(central, 0);
-        appendLittle16(central, dosTime);
-        appendLittle16(central, dosDate);
-        appendLittle32(central, crc);
-        appendLittle32(central, size);
-        appendLittle32(central, size);
-        appendLittle16(central, quint16(e.name.size()));
-        appendLittle16(central, 0); // extra
+        common(central, e, crc);
         appendLittle16(central, 0); // comment
         appendLittle16(central, 0); // disk number
         appendLittle16(central, 0); // internal attributes
@@ -278,6 +256,32 @@ QByteArray docxFile(const QString &text)
     appendLittle32(zip, centralOffset);
     appendLittle16(zip, 0); // comment length
     return zip;
+}
+
+} // namespace
+
+QByteArray docxFile(const QString &text)
+{
+    const QByteArray xmlHead = "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\r\n";
+    return storedZip({
+        {"[Content_Types].xml",
+         xmlHead
+             + "<Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\">"
+               "<Default Extension=\"rels\" ContentType=\"application/vnd.openxmlformats-package.relationships+xml\"/>"
+               "<Default Extension=\"xml\" ContentType=\"application/xml\"/>"
+               "<Override PartName=\"/word/document.xml\" ContentType=\"application/"
+               "vnd.openxmlformats-officedocument.wordprocessingml.document.main+xml\"/></Types>"},
+        {"_rels/.rels",
+         xmlHead
+             + "<Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">"
+               "<Relationship Id=\"rId1\" Type=\"http://schemas.openxmlformats.org/officeDocument/2006/"
+               "relationships/officeDocument\" Target=\"word/document.xml\"/></Relationships>"},
+        {"word/document.xml",
+         xmlHead
+             + "<w:document xmlns:w=\"http://schemas.openxmlformats.org/wordprocessingml/2006/main\">"
+               "<w:body><w:p><w:r><w:t>"
+             + xmlEscape(text) + "</w:t></w:r></w:p></w:body></w:document>"},
+    });
 }
 
 } // namespace demo
