@@ -3,6 +3,7 @@
 // finished with --update. The report is read here with the JSON parser and the digests taken
 // with QCryptographicHash, independently of the code under test.
 
+#include "clirun.h"
 #include "demo/schema.h"
 #include "testsupport.h"
 
@@ -22,11 +23,7 @@
 
 namespace {
 
-struct Result {
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
+using Result = CliResult;
 
 constexpr qint64 kBigId = 9001;
 constexpr qint64 kBigBytes = 96LL * 1024 * 1024;
@@ -92,25 +89,8 @@ class TestVerify : public QObject {
     QString m_bigServer; // the demo with one large document added
     int m_dirs = 0;
 
-    Result run(const QStringList &args)
-    {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.remove(QStringLiteral("PARCELWISE_PASSWORD"));
-        environment.insert(QStringLiteral("HOME"), m_tmp.filePath(QStringLiteral("home")));
-        QProcess process;
-        process.setProcessEnvironment(environment);
-        process.start(m_exe, args);
-        process.closeWriteChannel();
-        Result result;
-        if (!process.waitForFinished(300000) || process.exitStatus() != QProcess::NormalExit) {
-            result.err = process.errorString();
-            return result;
-        }
-        result.exitCode = process.exitCode();
-        result.out = QString::fromUtf8(process.readAllStandardOutput());
-        result.err = QString::fromUtf8(process.readAllStandardError());
-        return result;
-    }
+    CliRunner m_cli;
+    Result run(const QStringList &args) const { return m_cli.run(args); }
 
     QString freshDir(const QString &name)
     {
@@ -162,6 +142,7 @@ private slots:
     {
         m_exe = qEnvironmentVariable("PARCELWISE_EXE");
         QVERIFY2(QFileInfo(m_exe).isExecutable(), "PARCELWISE_EXE must name the built executable");
+        m_cli.home = m_tmp.filePath(QStringLiteral("home"));
         QVERIFY(m_tmp.isValid());
         QDir(m_tmp.path()).mkpath(QStringLiteral("home/Documents"));
         m_server = writeDemo(m_tmp.path());

@@ -2,6 +2,7 @@
 
 #include "demo/demorepository.h"
 
+#include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QDir>
 #include <QDirIterator>
@@ -130,4 +131,24 @@ bool DemoSession::tickEverything()
         if (!s.tick(child))
             return false;
     return true;
+}
+
+int startStandin(QProcess &process, const QString &folder, const QStringList &extra)
+{
+    QString program = qEnvironmentVariable("PARCELWISE_STANDIN");
+    if (program.isEmpty())
+        program = QCoreApplication::applicationDirPath() + QStringLiteral("/sqlserver-standin");
+    process.setProgram(program);
+    process.setArguments(QStringList{QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--server"), folder,
+                                     QStringLiteral("--max-seconds"), QStringLiteral("900")}
+                         + extra);
+    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    process.start();
+    if (!process.waitForStarted(10000))
+        return 0;
+    while (!process.canReadLine())
+        if (!process.waitForReadyRead(10000))
+            return 0;
+    const QByteArray line = process.readLine().trimmed();
+    return line.startsWith("port ") ? line.mid(5).toInt() : 0;
 }

@@ -4,6 +4,7 @@
 #include "session/headlesssession.h"
 
 #include <QByteArray>
+#include <QProcess>
 #include <QString>
 #include <QTemporaryDir>
 
@@ -36,6 +37,11 @@ bool copyFolder(const QString &from, const QString &to);
 
 // Whether the ODBC driver manager knows a driver of this name (and Qt has its ODBC driver).
 bool odbcDriverRegistered(const QString &name);
+
+// Starts the SQL Server stand-in (PARCELWISE_STANDIN, else the one beside the test) serving folder
+// on a free port of 127.0.0.1, with extra arguments after the usual ones. Returns the port, 0 when
+// it did not come up. It stops by itself when the test ends (its standard input closes).
+int startStandin(QProcess &process, const QString &folder, const QStringList &extra = {});
 
 // Keeps every status text and hourglass change the procedures asked the window for.
 struct RecordingPort : PlainFormPort {

@@ -168,23 +168,9 @@ class TestStreaming : public QObject {
 
     bool startStandin(QProcess &p, const QStringList &extra, QString *server)
     {
-        QString program = qEnvironmentVariable("PARCELWISE_STANDIN");
-        if (program.isEmpty())
-            program = QCoreApplication::applicationDirPath() + QStringLiteral("/sqlserver-standin");
-        p.setProgram(program);
-        p.setArguments(QStringList{QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--server"), m_folder,
-                                   QStringLiteral("--max-seconds"), QStringLiteral("900")}
-                       + extra);
-        p.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        p.start();
-        if (!p.waitForStarted(10000))
-            return false;
-        while (!p.canReadLine())
-            if (!p.waitForReadyRead(10000))
-                return false;
-        const QByteArray line = p.readLine().trimmed();
-        *server = QStringLiteral("127.0.0.1,%1").arg(QString::fromLatin1(line.mid(5)));
-        return line.startsWith("port ");
+        const int port = ::startStandin(p, m_folder, extra);
+        *server = QStringLiteral("127.0.0.1,%1").arg(port);
+        return port > 0;
     }
 
     // An export of the demo repository on server into a folder of its own; extra options after

@@ -161,23 +161,7 @@ class TestWire : public QObject {
 
     bool startStandin()
     {
-        QString program = qEnvironmentVariable("PARCELWISE_STANDIN");
-        if (program.isEmpty())
-            program = QCoreApplication::applicationDirPath() + QStringLiteral("/sqlserver-standin");
-        m_standin.setProgram(program);
-        m_standin.setArguments({QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--server"), m_fx.demo,
-                                QStringLiteral("--max-seconds"), QStringLiteral("900")});
-        m_standin.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        m_standin.start();
-        if (!m_standin.waitForStarted(10000))
-            return false;
-        while (!m_standin.canReadLine())
-            if (!m_standin.waitForReadyRead(10000))
-                return false;
-        const QByteArray line = m_standin.readLine().trimmed();
-        if (!line.startsWith("port "))
-            return false;
-        m_port = line.mid(5).toInt();
+        m_port = ::startStandin(m_standin, m_fx.demo);
         m_wire = QStringLiteral("127.0.0.1,%1").arg(m_port);
         return m_port > 0;
     }
