@@ -117,6 +117,9 @@ void EmbeddedServer::openFile(const QString &file, const QString &name)
     QSqlQuery probe(db);
     if (!probe.exec(QStringLiteral("select count(*) from sqlite_master")))
         refuse(probe.lastError());
+    // The files are immutable and the system caches them already; a small page cache of SQLite's
+    // own keeps a parallel export's many connections from each holding megabytes of copies.
+    probe.exec(QStringLiteral("PRAGMA cache_size = -256"));
     if (!m_odbcFile)
         m_blobs = std::make_unique<SqliteBlobReader>(db);
 }
