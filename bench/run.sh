@@ -10,7 +10,7 @@
 #   4. Proving and resuming (live): `parcelwise verify` of an export against its report (disk only)
 #      next to `sha256sum` over the same files; `export --update` over that complete export next
 #      to the fresh export; and what --report itself costs the export.
-#   5. The live export through the SQL Server stand-in (tests' sqlserver-standin: FreeTDS's ODBC
+#   5. The live export through the SQL Server stand-in (tools/sqlserver-standin: FreeTDS's ODBC
 #      driver, TDS over 127.0.0.1) with 0, 1 and 5 ms added before every reply, next to the
 #      embedded figure: what the wire and each round trip cost; and at the highest latency with
 #      --jobs 8 next to --jobs 1.
@@ -76,13 +76,13 @@ fi
 note "building parcelwise, gen_large_repository, bench_tree_load, sqlserver-standin"
 cmake --build "$BUILD_DIR" -j"$(nproc)" --target parcelwise gen_large_repository bench_tree_load >/dev/null
 exe="$BUILD_DIR/parcelwise"
-standin="$BUILD_DIR/tests/sqlserver-standin"
+standin="$BUILD_DIR/sqlserver-standin"
 if ((WIRE_RUNS > 0)); then
     if ! odbcinst -q -d -n FreeTDS >/dev/null 2>&1; then
         note "FreeTDS's ODBC driver is not registered (scripts/setup.sh): the stand-in exports are left out"
         WIRE_RUNS=0
     elif ! cmake --build "$BUILD_DIR" -j"$(nproc)" --target sqlserver-standin >/dev/null; then
-        note "sqlserver-standin could not be built (tests disabled in $BUILD_DIR?): the stand-in exports are left out"
+        note "sqlserver-standin could not be built (Qt6 Network missing?): the stand-in exports are left out"
         WIRE_RUNS=0
     fi
 fi

@@ -137,7 +137,7 @@ int startStandin(QProcess &process, const QString &folder, const QStringList &ex
 {
     QString program = qEnvironmentVariable("PARCELWISE_STANDIN");
     if (program.isEmpty())
-        program = QCoreApplication::applicationDirPath() + QStringLiteral("/sqlserver-standin");
+        program = QCoreApplication::applicationDirPath() + QStringLiteral("/../sqlserver-standin");
     process.setProgram(program);
     process.setArguments(QStringList{QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--server"), folder,
                                      QStringLiteral("--max-seconds"), QStringLiteral("900")}

@@ -1,5 +1,5 @@
 // sqlserver-standin: serves an embedded server folder over TDS 7.4 on 127.0.0.1 so the tests and
-// the benchmark can sign in through the real FreeTDS ODBC driver. Test support only.
+// the benchmark can sign in through the real FreeTDS ODBC driver, and anyone can try that path.
 //
 //   sqlserver-standin --port N --server DIR [--latency-ms MS] [--max-seconds S] [--no-stdin] [--log]
 //                     [--cut-replies-over BYTES]
