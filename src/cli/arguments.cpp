@@ -153,17 +153,20 @@ CommandDef verifyCommand()
     CommandDef verify;
     verify.name = QStringLiteral("verify");
     verify.synopsis = QStringLiteral(
-        "verify --report FILE --dest DIR [--server NAME --user NAME --database NAME] [--password-stdin]\n"
-        "                         [--progress | --no-progress]");
+        "verify --report FILE --dest DIR [--extra] [--server NAME --user NAME --database NAME]\n"
+        "                         [--password-stdin] [--progress | --no-progress]");
     verify.summary = QStringLiteral("Prove an export: its files against its report and the repository");
     verify.description = QStringLiteral(
         "Reads every file the export report FILE lists below DIR and compares it with its record:\n"
         "that it is there, its size, its SHA-256 and its date. Given a server, each document is\n"
         "also read again from the repository, with the statements the export sends, and compared\n"
         "with the file. Every mismatch is printed on stdout with its path and what differs\n"
-        "(missing, size, content, date); a summary follows on stderr.");
-    verify.options << option("--report", "FILE", "Export report written by 'parcelwise export --report'")
-                   << option("--dest", "DIR", "Directory the export wrote into");
+        "(missing, size, content, date); a summary follows on stderr. A report with no records, or\n"
+        "with a line that is not a record as the export writes it, is a mismatch too.");
+    verify.options << option("--report", "FILE", "Export report written by 'parcelwise export --report';\n"
+                                                 "read as a stream: a pipe, or - for standard input")
+                   << option("--dest", "DIR", "Directory the export wrote into")
+                   << option("--extra", "", "Also list what is in DIR that no record names, as mismatches");
     verify.options << signInOptions();
     verify.options << option("--database", "NAME", "Company database the export read (with --server)")
                    << option("--progress", "", "Show the progress line even when stderr is not a terminal")
@@ -444,8 +447,8 @@ QString helpText(const CommandDef &def)
         text += QStringLiteral(
             "\nExit status:\n"
             "  0  every file listed matches (and the repository, given a server)\n"
-            "  1  some file or document does not match; each is printed\n"
-            "  2  usage, report, sign-in or database error\n");
+            "  1  some file or document does not match, or the report is not sound; each is printed\n"
+            "  2  usage, report, sign-in or database error, or the output could not be written\n");
     else
         text += QStringLiteral(
             "\nExit status:\n"

@@ -122,7 +122,7 @@ int runCommandLine(int argc, char **argv)
     HuntERR::setShower({});
     HuntERR::setStopPrompt({});
     // Output that did not arrive (a full disk behind a redirection) is a failure too.
-    if (!cli::flushOutput() && status == cli::ExitDone)
+    if (!cli::flushOutput() && (status == cli::ExitDone || status == cli::ExitItemsFailed))
         status = cli::ExitError;
     return status;
 }

@@ -9,6 +9,7 @@
 #include "export/verify.h"
 
 #include <QDir>
+#include <QSet>
 #include <QFileInfo>
 
 namespace cli {
@@ -75,6 +76,63 @@ void verifyDocument(const QString &dest, const ExportRecord &r, Session *session
         printMismatch(r.path, repository.differences, repository.detail, counts);
 }
 
+// A record of the report: checked as it is read, so the report can be a pipe of any length.
+void verifyRecord(const QString &dest, const ExportRecord &r, Session *session, VerifyCounts &counts,
+                  ExportReporter &reporter)
+{
+    if (r.status == reportstatus::failed) {
+        counts.failedInExport += r.kind == ExportRecord::Kind::Document ? 1 : 0;
+        return;
+    }
+    const QString full = dest + QLatin1Char('/') + r.path;
+    if (r.kind == ExportRecord::Kind::Folder) {
+        const FileCheck folder = checkFolder(dest, r);
+        if (!folder.differences.isEmpty())
+            printMismatch(r.path, folder.differences, folder.detail, counts);
+        reporter.directoryCreated(full);
+        return;
+    }
+    const qint64 before = counts.bytes;
+    verifyDocument(dest, r, session, counts);
+    reporter.documentWritten(full, counts.bytes - before);
+}
+
+// The path and every directory above it: an entry holding a named one is named too.
+void name(QSet<QString> &named, QString path)
+{
+    while (!path.isEmpty() && !named.contains(path)) {
+        named.insert(path);
+        path.truncate(qMax(path.lastIndexOf(QLatin1Char('/')), 0));
+    }
+}
+
+struct ReportRun {
+    qint64 records = 0;
+    QSet<QString> named; // with --extra only
+    QString readError;
+};
+
+ReportRun checkRecords(ReportReader &reader, const QString &label, const QString &dest, Session *session, bool extra,
+                       VerifyCounts &counts, ExportReporter &reporter)
+{
+    ReportRun run;
+    ExportRecord r;
+    QString why;
+    for (ReportReader::Next next; (next = reader.next(&r, &why)) != ReportReader::Next::End;) {
+        if (next == ReportReader::Next::Broken) {
+            printMismatch(label, {QStringLiteral("report")}, QStringLiteral("line %1: %2").arg(reader.lineNumber()).arg(why),
+                          counts);
+            continue;
+        }
+        ++run.records;
+        verifyRecord(dest, r, session, counts, reporter);
+        if (extra && r.status != reportstatus::failed)
+            name(run.named, r.path);
+    }
+    run.readError = reader.error();
+    return run;
+}
+
 } // namespace
 
 int runVerify(const Parsed &p)
@@ -88,10 +146,9 @@ int runVerify(const Parsed &p)
         printError(printable(QStringLiteral("--dest \"%1\" is not a directory").arg(p.value(QStringLiteral("--dest")))));
         return ExitError;
     }
-    QList<ExportRecord> records;
-    QList<int> broken;
+    ReportReader reader;
     QString error;
-    if (!readReport(reportPath, &records, &broken, &error)) {
+    if (!reader.open(reportPath, &error)) {
         printError(printable(QStringLiteral("cannot read the report \"%1\": %2").arg(reportPath, error)));
         return ExitError;
     }
@@ -101,26 +158,22 @@ int runVerify(const Parsed &p)
         return ExitError;
 
     VerifyCounts counts;
-    for (const int line : std::as_const(broken))
-        printMismatch(reportPath, {QStringLiteral("report")}, QStringLiteral("line %1 is not a record").arg(line), counts);
     ExportReporter reporter(dest, progress, false);
-    for (const ExportRecord &r : std::as_const(records)) {
-        if (r.status == reportstatus::failed) {
-            counts.failedInExport += r.kind == ExportRecord::Kind::Document ? 1 : 0;
-            continue;
-        }
-        const QString full = dest + QLatin1Char('/') + r.path;
-        if (r.kind == ExportRecord::Kind::Folder) {
-            if (!QFileInfo(full).isDir() || QFileInfo(full).isSymLink())
-                printMismatch(r.path, {QStringLiteral("missing")}, QStringLiteral("no directory"), counts);
-            reporter.directoryCreated(full);
-            continue;
-        }
-        const qint64 before = counts.bytes;
-        verifyDocument(dest, r, withRepository ? &session : nullptr, counts);
-        reporter.documentWritten(full, counts.bytes - before);
-    }
+    const bool extra = p.has(QStringLiteral("--extra"));
+    ReportRun run = checkRecords(reader, reportPath, dest, withRepository ? &session : nullptr, extra, counts, reporter);
     reporter.finish();
+    if (!run.readError.isEmpty()) {
+        printError(printable(QStringLiteral("cannot read the report \"%1\": %2").arg(reportPath, run.readError)));
+        return ExitError;
+    }
+    if (run.records == 0)
+        printMismatch(reportPath, {QStringLiteral("report")}, QStringLiteral("no records: nothing was proven"), counts);
+    if (extra) {
+        // The report itself may be kept in the destination; it is not part of the export.
+        name(run.named, QDir(dest).relativeFilePath(QFileInfo(reportPath).absoluteFilePath()));
+        for (const QString &rel : unnamedEntries(dest, run.named))
+            printMismatch(rel, {QStringLiteral("extra")}, QStringLiteral("no record names it"), counts);
+    }
     QString notes;
     if (counts.withoutDigest > 0)
         notes += QStringLiteral(", %1 without a digest in the report (size and date checked only)").arg(counts.withoutDigest);

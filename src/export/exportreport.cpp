@@ -1,7 +1,10 @@
 #include "export/exportreport.h"
 
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
+
+#include <cstdio>
 
 namespace {
 
@@ -32,42 +35,153 @@ QByteArray toJsonLine(const ExportRecord &r)
     return QJsonDocument(o).toJson(QJsonDocument::Compact) + '\n';
 }
 
-bool fromJsonLine(const QByteArray &line, ExportRecord *r)
+namespace {
+
+// Ids, sizes: whole numbers a double holds exactly, as the writer puts them.
+bool wholeNumber(const QJsonValue &v, qint64 *out)
 {
+    if (!v.isDouble())
+        return false;
+    const double d = v.toDouble();
+    if (d != double(qint64(d)) || d < 0 || d > 9007199254740992.0)
+        return false;
+    *out = qint64(d);
+    return true;
+}
+
+bool isDigest(const QString &text)
+{
+    if (text.size() != 64)
+        return false;
+    for (const QChar c : text) {
+        if (!((c >= QLatin1Char('0') && c <= QLatin1Char('9')) || (c >= QLatin1Char('a') && c <= QLatin1Char('f'))))
+            return false;
+    }
+    return true;
+}
+
+bool knownStatus(const QString &status)
+{
+    for (const QString *known : {&reportstatus::written, &reportstatus::renamed, &reportstatus::fallback,
+                                 &reportstatus::skipped, &reportstatus::failed}) {
+        if (status == *known)
+            return true;
+    }
+    return false;
+}
+
+// Reads every field into r; the first field that is not as this tool writes it is named in *why.
+bool readFields(const QJsonObject &o, ExportRecord *r, QString *why)
+{
+    const auto field = [&](const char *name) { return o.value(QLatin1String(name)); };
+    const QString kind = field("kind").toString();
+    if (kind != QLatin1String("folder") && kind != QLatin1String("document"))
+        return *why = QStringLiteral("\"kind\" is neither \"folder\" nor \"document\""), false;
+    r->kind = kind == QLatin1String("folder") ? ExportRecord::Kind::Folder : ExportRecord::Kind::Document;
+    if (!wholeNumber(field("id"), &r->id))
+        return *why = QStringLiteral("\"id\" is not a whole number"), false;
+    for (const char *text : {"name", "path", "status", "message"}) {
+        if (!field(text).isString())
+            return *why = QStringLiteral("\"%1\" is not a text").arg(QLatin1String(text)), false;
+    }
+    r->name = field("name").toString();
+    r->path = field("path").toString();
+    r->status = field("status").toString();
+    r->message = field("message").toString();
+    if (!knownStatus(r->status))
+        return *why = QStringLiteral("\"status\" \"%1\" is not one this tool writes").arg(r->status.left(40)), false;
+    r->bytes = -1;
+    if (!field("bytes").isNull() && !wholeNumber(field("bytes"), &r->bytes))
+        return *why = QStringLiteral("\"bytes\" is neither null nor a whole number"), false;
+    r->sha256.clear();
+    if (!field("sha256").isNull()) {
+        r->sha256 = field("sha256").toString();
+        if (!isDigest(r->sha256))
+            return *why = QStringLiteral("\"sha256\" is neither null nor 64 hexadecimal digits"), false;
+    }
+    r->date = QDateTime();
+    if (!field("date").isNull()) {
+        r->date = QDateTime::fromString(field("date").toString(), Qt::ISODateWithMs);
+        if (!r->date.isValid())
+            return *why = QStringLiteral("\"date\" is neither null nor a date"), false;
+    }
+    return true;
+}
+
+} // namespace
+
+bool fromJsonLine(const QByteArray &line, ExportRecord *r, QString *why)
+{
+    QString reason;
+    if (!why)
+        why = &reason;
     QJsonParseError error;
     const QJsonDocument doc = QJsonDocument::fromJson(line, &error);
-    if (error.error != QJsonParseError::NoError || !doc.isObject())
+    if (error.error != QJsonParseError::NoError || !doc.isObject()) {
+        *why = QStringLiteral("not a JSON object");
         return false;
+    }
+    static const QStringList fields{QStringLiteral("kind"),   QStringLiteral("id"),     QStringLiteral("name"),
+                                    QStringLiteral("path"),   QStringLiteral("bytes"),  QStringLiteral("sha256"),
+                                    QStringLiteral("date"),   QStringLiteral("status"), QStringLiteral("message")};
     const QJsonObject o = doc.object();
-    const QString kind = o.value(QStringLiteral("kind")).toString();
-    if (kind != QLatin1String("folder") && kind != QLatin1String("document"))
-        return false;
-    if (!o.value(QStringLiteral("path")).isString() || !o.value(QStringLiteral("status")).isString())
-        return false;
-    r->kind = kind == QLatin1String("folder") ? ExportRecord::Kind::Folder : ExportRecord::Kind::Document;
-    r->id = qint64(o.value(QStringLiteral("id")).toDouble());
-    r->name = o.value(QStringLiteral("name")).toString();
-    r->path = o.value(QStringLiteral("path")).toString();
-    const QJsonValue bytes = o.value(QStringLiteral("bytes"));
-    r->bytes = bytes.isDouble() ? qint64(bytes.toDouble()) : -1;
-    r->sha256 = o.value(QStringLiteral("sha256")).toString();
-    const QJsonValue date = o.value(QStringLiteral("date"));
-    r->date = date.isString() ? QDateTime::fromString(date.toString(), Qt::ISODateWithMs) : QDateTime();
-    r->status = o.value(QStringLiteral("status")).toString();
-    r->message = o.value(QStringLiteral("message")).toString();
-    return true;
+    for (const QString &f : fields) {
+        if (!o.contains(f)) {
+            *why = QStringLiteral("no \"%1\"").arg(f);
+            return false;
+        }
+    }
+    return readFields(o, r, why);
+}
+
+bool ReportReader::open(const QString &path, QString *error)
+{
+    // Reads of a pipe block for data and return nothing only at its end, which is what tells a
+    // process substitution's end; atEnd() would say "at end" before the first byte came.
+    // Standard input by its descriptor: the C stream's line reading stops at a NUL byte.
+    const bool ok = path == QLatin1String("-") ? m_file.open(fileno(stdin), QIODevice::ReadOnly)
+                                                : (m_file.setFileName(path), m_file.open(QIODevice::ReadOnly));
+    if (!ok)
+        *error = m_file.errorString();
+    return ok;
+}
+
+ReportReader::Next ReportReader::next(ExportRecord *r, QString *why)
+{
+    for (;;) {
+        if (!m_file.isOpen())
+            return Next::End;
+        const QByteArray line = m_file.readLine(kMaxLine + 2);
+        if (line.isEmpty()) {
+            if (m_file.error() != QFileDevice::NoError)
+                m_error = m_file.errorString();
+            return Next::End;
+        }
+        ++m_line;
+        if (!line.endsWith('\n') && line.size() > kMaxLine) {
+            // No report this tool writes has such a line; what follows it (a device of zeros, a
+            // file of another kind) is not read, so the check ends in bounded time and memory.
+            m_file.close();
+            *why = QStringLiteral("longer than %1 bytes: the rest of the report was not read").arg(kMaxLine);
+            return Next::Broken;
+        }
+        if (line.trimmed().isEmpty())
+            continue;
+        return fromJsonLine(line, r, why) ? Next::Record : Next::Broken;
+    }
 }
 
 bool ReportFile::open(const QString &path, bool carryOver, QString *error)
 {
     m_earlier.clear();
     if (carryOver) {
-        QList<ExportRecord> earlier;
-        QList<int> broken;
+        ReportReader earlier;
         QString ignored;
-        if (QFile::exists(path) && readReport(path, &earlier, &broken, &ignored)) {
-            for (const ExportRecord &r : std::as_const(earlier)) {
-                if (r.kind == ExportRecord::Kind::Document && !r.sha256.isEmpty())
+        ExportRecord r;
+        if (QFileInfo(path).isFile() && earlier.open(path, &ignored)) {
+            ReportReader::Next next;
+            while ((next = earlier.next(&r, &ignored)) != ReportReader::Next::End) {
+                if (next == ReportReader::Next::Record && r.kind == ExportRecord::Kind::Document && !r.sha256.isEmpty())
                     m_earlier.insert(r.path, r);
             }
         }
@@ -93,26 +207,4 @@ void ReportFile::record(const ExportRecord &r)
     const QByteArray line = toJsonLine(out);
     if (m_file.write(line) != line.size())
         m_ok = false;
-}
-
-bool readReport(const QString &path, QList<ExportRecord> *records, QList<int> *broken, QString *error)
-{
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly)) {
-        *error = f.errorString();
-        return false;
-    }
-    int number = 0;
-    while (!f.atEnd()) {
-        const QByteArray line = f.readLine();
-        ++number;
-        if (line.trimmed().isEmpty())
-            continue;
-        ExportRecord r;
-        if (fromJsonLine(line, &r))
-            records->append(r);
-        else
-            broken->append(number);
-    }
-    return true;
 }

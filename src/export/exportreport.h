@@ -49,8 +49,29 @@ public:
 };
 
 QByteArray toJsonLine(const ExportRecord &r);
-// false when the line is not a record.
-bool fromJsonLine(const QByteArray &line, ExportRecord *r);
+// false when the line is not a record: not JSON, a field missing or of the wrong type, a kind or
+// status this tool never writes. *why says which, when given.
+bool fromJsonLine(const QByteArray &line, ExportRecord *r, QString *why = nullptr);
+
+// A report read a line at a time, from a file, a pipe or standard input ("-"), in bounded memory:
+// a line longer than kMaxLine is counted as broken and ends the reading.
+class ReportReader {
+public:
+    static constexpr qint64 kMaxLine = 1 << 20;
+    enum class Next { Record, Broken, End };
+
+    bool open(const QString &path, QString *error);
+    // The next non-blank line: a record, or a broken line with why it is not one; End when the
+    // input is over (error() tells whether it ended on a read error).
+    Next next(ExportRecord *r, QString *why);
+    int lineNumber() const { return m_line; }
+    QString error() const { return m_error; }
+
+private:
+    QFile m_file;
+    int m_line = 0;
+    QString m_error;
+};
 
 // The report file. A record is on disk (flushed) before the next item starts.
 class ReportFile final : public ExportRecords {
@@ -69,5 +90,3 @@ private:
     QHash<QString, ExportRecord> m_earlier; // documents by path
 };
 
-// Every record of a report; broken receives the numbers of lines that are not records.
-bool readReport(const QString &path, QList<ExportRecord> *records, QList<int> *broken, QString *error);

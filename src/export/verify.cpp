@@ -7,6 +7,7 @@
 
 #include "export/sha256.h"
 #include <QFile>
+#include <QDirIterator>
 #include <QFileInfo>
 
 #include <vector>
@@ -15,17 +16,25 @@ namespace {
 
 constexpr qint64 kChunk = 1 << 20;
 
+} // namespace
+
 bool staysInside(const QString &rel)
 {
-    if (rel.isEmpty() || rel.startsWith(QLatin1Char('/')) || rel.contains(QLatin1Char('\\'))
-        || (rel.size() > 1 && rel.at(1) == QLatin1Char(':')))
+    if (rel.isEmpty() || rel.startsWith(QLatin1Char('/')))
         return false;
+#ifdef Q_OS_WIN
+    // Elsewhere a backslash is a character of a name (a stored extension may hold one).
+    if (rel.contains(QLatin1Char('\\')) || (rel.size() > 1 && rel.at(1) == QLatin1Char(':')))
+        return false;
+#endif
     for (const QString &name : rel.split(QLatin1Char('/'))) {
         if (name.isEmpty() || name == QLatin1String(".") || name == QLatin1String(".."))
             return false;
     }
     return true;
 }
+
+namespace {
 
 // The time the export gives a file (the creation time on Windows, the modification time elsewhere).
 QDateTime exportTime(const QFileInfo &info)
@@ -101,6 +110,34 @@ FileCheck checkFile(const QString &destination, const ExportRecord &record)
     }
     check.detail = details.join(QStringLiteral("; "));
     return check;
+}
+
+FileCheck checkFolder(const QString &destination, const ExportRecord &record)
+{
+    FileCheck check;
+    if (!staysInside(record.path) || throughLink(destination, record.path)) {
+        check.differences << QStringLiteral("missing");
+        check.detail = QStringLiteral("the path does not name a directory inside the destination");
+    } else if (!QFileInfo(destination + QLatin1Char('/') + record.path).isDir()) {
+        check.differences << QStringLiteral("missing");
+        check.detail = QStringLiteral("no directory");
+    }
+    return check;
+}
+
+QStringList unnamedEntries(const QString &destination, const QSet<QString> &named)
+{
+    QStringList extra;
+    QDirIterator it(destination, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
+                    QDirIterator::Subdirectories);
+    const qsizetype skip = destination.size() + 1;
+    while (it.hasNext()) {
+        const QString rel = it.next().mid(skip);
+        if (!named.contains(rel))
+            extra << rel;
+    }
+    extra.sort();
+    return extra;
 }
 
 FileCheck checkRepository(repo::Connection &cn, bool archive, const QString &archiveDb, const ExportRecord &record,

@@ -257,6 +257,49 @@ private slots:
         QVERIFY2(r.err.contains(QStringLiteral(": 1 mismatches")), qPrintable(r.err));
     }
 
+    // The report is trusted for nothing: read as a stream (standard input here), and every way
+    // it can be unsound is a mismatch, never a silent pass; --extra names what no record names.
+    void verifyTrustsNothingInTheReport()
+    {
+        const auto [dest, report] = exportWithReport();
+        QFile f(report);
+        QVERIFY(f.open(QIODevice::ReadOnly));
+        const QByteArray good = f.readAll();
+        const qsizetype doc = good.lastIndexOf('\n', good.indexOf("\"kind\":\"document\"")) + 1;
+        QVERIFY(doc > 0);
+        const QByteArray line = good.mid(doc, good.indexOf('\n', doc) - doc);
+        const auto edited = [&](const QByteArray &from, const QByteArray &to) {
+            QByteArray bad = line;
+            bad.replace(bad.indexOf(from), from.size(), to);
+            return QByteArray(good).replace(line, bad);
+        };
+        const QByteArray bytesField = line.mid(line.indexOf("\"bytes\":"), line.indexOf(',') - line.indexOf("\"bytes\":"));
+        const QByteArray outside = "{\"bytes\":null,\"date\":null,\"id\":7,\"kind\":\"folder\",\"message\":\"\",\"name\":\"x\","
+                                   "\"path\":\"../../../..\",\"sha256\":null,\"status\":\"written\"}\n";
+        struct Case { const char *name; QByteArray report; QString fragment; };
+        const Case cases[] = {
+            {"intact", good, QString()},
+            {"empty", QByteArray(), QStringLiteral("report  (no records")},
+            {"bytes as text", edited(bytesField, "\"bytes\":\"6\""), QStringLiteral("\"bytes\" is neither")},
+            {"negative bytes", edited(bytesField, "\"bytes\":-5"), QStringLiteral("\"bytes\" is neither")},
+            {"fraction", edited(bytesField, "\"bytes\":6.7"), QStringLiteral("\"bytes\" is neither")},
+            {"huge", edited(bytesField, "\"bytes\":1e30"), QStringLiteral("\"bytes\" is neither")},
+            {"garbage date", edited("\"date\":\"", "\"date\":\"garbage"), QStringLiteral("\"date\" is neither")},
+            {"bogus status", edited("\"status\":\"", "\"status\":\"bogus"), QStringLiteral("is not one this tool writes")},
+            {"folder outside", good + outside, QStringLiteral("../../../..  missing")},
+            {"long line", good + QByteArray(1100000, 'x') + "\n" + good, QStringLiteral("longer than 1048576 bytes")},
+        };
+        for (const Case &c : cases) {
+            const Result r = m_cli.run(verifyArgs(QStringLiteral("-"), dest), c.report);
+            QVERIFY2(r.exitCode == (c.fragment.isEmpty() ? 0 : 1), c.name);
+            QVERIFY2(r.out.contains(c.fragment), qPrintable(QString::fromLatin1(c.name) + QLatin1String(": ") + r.out));
+        }
+        QVERIFY(QFile(dest + QStringLiteral("/Docs/stray.txt")).open(QIODevice::WriteOnly));
+        const Result extra = run(verifyArgs(report, dest) << QStringLiteral("--extra"));
+        QCOMPARE(extra.exitCode, 1);
+        QCOMPARE(extra.out, QStringLiteral("mismatch  Docs/stray.txt  extra  (no record names it)\n"));
+    }
+
     // Against the repository: an intact export matches; a document changed in the repository
     // after the export is named as such; usage and sign-in problems end with status 2.
     void verifyAgainstTheRepository()
