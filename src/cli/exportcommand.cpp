@@ -12,6 +12,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QStandardPaths>
 
 #include <vector>
 
@@ -164,6 +165,17 @@ struct ExportRequest {
     OutputFolders output;
 };
 
+// The log of some run (named by the minute) in the log folder: the run would append its lines
+// to the report, or the report would replace an earlier run's log.
+bool isLogFileName(const QString &report, const QString &logFolder)
+{
+    const QFileInfo file(report);
+    const QString folder = logFolder.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation)
+                                               : logFolder;
+    return QFileInfo(file.absolutePath()) == QFileInfo(folder)
+        && file.fileName().startsWith(QLatin1String("zarnivo Parcelwise Log ")) && file.fileName().endsWith(QLatin1String(".txt"));
+}
+
 int readRequest(const Parsed &p, ExportRequest *request)
 {
     request->folders = p.values.value(QStringLiteral("--folder"));
@@ -202,6 +214,11 @@ int readRequest(const Parsed &p, ExportRequest *request)
         return usageError(QStringLiteral("--report needs a file name"), p.command);
     if (p.has(QStringLiteral("--report")) && request->dryRun)
         return usageError(QStringLiteral("--report and --dry-run cannot be combined: a dry run writes nothing"), p.command);
+    if (!request->report.isEmpty() && isLogFileName(request->report, request->output.log.path)) {
+        printError(printable(QStringLiteral("--report \"%1\" would be the export log's file: name another file")
+                                 .arg(request->report)));
+        return ExitError;
+    }
     if (!request->dryRun && !logFolderTakesLines(request->output.log.path, &problem)) {
         printError(printable(problem));
         return ExitError;
@@ -222,28 +239,39 @@ int runExport(const Parsed &p)
     if (!signInTo(p, session) || !tickFolders(session, request.all, request.folders))
         return ExitError;
 
+    const QString destination = request.output.dest.path;
+    session.signIn.DestinationPath = destination;
+    Exporter exporter(session.signIn, session.procs);
+    ExportOptions options;
+    options.dryRun = request.dryRun;
+    options.update = request.update;
+    options.logFolder = request.output.log.path;
+    options.jobs = request.jobs;
+    if (!request.report.isEmpty())
+        options.reliedOn << request.report;
+    // Refused before anything is written: no folder made, no report emptied.
+    if (const QString refused = exporter.refusal(options); !refused.isEmpty()) {
+        printError(printable(refused));
+        return ExitError;
+    }
     // Created only now: a refused run leaves nothing behind, and a dry run writes nothing.
     QString problem;
     if (!request.dryRun && !createOutputFolders(request.output, &problem)) {
         printError(problem);
         return ExitError;
     }
-    const QString destination = request.output.dest.path;
-    session.signIn.DestinationPath = destination;
-    Exporter exporter(session.signIn, session.procs);
+    if (const QString held = request.dryRun ? QString() : exporter.lockDestination(); !held.isEmpty()) {
+        printError(printable(held));
+        return ExitError;
+    }
     ExportReporter reporter(destination, request.progress, request.dryRun);
     ReportFile report;
     if (!request.report.isEmpty() && !report.open(request.report, request.update, &problem)) {
         printError(printable(QStringLiteral("cannot write the report \"%1\": %2").arg(request.report, problem)));
         return ExitError;
     }
-    ExportOptions options;
-    options.dryRun = request.dryRun;
-    options.update = request.update;
     options.records = request.report.isEmpty() ? nullptr : &report;
-    options.logFolder = request.output.log.path;
     options.observer = &reporter;
-    options.jobs = request.jobs;
     // A dry run's listing starts with the directories the real run would create for --dest.
     if (request.dryRun)
         options.madeDirectories = directoriesToMake(request.output.dest);

@@ -8,6 +8,7 @@
 
 #include "errors/hunterr.h"
 #include "export/exportdisk.h"
+#include "export/runguards.h"
 #include "repository/statements.h"
 
 #include <algorithm>
@@ -58,6 +59,16 @@ ExportResult Exporter::run(const ExportOptions &options)
     // Without a destination every target would hang off the file system's root.
     if (m_signIn.DestinationPath.isEmpty())
         HuntERR::raise(HuntERR::ERR_PATH_NOT_FOUND, QStringLiteral("Path not found: no destination folder was chosen"));
+    if (const QString refused = refusal(options); !refused.isEmpty())
+        HuntERR::raise(HuntERR::ERR_PATH_FILE_ACCESS, refused);
+    if (!options.dryRun && !m_lock) {
+        if (const QString held = lockDestination(); !held.isEmpty())
+            HuntERR::raise(HuntERR::ERR_PATH_FILE_ACCESS, held);
+    }
+    // The lock goes however the run ends.
+    const std::unique_ptr<DestinationLock> lock = std::move(m_lock);
+    if (options.records)
+        options.records->begin();
     m_options = options;
     m_result = ExportResult{};
     m_walked.clear();

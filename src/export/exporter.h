@@ -19,6 +19,7 @@
 #include <functional>
 #include <memory>
 
+class DestinationLock;
 class ExportDisk;
 
 // The user's documents folder, without a trailing separator; "" when the platform has none.
@@ -69,6 +70,8 @@ struct ExportOptions {
     // file is there with its size and date is left as it is.
     bool update = false;
     ExportRecords *records = nullptr; // one record per folder and document, as the run goes
+    // Files the caller relies on (its report): the run refuses to write where they lie.
+    QStringList reliedOn;
 };
 
 // What a run did. failures counts every item that could not be written (in a dry run: would
@@ -95,6 +98,13 @@ public:
     // through the form when anything was logged. In a dry run nothing is written, not even the
     // log or its folder.
     ExportResult run(const ExportOptions &options = {});
+    // Before anything is written: "" when the run may go ahead, otherwise why not, naming the
+    // directory it would write into and what it relies on there (the embedded server it reads,
+    // the report, the log, the program). run() refuses (raises) for the same reason.
+    QString refusal(const ExportOptions &options) const;
+    // One run per destination: "" when this exporter now holds the destination's lock (until
+    // run() ends), otherwise why not, naming the holder. run() takes it when the caller did not.
+    QString lockDestination();
 
     void CopyCheckedFolders();
     void MakeDir(const QString &strPath);
@@ -166,6 +176,7 @@ private:
     void logFailure(const QString &source, qint64 id, const QString &name, const QString &location, quint8 type);
     QString logFolder() const;
     ExportDisk &disk();
+    std::unique_ptr<DestinationLock> m_lock;
     std::unique_ptr<ExportDisk> m_disk;
     std::unique_ptr<DocumentQueue> m_documents;
     bool m_retiring = false; // taking a document's outcome back: its log lines are in order already

@@ -187,11 +187,21 @@ bool ReportFile::open(const QString &path, bool carryOver, QString *error)
         }
     }
     m_file.setFileName(path);
-    if (!m_file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered)) {
+    // A file is emptied by begin(), not here; a pipe or a device (/dev/stdout) is only written.
+    const QFileInfo info(path);
+    const QIODevice::OpenMode mode = !info.exists() || info.isFile() ? QIODevice::ReadWrite : QIODevice::WriteOnly;
+    if (!m_file.open(mode | QIODevice::Unbuffered)) {
         *error = m_file.errorString();
         return false;
     }
     return true;
+}
+
+void ReportFile::begin()
+{
+    // A pipe or a device has nothing to empty.
+    if (!m_file.isSequential() && !m_file.resize(0))
+        m_ok = false;
 }
 
 void ReportFile::record(const ExportRecord &r)

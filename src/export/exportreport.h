@@ -45,6 +45,8 @@ inline const QString failed = QStringLiteral("failed");
 class ExportRecords {
 public:
     virtual ~ExportRecords() = default;
+    // The run goes ahead: nothing was written before this.
+    virtual void begin() {}
     virtual void record(const ExportRecord &r) = 0;
 };
 
@@ -76,9 +78,11 @@ private:
 // The report file. A record is on disk (flushed) before the next item starts.
 class ReportFile final : public ExportRecords {
 public:
-    // Empties or creates the file. With carryOver, the digests of an earlier report in the same
-    // file are kept for documents an update leaves as they were (same path, size and date).
+    // Opens or creates the file, and empties it only when the run begins (a refused run leaves an
+    // earlier report as it was). With carryOver, the digests of an earlier report in the same file
+    // are kept for documents an update leaves as they were (same path, size and date).
     bool open(const QString &path, bool carryOver, QString *error);
+    void begin() override;
     void record(const ExportRecord &r) override;
     // False once a record could not be written completely.
     bool ok() const { return m_ok; }

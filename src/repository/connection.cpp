@@ -61,6 +61,7 @@ void traceStatement(const QString &sql)
 struct Connection::Impl {
     std::unique_ptr<Backend> backend;
     bool embedded = false;
+    QString folder; // the embedded server's, absolute
     QStringList errors; // messages of the last failure (ADO's Errors collection)
 };
 
@@ -81,6 +82,11 @@ bool Connection::isEmbedded() const
     return d->embedded;
 }
 
+QString Connection::embeddedFolder() const
+{
+    return d->embedded ? d->folder : QString();
+}
+
 void Connection::open(const QString &connectionText)
 {
     if (d->backend)
@@ -94,8 +100,9 @@ void Connection::open(const QString &connectionText)
     const QString source = cs.dataSource.trimmed();
     const QFileInfo server(source);
     d->embedded = !source.isEmpty() && server.isDir();
+    d->folder = server.absoluteFilePath();
     if (d->embedded) {
-        d->backend = openEmbeddedServer(cs, server.absoluteFilePath(), d->errors);
+        d->backend = openEmbeddedServer(cs, d->folder, d->errors);
     } else if (looksLikeFolderPath(source)) {
         d->errors = {QStringLiteral("SQL Server does not exist or access denied.")};
         HuntERR::raise(ERR_UNREACHABLE, d->errors.first(), kProvider);

@@ -54,6 +54,8 @@ public:
     // meanwhile ends it, and it then raises when read).
     StreamedRow executeStreamed(const QString &sql);
     bool isEmbedded() const;
+    // The embedded server's folder, absolute; "" for SQL Server (and before the first open).
+    QString embeddedFolder() const;
 
     QString typeName() const override { return QStringLiteral("Connection"); }
     QStringList errorDescriptions() const override;

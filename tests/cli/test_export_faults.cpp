@@ -290,6 +290,73 @@ private slots:
                  qPrintable(longPath.err.left(300)));
     }
 
+    // What the run relies on is never in its way: an embedded server folder inside a directory the
+    // run would replace (with or without --update), a report inside one, a report named like the
+    // log. Each is refused before anything is written, and nothing changes.
+    void whatTheRunReliesOnIsRefused()
+    {
+        const QString top = fresh(QStringLiteral("relied"));
+        const QString dest = top + QStringLiteral("/dest");
+        const QString server = dest + QStringLiteral("/Docs");
+        QVERIFY(copyFolder(m_fx.demo, server));
+        QVERIFY(writeFile(dest + QStringLiteral("/Contracts/mine.txt"), "mine"));
+        const QString logs = top + QStringLiteral("/logs");
+        QVERIFY(QDir().mkpath(logs));
+        const QMap<QString, QByteArray> before = picture(top);
+        const auto args = [&](const QString &folder) {
+            return QStringList{QStringLiteral("export"), QStringLiteral("--server"), server, QStringLiteral("--user"),
+                               QStringLiteral("demo"), QStringLiteral("--database"), QStringLiteral("Acme"),
+                               QStringLiteral("--folder"), folder, QStringLiteral("--dest"), dest,
+                               QStringLiteral("--log-dir"), logs};
+        };
+        const QString logName = logs + exportLogNameFor(QDateTime::currentDateTime());
+        const struct {
+            QStringList args;
+            QString named;
+        } cases[] = {
+            {args(QStringLiteral("Docs")), server},
+            {args(QStringLiteral("Docs")) << QStringLiteral("--update"), server},
+            {args(QStringLiteral("Docs")) << QStringLiteral("--dry-run"), server},
+            {args(QStringLiteral("Contracts")) << QStringLiteral("--report") << dest + QStringLiteral("/Contracts/r.jsonl"),
+             dest + QStringLiteral("/Contracts/r.jsonl")},
+            {args(QStringLiteral("Contracts")) << QStringLiteral("--report") << logName, logName},
+        };
+        for (const auto &c : cases) {
+            const Result r = run(c.args);
+            QVERIFY2(r.exitCode == 2 && r.err.contains(QDir::toNativeSeparators(c.named)), qPrintable(r.err));
+            QCOMPARE(picture(top), before);
+        }
+    }
+
+#ifdef Q_OS_UNIX
+    // One run per destination: a second run while the first holds the destination (its report is
+    // a pipe nobody reads yet) is refused, even with --update, and the first still ends whole.
+    void secondRunIntoOneDestinationIsRefused()
+    {
+        const QString top = fresh(QStringLiteral("twice"));
+        const QString dest = top + QStringLiteral("/dest"), fifo = top + QStringLiteral("/report");
+        QCOMPARE(QProcess::execute(QStringLiteral("mkfifo"), {fifo}), 0);
+        const QStringList first = demoArgs(QStringLiteral("export"), m_fx.demo, QStringLiteral("Acme"))
+            << QStringLiteral("--all") << QStringLiteral("--dest") << dest << QStringLiteral("--log-dir") << top;
+        QProcess a;
+        a.setProgram(qEnvironmentVariable("PARCELWISE_EXE"));
+        a.setArguments(QStringList(first) << QStringLiteral("--report") << fifo);
+        a.start();
+        QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(dest + QStringLiteral("/.parcelwise.lock")), 20000);
+        const Result b = run(QStringList(first) << QStringLiteral("--update"));
+        QVERIFY2(b.exitCode == 2 && b.err.contains(QString::number(a.processId())), qPrintable(b.err));
+        QFile reader(fifo);
+        QVERIFY(reader.open(QIODevice::ReadOnly));
+        const QByteArray report = reader.readAll();
+        QVERIFY(a.waitForFinished(60000));
+        QCOMPARE(a.exitCode(), 0);
+        QVERIFY(writeFile(top + QStringLiteral("/r.jsonl"), report));
+        const Result proof = run({QStringLiteral("verify"), QStringLiteral("--report"), top + QStringLiteral("/r.jsonl"),
+                                  QStringLiteral("--dest"), dest, QStringLiteral("--extra")});
+        QVERIFY2(proof.exitCode == 0, qPrintable(proof.out + proof.err));
+    }
+#endif
+
     void walDatabaseInReadOnlyFolder_data()
     {
         QTest::addColumn<QString>("driver");

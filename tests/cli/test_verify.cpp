@@ -382,7 +382,7 @@ private slots:
         QVERIFY(!leftovers.isEmpty());
         QStringList before;
         for (const QString &file : filesBelow(dest)) {
-            if (leftovers.contains(file))
+            if (leftovers.contains(file) || file == QLatin1String(".parcelwise.lock")) // the killed run's
                 continue;
             QVERIFY2(freshRecords.contains(file), qPrintable(file));
             QCOMPARE(sha256Of(dest + QLatin1Char('/') + file), sha256Of(fresh + QLatin1Char('/') + file));

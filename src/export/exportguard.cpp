@@ -1,0 +1,44 @@
+// The run's guards, before anything is written: what it relies on lies in no directory it writes
+// into, and no other run writes into its destination.
+
+#include "export/exporter.h"
+
+#include "errors/hunterr.h"
+#include "export/runguards.h"
+
+#include <QCoreApplication>
+#include <QStandardPaths>
+
+QString Exporter::refusal(const ExportOptions &options) const
+{
+    QList<TopDirectory> tops;
+    FolderTree &tree = m_tree.tree();
+    for (int i = 1; i <= tree.count(); ++i) {
+        const FolderTree::Node *node = tree.node(i);
+        const qint64 id = qint64(folderIdOfKey(node->key));
+        const FolderTree::Node *up = node->parent;
+        // Only a ticked folder with no ticked folder above it opens a directory of its own at
+        // the top; everything the run writes lies inside one of those.
+        if (!node->checked || id == 1 || (up && up->checked && folderIdOfKey(up->key) != 1))
+            continue;
+        QString tag = node->tag;
+        tops.append({RemoveSpChr(tag), id});
+    }
+    QStringList reliedOn = options.reliedOn;
+    const QString folder = options.logFolder.isEmpty()
+                               ? QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation)
+                               : options.logFolder;
+    reliedOn << folder << QCoreApplication::applicationFilePath();
+    reliedOn << embeddedServerFiles(m_signIn.cnDb().embeddedFolder());
+    return reliedOnInside(m_signIn.DestinationPath, tops, reliedOn);
+}
+
+QString Exporter::lockDestination()
+{
+    auto lock = std::make_unique<DestinationLock>();
+    QString error;
+    if (!lock->lock(m_signIn.DestinationPath, &error))
+        return error;
+    m_lock = std::move(lock);
+    return {};
+}
