@@ -1,11 +1,14 @@
 #!/usr/bin/env bash
-# Installs what is missing from Debian's packages, then configures and builds into build/.
+# Installs what is missing from Debian's packages, then configures and builds into build/:
+# everything, or only the targets given as arguments (scripts/setup.sh parcelwise).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 packages=(cmake g++ make pkg-config qt6-base-dev qt6-qpa-plugins libqt6sql6-odbc libqt6sql6-sqlite
           unixodbc unixodbc-dev odbcinst tdsodbc libsqliteodbc sqlite3 libsqlite3-dev libgl1-mesa-dev
           xvfb xauth fonts-dejavu-core dpkg-dev file libssl-dev)
+# The package test runs lintian on the package; a build of given targets (the demo) does without.
+(($#)) || packages+=(lintian)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
@@ -32,4 +35,6 @@ register_driver FreeTDS libtdsodbc.so
 register_driver SQLite3 libsqlite3odbc.so
 
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build build -j"$(nproc)"
+targets=()
+for t in "$@"; do targets+=(--target "$t"); done
+cmake --build build -j"$(nproc)" ${targets[@]+"${targets[@]}"}

@@ -33,7 +33,8 @@ int runDemo(const Parsed &p)
     }
     writeOut(QStringLiteral("Demo repository written to %1\n"
                             "Sign in with --server %2 --user demo (empty password), for example:\n"
-                            "  parcelwise databases --server %2 --user demo\n")
+                            "  parcelwise databases --server %2 --user demo\n"
+                            "In the window (parcelwise --server %2) the tool password is brimex.\n")
                  .arg(absoluteNative(dir), QDir::toNativeSeparators(dir)));
     return ExitDone;
 }

@@ -1,6 +1,6 @@
 // What a user installs: the manual page and the bash completion against the command line's own
-// grammar, and the Debian package that CPack builds from this tree (its name, its dependencies
-// and every file it installs).
+// grammar, and the Debian package that CPack builds from this tree (its name, its dependencies,
+// every file it installs, and lintian's verdict on it).
 
 #include "cli/arguments.h"
 
@@ -65,6 +65,7 @@ class TestPackage : public QObject {
     Q_OBJECT
 
     QTemporaryDir m_tmp;
+    QString m_deb; // the package debianPackage built
 
     // What the completion offers for the words typed so far; the last word is the one being completed.
     QStringList complete(const QStringList &words, const QMap<QString, QString> &env = {})
@@ -175,6 +176,7 @@ private slots:
         const QString arch = QString::fromUtf8(run(QStringLiteral("dpkg"), {QStringLiteral("--print-architecture")}).out).trimmed();
         const QString deb = QDir(out).filePath(QStringLiteral("parcelwise_6.0.0_%1.deb").arg(arch));
         QVERIFY2(QFileInfo::exists(deb), qPrintable(QDir(out).entryList().join(QLatin1Char(' '))));
+        m_deb = deb;
 
         const Run fields = run(dpkgDeb, {QStringLiteral("-f"), deb, QStringLiteral("Package"), QStringLiteral("Version"),
                                          QStringLiteral("Architecture"), QStringLiteral("Depends")});
@@ -202,6 +204,10 @@ private slots:
         QCOMPARE(files, QStringList({QStringLiteral("usr/bin/parcelwise"),
                                      QStringLiteral("usr/share/applications/parcelwise.desktop"),
                                      QStringLiteral("usr/share/bash-completion/completions/parcelwise"),
+                                     QStringLiteral("usr/share/doc/parcelwise/README.md"),
+                                     QStringLiteral("usr/share/doc/parcelwise/changelog.gz"),
+                                     QStringLiteral("usr/share/doc/parcelwise/copyright"),
+                                     QStringLiteral("usr/share/doc/parcelwise/docs/sqlserver.md"),
                                      QStringLiteral("usr/share/icons/hicolor/scalable/apps/parcelwise.svg"),
                                      QStringLiteral("usr/share/man/man1/parcelwise.1.gz")}));
 
@@ -213,6 +219,22 @@ private slots:
         QCOMPARE(page.out, readAll(sourceFile("docs/parcelwise.1")));
         const Run version = run(QDir(unpacked).filePath(QStringLiteral("usr/bin/parcelwise")), {QStringLiteral("--version")});
         QCOMPARE(version.out, QByteArray("parcelwise 6.0.0\n"));
+    }
+
+    // Debian's own checks of the package (licence, changelog, description, hardening): not one
+    // error or warning.
+    void lintianFindsNothing()
+    {
+        const QString lintian = QStandardPaths::findExecutable(QStringLiteral("lintian"));
+        if (lintian.isEmpty() || m_deb.isEmpty())
+            QSKIP("lintian is not installed, or no package was built");
+        const Run checked = run(lintian, {QStringLiteral("--tag-display-limit"), QStringLiteral("0"), m_deb});
+        QStringList found;
+        for (const QString &line : QString::fromUtf8(checked.out).split(QLatin1Char('\n')))
+            if (line.startsWith(QLatin1String("E: ")) || line.startsWith(QLatin1String("W: ")))
+                found << line;
+        QVERIFY2(checked.exitCode >= 0, checked.err);
+        QVERIFY2(found.isEmpty(), qPrintable(found.join(QLatin1Char('\n'))));
     }
 };
 
