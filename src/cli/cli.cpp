@@ -85,8 +85,6 @@ int dispatch(const QStringList &args)
 
 } // namespace
 
-} // namespace cli
-
 bool isCommandLine(int argc, char **argv)
 {
     QStringList args;
@@ -126,3 +124,5 @@ int runCommandLine(int argc, char **argv)
         status = cli::ExitError;
     return status;
 }
+
+} // namespace cli
