@@ -15,6 +15,12 @@
 
 #include <vector>
 
+using tree::FolderTree;
+using exporting::ExportOptions;
+using exporting::ExportResult;
+using exporting::Exporter;
+using exporting::ReportFile;
+
 namespace cli {
 
 namespace {

@@ -11,6 +11,14 @@
 #include <QDir>
 #include <QFileInfo>
 
+using tree::SessionState;
+using exporting::ExportRecord;
+using exporting::FileCheck;
+using exporting::checkFile;
+using exporting::checkRepository;
+using exporting::readReport;
+namespace reportstatus = exporting::reportstatus;
+
 namespace cli {
 
 namespace {

@@ -3,6 +3,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+namespace exporting {
+
 namespace {
 
 QString kindText(ExportRecord::Kind kind)
@@ -116,3 +118,5 @@ bool readReport(const QString &path, QList<ExportRecord> *records, QList<int> *b
     }
     return true;
 }
+
+} // namespace exporting

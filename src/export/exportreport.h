@@ -9,6 +9,8 @@
 #include <QList>
 #include <QString>
 
+namespace exporting {
+
 struct ExportRecord {
     enum class Kind { Folder, Document };
     Kind kind = Kind::Document;
@@ -71,3 +73,5 @@ private:
 
 // Every record of a report; broken receives the numbers of lines that are not records.
 bool readReport(const QString &path, QList<ExportRecord> *records, QList<int> *broken, QString *error);
+
+} // namespace exporting

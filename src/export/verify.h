@@ -11,6 +11,8 @@ namespace repo {
 class Connection;
 }
 
+namespace exporting {
+
 struct FileCheck {
     QStringList differences; // "missing", "size", "content", "date"; empty when the file matches
     QString detail;          // what was expected and found, in words
@@ -28,3 +30,5 @@ FileCheck checkFile(const QString &destination, const ExportRecord &record);
 // Raises HuntERR::Error when a statement fails.
 FileCheck checkRepository(repo::Connection &cn, bool archive, const QString &archiveDb, const ExportRecord &record,
                           const FileCheck &file);
+
+} // namespace exporting
