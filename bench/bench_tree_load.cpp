@@ -25,6 +25,10 @@
 #include <algorithm>
 #include <vector>
 
+using tree::FolderTree;
+using session::HeadlessSession;
+using session::PlainFormPort;
+
 namespace {
 
 QTextStream &out()

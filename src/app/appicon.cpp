@@ -4,6 +4,8 @@
 #include <QPainterPath>
 #include <QPixmap>
 
+namespace app {
+
 namespace AppIcon {
 
 namespace {
@@ -54,3 +56,5 @@ QIcon icon()
 }
 
 } // namespace AppIcon
+
+} // namespace app

@@ -4,6 +4,10 @@
 
 #include <QIcon>
 
+namespace app {
+
 namespace AppIcon {
 QIcon icon();
 } // namespace AppIcon
+
+} // namespace app

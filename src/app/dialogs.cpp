@@ -8,6 +8,8 @@
 #include <QUrl>
 #include <QWidget>
 
+namespace app {
+
 namespace Dialogs {
 
 namespace {
@@ -245,3 +247,5 @@ void clearRecords()
 }
 
 } // namespace Dialogs
+
+} // namespace app

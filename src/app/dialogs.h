@@ -13,6 +13,9 @@
 #include <optional>
 
 class QWidget;
+
+namespace app {
+
 class frmFileDialog;
 
 namespace Dialogs {
@@ -90,3 +93,5 @@ QStringList openedLogs();
 void clearRecords();
 
 } // namespace Dialogs
+
+} // namespace app

@@ -13,6 +13,8 @@
 
 #include <functional>
 
+namespace app {
+
 namespace ErrorWindows {
 
 namespace {
@@ -150,3 +152,5 @@ Frame buildFrame(QDialog *dialog, const QString &textName, int buttonSpacing)
 }
 
 } // namespace ErrorWindows
+
+} // namespace app

@@ -16,6 +16,8 @@ class QLabel;
 class QToolButton;
 class QWidget;
 
+namespace app {
+
 namespace ErrorWindows {
 
 QIcon copyPicture();  // two sheets of paper, one over the other
@@ -39,3 +41,5 @@ struct Frame {
 Frame buildFrame(QDialog *dialog, const QString &textName, int buttonSpacing = -1);
 
 } // namespace ErrorWindows
+
+} // namespace app

@@ -14,6 +14,8 @@
 #include <QPointer>
 #include <QToolButton>
 
+namespace app {
+
 namespace ErrorWindows {
 
 namespace {
@@ -228,3 +230,5 @@ void installErrorWindow()
             QGuiApplication::restoreOverrideCursor();
     });
 }
+
+} // namespace app

@@ -18,6 +18,8 @@ class QLabel;
 class QPlainTextEdit;
 class QToolButton;
 
+namespace app {
+
 namespace ErrorWindows {
 using ModalHook = std::function<void(QDialog &dialog)>;
 void setModalHook(ModalHook hook);
@@ -76,3 +78,5 @@ void showErrorWindow(const QString &text, QWidget *parent);
 // Makes the error trail reach the person through the windows: the error window as its shower,
 // a "Stopped on Error" message box for step mode, and the arrow pointer restored on exit.
 void installErrorWindow();
+
+} // namespace app

@@ -7,6 +7,8 @@
 #include <QPlainTextEdit>
 #include <QToolButton>
 
+namespace app {
+
 FDmsSupportInfo::FDmsSupportInfo(QWidget *parent) : QDialog(parent)
 {
     setObjectName(QStringLiteral("FDmsSupportInfo"));
@@ -33,3 +35,5 @@ FDmsSupportInfo::FDmsSupportInfo(QWidget *parent) : QDialog(parent)
     } catch (...) {
     }
 }
+
+} // namespace app

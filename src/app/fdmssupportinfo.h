@@ -6,6 +6,8 @@
 class QPlainTextEdit;
 class QToolButton;
 
+namespace app {
+
 class FDmsSupportInfo : public QDialog {
     Q_OBJECT
 
@@ -19,3 +21,5 @@ private:
     QToolButton *m_cmdCancel = nullptr;
     QPlainTextEdit *m_txtMessage = nullptr;
 };
+
+} // namespace app

@@ -7,6 +7,10 @@
 #include <QScopedValueRollback>
 #include <QStyle>
 
+namespace app {
+
+using tree::FolderTree;
+
 void FolderItemDelegate::initStyleOption(QStyleOptionViewItem *option, const QModelIndex &index) const
 {
     QStyledItemDelegate::initStyleOption(option, index);
@@ -150,3 +154,5 @@ void FolderTreeView::currentChanged(const QModelIndex &current, const QModelInde
         if (FolderTree::Node *n = m_tree->nodeAt(current))
             m_tree->setSelected(n);
 }
+
+} // namespace app

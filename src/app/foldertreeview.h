@@ -9,6 +9,8 @@
 #include <QStyledItemDelegate>
 #include <QTreeView>
 
+namespace app {
+
 // Adds each node's picture (ImageRole) to what the view draws.
 class FolderItemDelegate : public QStyledItemDelegate {
     Q_OBJECT
@@ -32,20 +34,20 @@ class FolderTreeView : public QTreeView {
 public:
     explicit FolderTreeView(QWidget *parent = nullptr);
 
-    void setFolderTree(FolderTree *tree);
-    FolderTree *folderTree() const { return m_tree; }
+    void setFolderTree(tree::FolderTree *tree);
+    tree::FolderTree *folderTree() const { return m_tree; }
 
     // Where a node's row, label and tick box are drawn (viewport coordinates): for a person's
     // click, and for tests that click like one.
-    QRect rowRect(const FolderTree::Node *node) const;
-    QRect checkBoxRect(const FolderTree::Node *node) const;
+    QRect rowRect(const tree::FolderTree::Node *node) const;
+    QRect checkBoxRect(const tree::FolderTree::Node *node) const;
 
     // Brings the view in line with the node's expansion and the model's selection.
-    void syncNode(const FolderTree::Node *node);
+    void syncNode(const tree::FolderTree::Node *node);
 
 signals:
-    void nodeClicked(FolderTree::Node *node);
-    void nodeTicked(FolderTree::Node *node);
+    void nodeClicked(tree::FolderTree::Node *node);
+    void nodeTicked(tree::FolderTree::Node *node);
 
 protected:
     void mouseReleaseEvent(QMouseEvent *event) override;
@@ -56,8 +58,10 @@ private:
     void onTickChanged(int nodeIndex);
     void onClicked(const QModelIndex &index);
 
-    FolderTree *m_tree = nullptr;
+    tree::FolderTree *m_tree = nullptr;
     bool m_inRelease = false;
     bool m_tickInRelease = false;
     bool m_followingModel = false;
 };
+
+} // namespace app

@@ -14,6 +14,8 @@
 #include <QStyle>
 #include <QVBoxLayout>
 
+namespace app {
+
 namespace {
 constexpr int PathRole = Qt::UserRole + 1;
 constexpr qint32 ERR_DEVICE_UNAVAILABLE = 68;
@@ -207,3 +209,5 @@ void frmFileDialog::cmdClose_Click()
     m_chosen = m_dir1->path();
     accept();
 }
+
+} // namespace app

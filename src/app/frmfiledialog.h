@@ -13,6 +13,8 @@
 class QComboBox;
 class QPushButton;
 
+namespace app {
+
 // Dir1: the directory list.
 class DirList : public QListWidget {
     Q_OBJECT
@@ -62,3 +64,5 @@ private:
     QPushButton *m_cmdClose = nullptr;
     std::optional<QString> m_chosen;
 };
+
+} // namespace app

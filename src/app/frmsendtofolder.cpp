@@ -13,6 +13,11 @@
 #include <QPushButton>
 #include <QStackedWidget>
 
+namespace app {
+
+using tree::FolderTree;
+using exporting::ExportResult;
+
 namespace {
 
 const QString kModule = QStringLiteral("FrmSendtofolder.");
@@ -280,3 +285,5 @@ void FrmSendtofolder::onNodeTicked(FolderTree::Node *node)
     m_procs.tvDefaultRoot_NodeCheck(node);
     m_procs.tvDefaultRoot_Click();
 }
+
+} // namespace app

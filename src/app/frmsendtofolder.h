@@ -20,18 +20,21 @@ class QLabel;
 class QLineEdit;
 class QPushButton;
 class QStackedWidget;
+
+namespace app {
+
 class FolderTreeView;
 
-class FrmSendtofolder : public QWidget, public FormPort {
+class FrmSendtofolder : public QWidget, public session::FormPort {
     Q_OBJECT
 public:
     explicit FrmSendtofolder(QWidget *parent = nullptr);
     ~FrmSendtofolder() override;
 
-    SignIn &signIn() { return m_signIn; }
-    FolderTree &folderTree() { return m_tree; }
-    TreeProcs &treeProcs() { return m_procs; }
-    Exporter &exporter() { return m_exporter; }
+    session::SignIn &signIn() { return m_signIn; }
+    tree::FolderTree &folderTree() { return m_tree; }
+    tree::TreeProcs &treeProcs() { return m_procs; }
+    exporting::Exporter &exporter() { return m_exporter; }
     FolderTreeView *treeView() const { return m_tvDefaultRoot; }
 
     // The screen on show: FramePassword, frameConnectDb or frameSelectFolder.
@@ -92,14 +95,14 @@ private:
     void toggleScreens();
     void showScreen(QWidget *screen, QWidget *focusTarget);
     void focusControlNamed(const QString &objectName);
-    void onNodeClicked(FolderTree::Node *node);
-    void onNodeTicked(FolderTree::Node *node);
+    void onNodeClicked(tree::FolderTree::Node *node);
+    void onNodeTicked(tree::FolderTree::Node *node);
     void showUnloggedFailures(const QStringList &unlogged);
 
-    FolderTree m_tree;
-    SignIn m_signIn;
-    TreeProcs m_procs;
-    Exporter m_exporter;
+    tree::FolderTree m_tree;
+    session::SignIn m_signIn;
+    tree::TreeProcs m_procs;
+    exporting::Exporter m_exporter;
 
     QStackedWidget *m_stack = nullptr;
     QGroupBox *m_FramePassword = nullptr;
@@ -131,3 +134,5 @@ private:
     QString m_lastMessage;
     bool m_unloaded = false;
 };
+
+} // namespace app

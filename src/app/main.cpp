@@ -10,10 +10,14 @@
 #include <QCommandLineParser>
 #include <QLineEdit>
 
+namespace AppIcon = app::AppIcon;
+using app::FrmSendtofolder;
+using app::installErrorWindow;
+
 int main(int argc, char **argv)
 {
-    if (isCommandLine(argc, argv))
-        return runCommandLine(argc, argv);
+    if (cli::isCommandLine(argc, argv))
+        return cli::runCommandLine(argc, argv);
 
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Parcelwise"));

@@ -15,6 +15,8 @@
 #include <QStackedWidget>
 #include <QVBoxLayout>
 
+namespace app {
+
 namespace {
 
 // The database list never drops down for someone it has just sent elsewhere: when entering it
@@ -281,3 +283,5 @@ void FrmSendtofolder::focusControlNamed(const QString &objectName)
     if (auto *control = findChild<QWidget *>(objectName); control && control->isEnabled())
         control->setFocus(Qt::OtherFocusReason);
 }
+
+} // namespace app

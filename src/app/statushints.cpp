@@ -9,6 +9,8 @@
 #include <QEvent>
 #include <QFocusEvent>
 
+namespace app {
+
 namespace {
 const QString kModule = QStringLiteral("FrmSendtofolder.");
 } // namespace
@@ -57,3 +59,5 @@ bool FrmSendtofolder::lostFocus(QWidget *control)
     return HuntERR::handler(kModule + control->objectName() + QStringLiteral("_LostFocus"),
                             [&] { setStatus(QString()); });
 }
+
+} // namespace app

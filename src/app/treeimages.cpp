@@ -7,6 +7,10 @@
 #include <QPainter>
 #include <QPainterPath>
 
+namespace app {
+
+namespace TreeImage = tree::TreeImage;
+
 namespace TreeImages {
 
 namespace {
@@ -288,3 +292,5 @@ QIcon icon(int index)
 }
 
 } // namespace TreeImages
+
+} // namespace app

@@ -9,6 +9,8 @@
 #include <QIcon>
 #include <QPixmap>
 
+namespace app {
+
 namespace TreeImages {
 
 // The picture for a 1-based image index; a null icon for 0 or anything out of range.
@@ -19,3 +21,5 @@ QPixmap pixmap(int index, int side);
 bool isArchive(int index);
 
 } // namespace TreeImages
+
+} // namespace app

@@ -12,6 +12,8 @@
 #include <QLineEdit>
 #include <QSignalBlocker>
 
+namespace app {
+
 namespace {
 
 // Colours come as the classic 0x00BBGGRR value.
@@ -126,3 +128,5 @@ void FrmSendtofolder::openLog(const QString &folder, const QString &fileName)
 {
     Dialogs::openLog(QDir::toNativeSeparators(QDir::cleanPath(folder + QLatin1Char('/') + fileName)));
 }
+
+} // namespace app

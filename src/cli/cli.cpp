@@ -86,8 +86,6 @@ int dispatch(const QStringList &args)
 
 } // namespace
 
-} // namespace cli
-
 bool isCommandLine(int argc, char **argv)
 {
     QStringList args;
@@ -127,3 +125,5 @@ int runCommandLine(int argc, char **argv)
         status = cli::ExitError;
     return status;
 }
+
+} // namespace cli

@@ -5,6 +5,11 @@
 #include <QDir>
 #include <QFileInfo>
 
+using tree::FolderTree;
+using tree::folderIdOfKey;
+using session::HeadlessSession;
+using session::PlainFormPort;
+
 namespace cli {
 
 namespace {

@@ -30,7 +30,7 @@ bool reportShown();
 
 // Validation messages go straight to stderr, in the order the procedures raise them; the rest of
 // the window's surface is kept as plain values.
-class CommandLinePort : public PlainFormPort {
+class CommandLinePort : public session::PlainFormPort {
 public:
     void message(const QString &text) override;
 };
@@ -48,17 +48,17 @@ bool handled(const QString &source, F &&body)
 class Session {
 public:
     CommandLinePort port;
-    HeadlessSession headless{port};
-    SignIn &signIn = headless.signin;
-    FolderTree &tree = headless.tree;
-    TreeProcs &procs = headless.procs;
+    session::HeadlessSession headless{port};
+    session::SignIn &signIn = headless.signin;
+    tree::FolderTree &tree = headless.tree;
+    tree::TreeProcs &procs = headless.procs;
 
     bool fillDatabaseList(const QString &server, const QString &user, const QString &password);
     bool openDatabase(const QString &database);
-    FolderTree::Node *root() const { return headless.root(); }
-    bool open(FolderTree::Node *node);
-    bool tick(FolderTree::Node *node) { return headless.tick(node) && !reportShown(); }
-    bool opened(const FolderTree::Node *node) const { return m_opened.contains(node->key); }
+    tree::FolderTree::Node *root() const { return headless.root(); }
+    bool open(tree::FolderTree::Node *node);
+    bool tick(tree::FolderTree::Node *node) { return headless.tick(node) && !reportShown(); }
+    bool opened(const tree::FolderTree::Node *node) const { return m_opened.contains(node->key); }
 
 private:
     QSet<QString> m_opened;
@@ -75,7 +75,7 @@ bool readSignIn(const Parsed &p, SignInValues *values);
 // The sign-in values, the database list, then the database of --database.
 bool signInTo(const Parsed &p, Session &session);
 
-QString displayId(const FolderTree::Node *node);
+QString displayId(const tree::FolderTree::Node *node);
 QString absoluteNative(const QString &path);
 
 int runDatabases(const Parsed &p);

@@ -16,6 +16,12 @@
 
 #include <vector>
 
+using tree::FolderTree;
+using exporting::ExportOptions;
+using exporting::ExportResult;
+using exporting::Exporter;
+using exporting::ReportFile;
+
 namespace cli {
 
 namespace {

@@ -6,6 +6,10 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+using tree::FolderTree;
+using tree::TreeProcs;
+using tree::folderIdOfKey;
+
 namespace cli {
 
 namespace {

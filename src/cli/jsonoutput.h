@@ -8,7 +8,9 @@
 
 #include <functional>
 
+namespace tree {
 class TreeProcs;
+}
 
 namespace cli {
 
@@ -23,7 +25,7 @@ QString databasesJson(const QList<DatabaseRow> &rows);
 
 // Every node of the tree in tree order (a parent before its children), one object each, and a
 // line end. childrenLoaded says whether the node was clicked, so its children list is complete.
-QString treeJson(const FolderTree &tree, const TreeProcs &procs,
-                 const std::function<bool(const FolderTree::Node *)> &childrenLoaded);
+QString treeJson(const tree::FolderTree &tree, const tree::TreeProcs &procs,
+                 const std::function<bool(const tree::FolderTree::Node *)> &childrenLoaded);
 
 } // namespace cli

@@ -6,6 +6,8 @@
 
 #include <vector>
 
+using tree::FolderTree;
+
 namespace cli {
 
 namespace {

@@ -12,7 +12,7 @@ namespace cli {
 // "1.5 MiB", "312 B": sizes as people read them.
 QString humanBytes(qint64 bytes);
 
-class ExportReporter : public ExportObserver {
+class ExportReporter : public exporting::ExportObserver {
 public:
     // destination: shown paths are relative to it. listing: the dry run's lines on stdout.
     ExportReporter(const QString &destination, bool showProgress, bool listing);

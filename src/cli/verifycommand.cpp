@@ -12,6 +12,16 @@
 #include <QSet>
 #include <QFileInfo>
 
+using tree::SessionState;
+using exporting::ExportRecord;
+using exporting::FileCheck;
+using exporting::checkFile;
+using exporting::checkRepository;
+using exporting::ReportReader;
+using exporting::checkFolder;
+using exporting::unnamedEntries;
+namespace reportstatus = exporting::reportstatus;
+
 namespace cli {
 
 namespace {

@@ -17,6 +17,8 @@
 #include <unistd.h>
 #endif
 
+namespace exporting {
+
 namespace dirhandles {
 
 namespace {
@@ -274,3 +276,5 @@ bool setFileTime(const Dir &parent, const QString &name, const QDateTime &when)
 #endif
 
 } // namespace dirhandles
+
+} // namespace exporting

@@ -20,6 +20,8 @@
 #include <unistd.h>
 #endif
 
+namespace exporting {
+
 namespace dirhandles {
 
 #ifndef Q_OS_WIN
@@ -330,3 +332,5 @@ qsizetype maximumPathLength() { return 32767 - 1; }
 #endif
 
 } // namespace dirhandles
+
+} // namespace exporting

@@ -11,6 +11,8 @@
 #include <QString>
 #include <QStringList>
 
+namespace exporting {
+
 namespace dirhandles {
 
 enum class Kind { None, File, Directory, Link };
@@ -71,3 +73,5 @@ bool setFileTime(const Dir &parent, const QString &name, const QDateTime &when);
 qsizetype maximumPathLength();
 
 } // namespace dirhandles
+
+} // namespace exporting

@@ -15,6 +15,8 @@
 #include <cstring>
 #endif
 
+namespace exporting {
+
 namespace dirhandles {
 
 // A name that would not stay one entry of its directory.
@@ -72,3 +74,5 @@ bool removeOne(const QString &path, DWORD attributes);
 #endif
 
 } // namespace dirhandles
+
+} // namespace exporting

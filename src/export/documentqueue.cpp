@@ -14,6 +14,10 @@
 #include <thread>
 #include <vector>
 
+namespace exporting {
+
+using names::pathSeparator;
+
 namespace {
 
 enum class State { Queued, Taken, Done };
@@ -323,3 +327,5 @@ void DocumentQueue::drain()
     while (!d->out.empty())
         d->retireFront();
 }
+
+} // namespace exporting

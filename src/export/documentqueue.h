@@ -19,6 +19,8 @@
 #include <functional>
 #include <memory>
 
+namespace exporting {
+
 // One document as the walk hands it over.
 struct DocumentJob {
     qint64 recId = 0;
@@ -88,3 +90,5 @@ private:
     struct Impl;
     std::unique_ptr<Impl> d;
 };
+
+} // namespace exporting

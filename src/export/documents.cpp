@@ -10,6 +10,14 @@
 #include "export/hashingreader.h"
 #include "repository/statements.h"
 
+namespace exporting {
+
+using names::GetFileExtension;
+using names::cleanDocumentTitle;
+using names::idTag;
+using names::pathSeparator;
+using names::titleCanBeFileName;
+
 namespace {
 
 const QString kSaveSource = QStringLiteral("FrmSendtofolder.fxnSaveDocument(recId,path)");
@@ -270,3 +278,5 @@ QString Exporter::retireWritten(const DocumentJob &job, DocumentOutcome &o, Expo
         m_options.observer->documentWritten(filePath, o.bytes);
     return filePath;
 }
+
+} // namespace exporting

@@ -8,6 +8,10 @@
 #include <QFile>
 #include <QMutexLocker>
 
+namespace exporting {
+
+using names::pathSeparator;
+
 namespace {
 
 ExportDisk::StepHook &stepHook()
@@ -406,3 +410,5 @@ QStringList ExportDisk::filesNotOfThisRun(const QString &dir) const
     result.sort();
     return result;
 }
+
+} // namespace exporting

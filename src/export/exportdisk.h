@@ -24,6 +24,8 @@
 
 #include <functional>
 
+namespace exporting {
+
 constexpr qint32 ERR_DISK_FULL = 61;
 
 namespace dirhandles {
@@ -101,3 +103,5 @@ private:
     // puts files in place. The bytes themselves are copied outside it.
     mutable QMutex m_lock;
 };
+
+} // namespace exporting

@@ -15,6 +15,17 @@
 #include <cmath>
 #include <vector>
 
+namespace exporting {
+
+using names::RemoveSpChr;
+using names::idTag;
+using names::isNoName;
+using names::pathSeparator;
+using tree::FolderTree;
+using tree::SessionState;
+using tree::TreeProcs;
+using tree::folderIdOfKey;
+
 namespace {
 
 const QString kForm = QStringLiteral("FrmSendtofolder.");
@@ -459,3 +470,5 @@ void Exporter::CopyFolderFiles(double folderId, const QString &path)
     if (m_options.update && m_options.dryRun && m_keptDirs.contains(path))
         listNotListed(path);
 }
+
+} // namespace exporting

@@ -19,6 +19,8 @@
 #include <functional>
 #include <memory>
 
+namespace exporting {
+
 class DestinationLock;
 class ExportDisk;
 
@@ -91,7 +93,7 @@ struct ExportResult {
 
 class Exporter {
 public:
-    Exporter(SessionState &signIn, TreeProcs &tree);
+    Exporter(tree::SessionState &signIn, tree::TreeProcs &tree);
     ~Exporter();
 
     // cmdStart_Click's steps 4-7 without the dialogs: names the log, walks, and shows the log
@@ -183,7 +185,7 @@ private:
     ExportOptions m_options;
     ExportResult m_result;
     QSet<qint64> m_walked;                             // folders written by this run
-    QHash<const FolderTree::Node *, QString> m_nodeDirs; // ticked nodes' directories
+    QHash<const tree::FolderTree::Node *, QString> m_nodeDirs; // ticked nodes' directories
     qint64 m_childId = 0;
     QString m_pendingLine; // composed but not yet in the log
     QString m_lastFailure;  // what the last logged failure was
@@ -191,6 +193,8 @@ private:
     QSet<QString> m_keptDirs; // --update: directories kept from an earlier run
     qint64 m_submitted = 0;   // documents handed out so far
     std::deque<std::pair<qint64, ExportRecord>> m_heldRecords; // waiting for the job of that serial
-    SessionState &m_signIn;
-    TreeProcs &m_tree;
+    tree::SessionState &m_signIn;
+    tree::TreeProcs &m_tree;
 };
+
+} // namespace exporting

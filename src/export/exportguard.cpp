@@ -9,6 +9,12 @@
 #include <QCoreApplication>
 #include <QStandardPaths>
 
+namespace exporting {
+
+using names::RemoveSpChr;
+using tree::FolderTree;
+using tree::folderIdOfKey;
+
 QString Exporter::refusal(const ExportOptions &options) const
 {
     QList<TopDirectory> tops;
@@ -42,3 +48,5 @@ QString Exporter::lockDestination()
     m_lock = std::move(lock);
     return {};
 }
+
+} // namespace exporting

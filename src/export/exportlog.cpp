@@ -8,6 +8,10 @@
 #include <QFile>
 #include <QStandardPaths>
 
+namespace exporting {
+
+using names::pathSeparator;
+
 namespace {
 
 constexpr qint32 ERR_LOG_WRITE = HuntERR::ERR_PATH_FILE_ACCESS;
@@ -132,3 +136,5 @@ void Exporter::logFailure(const QString &source, qint64 id, const QString &name,
         m_pendingLine.clear();
     }
 }
+
+} // namespace exporting

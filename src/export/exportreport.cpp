@@ -6,6 +6,8 @@
 
 #include <cstdio>
 
+namespace exporting {
+
 namespace {
 
 QString kindText(ExportRecord::Kind kind)
@@ -218,3 +220,5 @@ void ReportFile::record(const ExportRecord &r)
     if (m_file.write(line) != line.size())
         m_ok = false;
 }
+
+} // namespace exporting

@@ -9,6 +9,8 @@
 #include <QList>
 #include <QString>
 
+namespace exporting {
+
 struct ExportRecord {
     enum class Kind { Folder, Document };
     Kind kind = Kind::Document;
@@ -94,3 +96,4 @@ private:
     QHash<QString, ExportRecord> m_earlier; // documents by path
 };
 
+} // namespace exporting

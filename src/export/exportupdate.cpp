@@ -6,6 +6,10 @@
 #include "errors/hunterr.h"
 #include "export/exportdisk.h"
 
+namespace exporting {
+
+using names::pathSeparator;
+
 QString Exporter::commitDocument(const QString &source, const QString &staged, const QString &fallback,
                                  ExportRecord &rec)
 {
@@ -76,3 +80,5 @@ void Exporter::listNotListed(const QString &dir)
     for (const QString &file : disk().filesNotOfThisRun(dir))
         m_options.observer->fileNotListed(file);
 }
+
+} // namespace exporting

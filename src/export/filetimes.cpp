@@ -7,6 +7,8 @@
 #include "export/exportdisk.h"
 #include "repository/statements.h"
 
+namespace exporting {
+
 // --- File dates ----------------------------------------------------------------------------
 
 QDateTime fileDateFromRepositoryText(const QString &text)
@@ -66,3 +68,5 @@ bool Exporter::setDocumentDate(repo::Connection &cn, qint64 recId, const QString
         *applied = when;
     return true;
 }
+
+} // namespace exporting

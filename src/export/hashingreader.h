@@ -6,6 +6,8 @@
 
 #include "export/sha256.h"
 
+namespace exporting {
+
 class HashingReader final : public repo::ValueReader {
 public:
     explicit HashingReader(repo::ValueReader &inner) : m_inner(inner) {}
@@ -28,3 +30,5 @@ private:
     Sha256 m_hash;
     qint64 m_bytes = 0;
 };
+
+} // namespace exporting

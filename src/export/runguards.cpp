@@ -7,6 +7,10 @@
 #include <QFileInfo>
 #include <QLockFile>
 
+namespace exporting {
+
+using names::idTag;
+
 namespace {
 
 Qt::CaseSensitivity fileNameCase()
@@ -99,3 +103,5 @@ bool DestinationLock::lock(const QString &destination, QString *error)
     m_file.reset();
     return false;
 }
+
+} // namespace exporting

@@ -11,6 +11,8 @@
 
 class QLockFile;
 
+namespace exporting {
+
 // A directory the run writes into at the top of the destination: its name as the walk gives it
 // (a folder whose name cleans alike to a sibling's, or to no name, may carry its id instead).
 struct TopDirectory {
@@ -41,3 +43,5 @@ public:
 private:
     std::unique_ptr<QLockFile> m_file;
 };
+
+} // namespace exporting

@@ -2,6 +2,11 @@
 
 #ifdef PARCELWISE_HAVE_OPENSSL
 #include <openssl/evp.h>
+#endif
+
+namespace exporting {
+
+#ifdef PARCELWISE_HAVE_OPENSSL
 
 struct Sha256::Native {
     EVP_MD_CTX *context = EVP_MD_CTX_new();
@@ -53,3 +58,5 @@ QString Sha256::hexResult()
 }
 
 #endif
+
+} // namespace exporting

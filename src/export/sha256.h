@@ -8,6 +8,8 @@
 
 #include <memory>
 
+namespace exporting {
+
 class Sha256 {
 public:
     Sha256();
@@ -24,3 +26,5 @@ private:
     std::unique_ptr<Native> m_native;
     QCryptographicHash m_portable{QCryptographicHash::Sha256};
 };
+
+} // namespace exporting

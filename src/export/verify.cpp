@@ -12,6 +12,8 @@
 
 #include <vector>
 
+namespace exporting {
+
 namespace {
 
 constexpr qint64 kChunk = 1 << 20;
@@ -182,3 +184,5 @@ FileCheck checkRepository(repo::Connection &cn, bool archive, const QString &arc
     check.detail = details.join(QStringLiteral("; "));
     return check;
 }
+
+} // namespace exporting

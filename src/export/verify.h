@@ -12,6 +12,8 @@ namespace repo {
 class Connection;
 }
 
+namespace exporting {
+
 struct FileCheck {
     QStringList differences; // "missing", "size", "content", "date"; empty when the file matches
     QString detail;          // what was expected and found, in words
@@ -38,3 +40,5 @@ QStringList unnamedEntries(const QString &destination, const QSet<QString> &name
 // Raises HuntERR::Error when a statement fails.
 FileCheck checkRepository(repo::Connection &cn, bool archive, const QString &archiveDb, const ExportRecord &record,
                           const FileCheck &file);
+
+} // namespace exporting

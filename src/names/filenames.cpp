@@ -2,6 +2,8 @@
 
 #include <QStringList>
 
+namespace names {
+
 namespace {
 
 #ifdef Q_OS_WIN
@@ -111,3 +113,5 @@ bool titleCanBeFileName(const QString &cleanedTitle, const QString &ext)
 #endif
     return true;
 }
+
+} // namespace names

@@ -7,6 +7,8 @@
 
 #include <QString>
 
+namespace names {
+
 // Blanks only, not tabs or line breaks.
 QString trimBlanks(const QString &s);
 
@@ -27,3 +29,5 @@ bool isNoName(const QString &cleaned);
 // Whether cleanedTitle + ext can be created as a file here; when not, the document is saved
 // under "[" + rec_id + "]" + ext instead.
 bool titleCanBeFileName(const QString &cleanedTitle, const QString &ext);
+
+} // namespace names

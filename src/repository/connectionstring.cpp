@@ -3,6 +3,8 @@
 #include "errors/hunterr.h"
 #include "names/filenames.h"
 
+using names::trimBlanks;
+
 namespace {
 
 const QString kModule = QStringLiteral("FrmSendtofolder.");

@@ -7,9 +7,11 @@
 #include <QString>
 #include <QStringList>
 
+namespace session {
+
 // The whole window as the sign-in sees it: what the tree and the export read and write, and the
 // database list with its type label.
-class FormPort : public WindowPort {
+class FormPort : public tree::WindowPort {
 public:
     // The database list (cboDBName) and the type label.
     virtual void clearDatabases() = 0;
@@ -54,3 +56,5 @@ public:
     void showSignInScreen() override { ++signInScreenShown; }
     void openLog(const QString &folder, const QString &fileName) override { openedLog = folder + "/" + fileName; }
 };
+
+} // namespace session

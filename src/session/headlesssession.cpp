@@ -2,6 +2,10 @@
 
 #include "errors/hunterr.h"
 
+namespace session {
+
+using tree::FolderTree;
+
 HeadlessSession::HeadlessSession(PlainFormPort &formPort)
     : port(formPort)
     , signin(formPort)
@@ -84,3 +88,5 @@ FolderTree::Node *HeadlessSession::child(const FolderTree::Node *parent, const Q
             return c;
     return nullptr;
 }
+
+} // namespace session

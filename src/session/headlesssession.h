@@ -9,6 +9,8 @@
 #include "tree/foldertree.h"
 #include "tree/treeprocs.h"
 
+namespace session {
+
 class HeadlessSession {
 public:
     enum class Opened { Yes, Refused, InvalidDatabase, Failed };
@@ -23,16 +25,18 @@ public:
     // Both of the above.
     Opened signIn(const QString &server, const QString &user, const QString &password, const QString &database);
 
-    FolderTree::Node *root() const;
+    tree::FolderTree::Node *root() const;
     // A click on the node's label (reloads its children).
-    bool click(FolderTree::Node *node);
+    bool click(tree::FolderTree::Node *node);
     // A change of the node's tick box: the box changes, then the tree reports the check and the click.
-    bool tick(FolderTree::Node *node, bool ticked = true);
+    bool tick(tree::FolderTree::Node *node, bool ticked = true);
     // The child of parent whose name (node text) is name, or nullptr.
-    FolderTree::Node *child(const FolderTree::Node *parent, const QString &name) const;
+    tree::FolderTree::Node *child(const tree::FolderTree::Node *parent, const QString &name) const;
 
     PlainFormPort &port;
     SignIn signin;
-    FolderTree tree;
-    TreeProcs procs;
+    tree::FolderTree tree;
+    tree::TreeProcs procs;
 };
+
+} // namespace session

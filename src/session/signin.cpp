@@ -3,6 +3,10 @@
 #include "errors/hunterr.h"
 #include "repository/statements.h"
 
+namespace session {
+
+using names::trimBlanks;
+
 namespace {
 
 const QString kModule = QStringLiteral("FrmSendtofolder.");
@@ -204,3 +208,5 @@ bool SignIn::validateAndPrepare(QString *focusTo)
         strLiveDb = fxnGetLiveDb(strSelectedDb);
     return true;
 }
+
+} // namespace session

@@ -9,7 +9,9 @@
 
 #include <memory>
 
-class SignIn : public SessionState {
+namespace session {
+
+class SignIn : public tree::SessionState {
 public:
     explicit SignIn(FormPort &form);
     ~SignIn();
@@ -42,3 +44,5 @@ private:
     std::unique_ptr<repo::Connection> m_master;
     std::unique_ptr<repo::Connection> m_db;
 };
+
+} // namespace session

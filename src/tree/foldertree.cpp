@@ -9,6 +9,8 @@
 #include <unordered_map>
 #include <unordered_set>
 
+namespace tree {
+
 FolderTree::FolderTree(QObject *parent)
     : QAbstractItemModel(parent)
 {
@@ -348,3 +350,5 @@ double folderIdOfKey(const QString &key)
     id.remove(QStringLiteral("Fold"));
     return id.trimmed().toDouble();
 }
+
+} // namespace tree

@@ -9,6 +9,8 @@
 #include <memory>
 #include <vector>
 
+namespace tree {
+
 class FolderTree : public QAbstractItemModel {
     Q_OBJECT
 public:
@@ -101,3 +103,5 @@ private:
 
 // The folder id of a key: the key with every "Fold" removed, as a number.
 double folderIdOfKey(const QString &key);
+
+} // namespace tree

@@ -7,6 +7,12 @@
 
 #include <cmath>
 
+namespace tree {
+
+using names::RemoveSpChr;
+using names::pathSeparator;
+using names::trimBlanks;
+
 namespace {
 
 const QString kModule = QStringLiteral("FrmSendtofolder.");
@@ -410,3 +416,5 @@ bool TreeProcs::tvDefaultRoot_Click()
         }
     });
 }
+
+} // namespace tree

@@ -8,6 +8,8 @@
 
 #include <QSet>
 
+namespace tree {
+
 // Image list indices (1-based) the loaders choose.
 namespace TreeImage {
 constexpr int Root = 1;
@@ -72,3 +74,5 @@ private:
     QString m_rootKey;
     QString m_rootName;
 };
+
+} // namespace tree

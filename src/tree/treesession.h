@@ -8,6 +8,8 @@
 
 #include <QString>
 
+namespace tree {
+
 class WindowPort {
 public:
     virtual ~WindowPort() = default;
@@ -44,3 +46,5 @@ public:
     bool blnInvalidDb = false;
     QString DestinationPath;
 };
+
+} // namespace tree

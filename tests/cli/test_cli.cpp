@@ -18,6 +18,11 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+using tree::FolderTree;
+using session::HeadlessSession;
+using session::PlainFormPort;
+using exporting::ExportResult;
+
 namespace {
 
 using Result = CliResult;

@@ -27,6 +27,10 @@
 
 #include <memory>
 
+using session::HeadlessSession;
+using exporting::ExportObserver;
+using exporting::exportLogNameFor;
+
 namespace {
 
 struct Recorder : ExportObserver {

@@ -6,14 +6,14 @@
 // An export with the options a test gives it; run() answers as the window reads a run: true
 // when anything failed.
 struct ExportRun {
-    ExportRun(SessionState &state, TreeProcs &procs) : exporter(state, procs) {}
+    ExportRun(tree::SessionState &state, tree::TreeProcs &procs) : exporter(state, procs) {}
     bool run()
     {
         result = exporter.run(options);
         return result.anythingFailed();
     }
-    Exporter exporter;
-    ExportOptions options;
-    ExportResult result;
+    exporting::Exporter exporter;
+    exporting::ExportOptions options;
+    exporting::ExportResult result;
 };
 

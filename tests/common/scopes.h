@@ -57,8 +57,8 @@ private:
 
 // The disk layer calls hook before each step (to change the disk under a running export).
 struct DiskStepHookScope {
-    explicit DiskStepHookScope(ExportDisk::StepHook hook) { ExportDisk::setStepHook(std::move(hook)); }
-    ~DiskStepHookScope() { ExportDisk::setStepHook({}); }
+    explicit DiskStepHookScope(exporting::ExportDisk::StepHook hook) { exporting::ExportDisk::setStepHook(std::move(hook)); }
+    ~DiskStepHookScope() { exporting::ExportDisk::setStepHook({}); }
     DiskStepHookScope(const DiskStepHookScope &) = delete;
     DiskStepHookScope &operator=(const DiskStepHookScope &) = delete;
 };

@@ -12,6 +12,8 @@
 #include <QSqlDatabase>
 #include <QStringList>
 
+using tree::FolderTree;
+
 QString writeDemo(const QString &parentDir, QString *error)
 {
     const QString dir = QDir(parentDir).filePath(QStringLiteral("demo"));

@@ -44,12 +44,12 @@ bool odbcDriverRegistered(const QString &name);
 int startStandin(QProcess &process, const QString &folder, const QStringList &extra = {});
 
 // Keeps every status text and hourglass change the procedures asked the window for.
-struct RecordingPort : PlainFormPort {
+struct RecordingPort : session::PlainFormPort {
     QStringList statusHistory;
     QList<bool> busyHistory;
     void setStatus(const QString &text) override
     {
-        PlainFormPort::setStatus(text);
+        session::PlainFormPort::setStatus(text);
         statusHistory << text;
     }
     void setBusy(bool busy) override { busyHistory << busy; }
@@ -59,13 +59,13 @@ struct RecordingPort : PlainFormPort {
 // nodes addressed by folder id.
 struct DemoSession {
     DemoSession(const QString &server, const QString &database);
-    FolderTree::Node *node(qint64 id) const;
+    tree::FolderTree::Node *node(qint64 id) const;
     bool click(qint64 id);
     bool tick(qint64 id, bool on = true);
     // The root clicked and each of its children ticked.
     bool tickEverything();
 
     RecordingPort port;
-    HeadlessSession s{port};
-    HeadlessSession::Opened opened;
+    session::HeadlessSession s{port};
+    session::HeadlessSession::Opened opened;
 };

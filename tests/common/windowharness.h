@@ -18,16 +18,16 @@
 
 // Message boxes and the picker answered from a script; switching it off clears the script.
 struct ScriptedDialogsScope {
-    ScriptedDialogsScope() { Dialogs::setScripted(true); }
-    ~ScriptedDialogsScope() { Dialogs::setScripted(false); }
+    ScriptedDialogsScope() { app::Dialogs::setScripted(true); }
+    ~ScriptedDialogsScope() { app::Dialogs::setScripted(false); }
     ScriptedDialogsScope(const ScriptedDialogsScope &) = delete;
     ScriptedDialogsScope &operator=(const ScriptedDialogsScope &) = delete;
 };
 
 // The error windows handed to hook instead of a modal loop.
 struct ModalHookScope {
-    explicit ModalHookScope(ErrorWindows::ModalHook hook) { ErrorWindows::setModalHook(std::move(hook)); }
-    ~ModalHookScope() { ErrorWindows::setModalHook({}); }
+    explicit ModalHookScope(app::ErrorWindows::ModalHook hook) { app::ErrorWindows::setModalHook(std::move(hook)); }
+    ~ModalHookScope() { app::ErrorWindows::setModalHook({}); }
     ModalHookScope(const ModalHookScope &) = delete;
     ModalHookScope &operator=(const ModalHookScope &) = delete;
 };
@@ -37,12 +37,12 @@ class MainWindowHarness {
 public:
     ScriptedDialogsScope scripted;
     ErrorTrailScope errors;
-    std::unique_ptr<FrmSendtofolder> w;
+    std::unique_ptr<app::FrmSendtofolder> w;
 
     // Shows a fresh window; false when it never became active.
     bool open(QSize size = {})
     {
-        w = std::make_unique<FrmSendtofolder>();
+        w = std::make_unique<app::FrmSendtofolder>();
         if (size.isValid())
             w->resize(size);
         w->show();

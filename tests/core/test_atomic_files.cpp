@@ -18,6 +18,9 @@
 #include <thread>
 #include <vector>
 
+using exporting::ExportDisk;
+using exporting::HashingReader;
+
 namespace {
 
 // Gives its bytes in small pieces and fails after failAfter bytes (never, when negative).

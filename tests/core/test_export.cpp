@@ -17,6 +17,16 @@
 
 #include <memory>
 
+using names::RemoveSpChr;
+using names::cleanDocumentTitle;
+using names::pathSeparator;
+using names::titleCanBeFileName;
+using session::HeadlessSession;
+using exporting::ExportObserver;
+using exporting::exportLogNameFor;
+using exporting::fileDateFromRepositoryText;
+using exporting::fxnGetMyFolderLocation;
+
 using Opened = HeadlessSession::Opened;
 
 namespace {

@@ -17,6 +17,10 @@
 
 #include <optional>
 
+using session::HeadlessSession;
+using session::PlainFormPort;
+using session::SignIn;
+
 using Opened = HeadlessSession::Opened;
 
 class TestSignIn : public QObject {

@@ -14,6 +14,13 @@
 
 #include <memory>
 
+using names::pathSeparator;
+using tree::FolderTree;
+namespace TreeImage = tree::TreeImage;
+using tree::folderIdOfKey;
+using session::HeadlessSession;
+using session::PlainFormPort;
+
 using Opened = HeadlessSession::Opened;
 
 namespace {

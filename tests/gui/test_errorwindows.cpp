@@ -15,6 +15,10 @@
 #include <QTimer>
 #include <QToolButton>
 
+using app::FDmsShowError;
+using app::FDmsSupportInfo;
+using app::installErrorWindow;
+
 using namespace HuntERR;
 
 class TestErrorWindows : public QObject {

@@ -13,6 +13,12 @@
 #include <QDir>
 #include <QFile>
 
+using tree::FolderTree;
+using exporting::exportLogNameFor;
+using exporting::fxnGetMyFolderLocation;
+namespace Dialogs = app::Dialogs;
+using app::FolderTreeView;
+
 using Dialogs::Answer;
 
 class TestExportWindow : public QObject {

@@ -17,6 +17,11 @@
 
 #include <memory>
 
+namespace Dialogs = app::Dialogs;
+using app::DirList;
+using app::FrmSendtofolder;
+using app::frmFileDialog;
+
 using Dialogs::Answer;
 
 class TestPicker : public QObject {

@@ -11,6 +11,11 @@
 #include <QImage>
 #include <QMouseEvent>
 
+using tree::FolderTree;
+using app::FolderItemDelegate;
+using app::FolderTreeView;
+namespace TreeImages = app::TreeImages;
+
 class TestTreeWindow : public QObject {
     Q_OBJECT
 

@@ -13,6 +13,9 @@
 
 #include <memory>
 
+using tree::FolderTree;
+namespace Dialogs = app::Dialogs;
+
 using Dialogs::Answer;
 
 class TestWindow : public QObject {

@@ -25,6 +25,9 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+using exporting::ExportRecord;
+using exporting::fromJsonLine;
+
 namespace {
 
 constexpr qint64 kChunk = 1024 * 1024; // what the disk layer reads and writes at a time

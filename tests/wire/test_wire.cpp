@@ -26,6 +26,13 @@
 
 #include <memory>
 
+using tree::FolderTree;
+using session::HeadlessSession;
+using session::PlainFormPort;
+using exporting::ExportOptions;
+using exporting::ExportResult;
+using exporting::Exporter;
+
 using Opened = HeadlessSession::Opened;
 
 namespace {

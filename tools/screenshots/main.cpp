@@ -24,6 +24,16 @@
 
 #include <cstdio>
 
+using tree::FolderTree;
+namespace AppIcon = app::AppIcon;
+namespace Dialogs = app::Dialogs;
+namespace ErrorWindows = app::ErrorWindows;
+using app::FolderTreeView;
+using app::FrmSendtofolder;
+namespace TreeImages = app::TreeImages;
+using app::frmFileDialog;
+using app::installErrorWindow;
+
 namespace {
 
 QString g_folder;
