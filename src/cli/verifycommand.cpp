@@ -17,7 +17,7 @@ using exporting::FileCheck;
 using exporting::checkFile;
 using exporting::checkRepository;
 using exporting::readReport;
-namespace reportstatus = exporting::reportstatus;
+using exporting::ReportStatus;
 
 namespace cli {
 
@@ -113,7 +113,7 @@ int runVerify(const Parsed &p)
         printMismatch(reportPath, {QStringLiteral("report")}, QStringLiteral("line %1 is not a record").arg(line), counts);
     ExportReporter reporter(dest, progress, false);
     for (const ExportRecord &r : std::as_const(records)) {
-        if (r.status == reportstatus::failed) {
+        if (r.status == ReportStatus::Failed) {
             counts.failedInExport += r.kind == ExportRecord::Kind::Document ? 1 : 0;
             continue;
         }

@@ -19,6 +19,35 @@ QString dateText(const QDateTime &date)
 
 } // namespace
 
+QString reportStatusText(ReportStatus status)
+{
+    switch (status) {
+    case ReportStatus::None:
+        break;
+    case ReportStatus::Written:
+        return QStringLiteral("written");
+    case ReportStatus::Renamed:
+        return QStringLiteral("renamed");
+    case ReportStatus::Fallback:
+        return QStringLiteral("fallback");
+    case ReportStatus::Skipped:
+        return QStringLiteral("skipped");
+    case ReportStatus::Failed:
+        return QStringLiteral("failed");
+    }
+    return {};
+}
+
+ReportStatus reportStatusOf(const QString &text)
+{
+    for (const ReportStatus s : {ReportStatus::Written, ReportStatus::Renamed, ReportStatus::Fallback,
+                                 ReportStatus::Skipped, ReportStatus::Failed}) {
+        if (text == reportStatusText(s))
+            return s;
+    }
+    return ReportStatus::None;
+}
+
 QByteArray toJsonLine(const ExportRecord &r)
 {
     QJsonObject o;
@@ -29,7 +58,7 @@ QByteArray toJsonLine(const ExportRecord &r)
     o.insert(QStringLiteral("bytes"), r.bytes < 0 ? QJsonValue() : QJsonValue(r.bytes));
     o.insert(QStringLiteral("sha256"), r.sha256.isEmpty() ? QJsonValue() : QJsonValue(r.sha256));
     o.insert(QStringLiteral("date"), r.date.isValid() ? QJsonValue(dateText(r.date)) : QJsonValue());
-    o.insert(QStringLiteral("status"), r.status);
+    o.insert(QStringLiteral("status"), reportStatusText(r.status));
     o.insert(QStringLiteral("message"), r.message);
     return QJsonDocument(o).toJson(QJsonDocument::Compact) + '\n';
 }
@@ -55,7 +84,7 @@ bool fromJsonLine(const QByteArray &line, ExportRecord *r)
     r->sha256 = o.value(QStringLiteral("sha256")).toString();
     const QJsonValue date = o.value(QStringLiteral("date"));
     r->date = date.isString() ? QDateTime::fromString(date.toString(), Qt::ISODateWithMs) : QDateTime();
-    r->status = o.value(QStringLiteral("status")).toString();
+    r->status = reportStatusOf(o.value(QStringLiteral("status")).toString());
     r->message = o.value(QStringLiteral("message")).toString();
     return true;
 }
@@ -85,7 +114,7 @@ bool ReportFile::open(const QString &path, bool carryOver, QString *error)
 void ReportFile::record(const ExportRecord &r)
 {
     ExportRecord out = r;
-    if (out.status == reportstatus::skipped && out.sha256.isEmpty()) {
+    if (out.status == ReportStatus::Skipped && out.sha256.isEmpty()) {
         // A file the update left alone: its digest is still the one taken when it was written.
         const auto it = m_earlier.constFind(out.path);
         if (it != m_earlier.constEnd() && it->bytes == out.bytes && it->date == out.date)
