@@ -24,6 +24,7 @@ struct Record {
     ErrInfo error;
     bool preserved = false;
     QString reportText;
+    QString cause; // the error's own description, before a report was made of it
 };
 
 struct TrailState {
@@ -144,6 +145,8 @@ void ErrPreserve()
         return;
     s.record.error = s.current;
     s.record.preserved = true;
+    if (s.current.source != ReportSource)
+        s.record.cause = s.current.description;
 }
 
 void ErrRestore()
@@ -274,9 +277,11 @@ void clearPreserved()
 {
     state().record.error = ErrInfo{};
     state().record.preserved = false;
+    state().record.cause.clear();
 }
 
 QString reportText() { return state().record.reportText; }
+QString preservedCause() { return state().record.cause; }
 QString lastShownMessage() { return state().lastShownMessage; }
 void clearLastShownMessage() { state().lastShownMessage.clear(); }
 QString lastRollbackNote() { return state().lastRollbackNote; }

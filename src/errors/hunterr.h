@@ -104,6 +104,8 @@ const ErrInfo &preserved();
 bool isPreserved();
 void clearPreserved();
 QString reportText();
+// The last preserved error's description as it was raised, before the trail made a report of it.
+QString preservedCause();
 QString lastShownMessage();
 void clearLastShownMessage();
 QString lastRollbackNote();

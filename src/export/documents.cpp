@@ -229,7 +229,7 @@ void Exporter::retireDocument(const DocumentJob &job, DocumentOutcome &o)
         HuntERR::resume(kSaveSource, [&] { std::rethrow_exception(o.keptDateError); });
     if (o.readError || o.writeError || o.fallbackError) {
         replay(o.readError ? o.readError : o.writeError ? o.writeError : o.fallbackError);
-        rec.status = reportstatus::failed;
+        rec.status = ReportStatus::Failed;
         rec.message = m_lastFailure;
     } else if (!o.kept.isEmpty()) {
         retireKept(o, rec);
@@ -252,14 +252,14 @@ void Exporter::retireKept(DocumentOutcome &o, ExportRecord &rec)
     ++m_result.kept;
     rec.bytes = o.bytes;
     rec.date = o.date;
-    rec.status = reportstatus::skipped;
+    rec.status = ReportStatus::Skipped;
     if (m_options.observer)
         m_options.observer->documentKept(o.kept, o.bytes);
 }
 
 QString Exporter::retireWritten(const DocumentJob &job, DocumentOutcome &o, ExportRecord &rec)
 {
-    rec.status = o.fellBack ? reportstatus::fallback : job.renamed ? reportstatus::renamed : reportstatus::written;
+    rec.status = o.fellBack ? ReportStatus::Fallback : job.renamed ? ReportStatus::Renamed : ReportStatus::Written;
     rec.bytes = o.bytes;
     rec.date = o.date;
     if (o.dateError) {

@@ -55,8 +55,6 @@ public:
     // file there. ERR_WRITE_FAILED when the name is refused; the staged file then stays staged.
     void commitFile(const QString &stagedPath, const QString &finalPath);
     void discardFile(const QString &stagedPath);
-    // Staged and put in place at once, undated.
-    qint64 writeFile(const QString &filePath, repo::ValueReader &source);
     bool setFileTime(const QString &filePath, const QDateTime &when);
     // A regular file at path (never through a link): its size and the date the export sets.
     bool fileFacts(const QString &path, qint64 *size, QDateTime *date) const;

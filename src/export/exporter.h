@@ -86,6 +86,7 @@ struct ExportResult {
     qint64 failures = 0;
     qint64 kept = 0; // --update: documents left as they were (not in documents)
     QStringList unloggedLines;
+    QString logName; // the log's file name this run chose (it may have written none)
     QString logPath; // the log this run wrote to; "" when it wrote none
     // Something failed: the log was shown, or lines could not be logged, or (dry run) would be.
     bool anythingFailed() const { return failures > 0 || !unloggedLines.isEmpty(); }
@@ -107,26 +108,20 @@ public:
     // One run per destination: "" when this exporter now holds the destination's lock (until
     // run() ends), otherwise why not, naming the holder. run() takes it when the caller did not.
     QString lockDestination();
+    // What the last run did (the window reads it after its run).
+    const ExportResult &lastResult() const { return m_result; }
 
+private:
     void CopyCheckedFolders();
-    void MakeDir(const QString &strPath);
+    // The ticked node's directory filled: its subfolders (unless the tree loaded them) and documents.
+    void MakeDir(const tree::FolderTree::Node *node, const QString &strPath);
     void CopySubFolders(const QString &key, const QString &parentPath);
-    void CopySubFoldersDeep(const QString &key, const QString &parentPath);
-    void CopyFolderFiles(double folderId, const QString &path);
+    void CopyFolderFiles(qint64 folderId, const QString &path);
     // Names the document as the folder's listing gives it and hands it over to be fetched,
     // written and dated (at once, or by a worker with more than one job).
     void fxnSaveDocument(qint64 recId, const QString &path, const QString &listedTitle, const QString &listedFileName);
-    bool fxnSetFileDate(repo::Connection &paramConnection, qint64 paramRec_Id, const QString &paramFilePath);
-    void fxnWriteLog(qint32 paramId, QString paramName, QString paramLocation, quint8 paramType);
+    void fxnWriteLog(qint64 paramId, QString paramName, QString paramLocation, quint8 paramType);
 
-    QString ExportLogName;
-    QString ExportLogFolder;
-    QString ExportLogPath;
-    bool LogWritten = false;
-    double ExportNodeIndex = 0;
-
-
-private:
     // A document's statement, its bytes to its file, its date: on any thread, on cn.
     DocumentOutcome fetchDocument(const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted);
     // The streamed document written under a temporary name beside its file and dated there.
@@ -167,7 +162,7 @@ private:
     std::deque<QString> m_ahead; // statements the walk will send, in its order, not yet sent ahead
     // The directory a folder gets below parent: its cleaned name unless that is no name or this
     // run already made it; then its id goes in.
-    QString directoryFor(const QString &parent, const QString &cleaned, qint64 id, QString *status = nullptr);
+    QString directoryFor(const QString &parent, const QString &cleaned, qint64 id, ReportStatus *status = nullptr);
     // Replaces an earlier run's entry and makes the directory (an update keeps a directory that is
     // there); a failure is logged once.
     bool recreateDirectory(const QString &source, const QString &target, const std::function<void()> &logged,
@@ -189,7 +184,8 @@ private:
     qint64 m_childId = 0;
     QString m_pendingLine; // composed but not yet in the log
     QString m_lastFailure;  // what the last logged failure was
-    QDateTime m_lastFileDate; // the date fxnSetFileDate last applied
+    QString m_logFolder;       // where the log went; set with the first line written
+    bool m_logWritten = false;
     QSet<QString> m_keptDirs; // --update: directories kept from an earlier run
     qint64 m_submitted = 0;   // documents handed out so far
     std::deque<std::pair<qint64, ExportRecord>> m_heldRecords; // waiting for the job of that serial
