@@ -144,7 +144,15 @@ void printSummary(const ExportResult &result, bool dryRun, double seconds, const
             logPath += QStringLiteral(" (%1 failures could not be logged; they are shown above)").arg(lost);
     }
     const QString kept = result.kept > 0 ? QStringLiteral(" (%1 more unchanged)").arg(result.kept) : QString();
-    writeErr(QStringLiteral("%1%2 folders, %3 documents%9, %4 bytes (%5), %6 failures, %7 s; log: %8\n")
+    // --jobs that quietly became fewer would look like a slow server: say so.
+    QString connections;
+    if (result.connections < result.jobs)
+        connections = QStringLiteral("; connections: %1 of %2 (%3 could not connect: %4)")
+                          .arg(result.connections)
+                          .arg(result.jobs)
+                          .arg(result.jobs - result.connections)
+                          .arg(printable(result.connectionError));
+    writeErr(QStringLiteral("%1%2 folders, %3 documents%9, %4 bytes (%5), %6 failures, %7 s; log: %8")
                  .arg(dryRun ? QStringLiteral("Dry run, nothing written: would export ") : QStringLiteral("Exported "))
                  .arg(result.folders)
                  .arg(result.documents)
@@ -153,7 +161,8 @@ void printSummary(const ExportResult &result, bool dryRun, double seconds, const
                  .arg(result.failures)
                  .arg(QString::number(seconds, 'f', 1))
                  .arg(logPath + destinationNote)
-                 .arg(kept));
+                 .arg(kept)
+             + connections + QLatin1Char('\n'));
 }
 
 // What the arguments ask of an export, checked before anything else happens.

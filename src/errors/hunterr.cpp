@@ -6,6 +6,7 @@
 #include <QtGlobal>
 
 #include <new>
+#include <thread>
 
 namespace HuntERR {
 
@@ -36,11 +37,16 @@ struct TrailState {
     Shower shower;
     StopPrompt stopPrompt;
     std::function<void()> pointerReset;
+    std::thread::id owner = std::this_thread::get_id(); // the thread that first used the trail
 };
 
+// One trail per process, unguarded: it belongs to the thread that first used it. A build that
+// breaks that rule stops here at once rather than mixing two threads' errors in one report.
 TrailState &state()
 {
     static TrailState s;
+    if (Q_UNLIKELY(std::this_thread::get_id() != s.owner))
+        qFatal("HuntERR: the error trail was used off its owning thread");
     return s;
 }
 

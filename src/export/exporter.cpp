@@ -52,13 +52,6 @@ Exporter::Exporter(SessionState &signIn, TreeProcs &tree)
 
 Exporter::~Exporter() = default;
 
-ExportDisk &Exporter::disk()
-{
-    if (!m_disk || m_disk->isDryRun() != m_options.dryRun)
-        m_disk = std::make_unique<ExportDisk>(m_signIn.DestinationPath, m_options.dryRun);
-    return *m_disk;
-}
-
 ExportResult Exporter::run(const ExportOptions &options)
 {
     // Without a destination every target would hang off the file system's root.
@@ -80,40 +73,26 @@ ExportResult Exporter::run(const ExportOptions &options)
     m_nodeDirs.clear();
     m_keptDirs.clear();
     m_heldRecords.clear();
-    m_disk = std::make_unique<ExportDisk>(m_signIn.DestinationPath, options.dryRun); // from the disk as it is
-    if (options.dryRun) {
-        for (const QString &made : options.madeDirectories)
-            m_disk->assumeMade(made);
-    }
-
+    m_ahead.clear();
     m_logWritten = false;
     m_logFolder.clear();
     m_result.logName = exportLogNameFor(QDateTime::currentDateTime()).mid(1);
 
     // One job in a dry run: it reads no bytes, and its picture of the disk belongs to the walk.
     // Step mode asks about each failure as it happens, which only the walk's thread can do.
-    const int jobs = options.dryRun || HuntERR::stepMode() ? 1 : qMax(1, options.jobs);
-    m_documents = std::make_unique<DocumentQueue>(
-        jobs, m_signIn.cnDb().connectionString, m_signIn.cnDb(),
-        [this](const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted) {
-            return fetchDocument(job, cn, counted);
-        },
-        [this](const DocumentJob &job, DocumentOutcome &outcome) { retireDocument(job, outcome); },
-        [this](qint64 inFlight) {
-            if (m_options.observer)
-                m_options.observer->documentBytes(inFlight);
-        });
-    m_ahead.clear();
+    startQueue(options.dryRun || HuntERR::stepMode() ? 1 : qMax(1, options.jobs));
     try {
         CopyCheckedFolders();
     } catch (...) {
-        m_documents.reset(); // stops the workers before anything they use goes away
-        m_ahead.clear();
+        stopQueue(); // stops the workers before anything they use goes away
         throw;
     }
     m_documents->drain();
-    m_documents.reset();
-    m_ahead.clear();
+    const DocumentQueue::Connections connections = m_documents->connections();
+    m_result.jobs = connections.asked;
+    m_result.connections = connections.connected;
+    m_result.connectionError = connections.error;
+    stopQueue();
 
     if (m_logWritten && !options.dryRun) {
         m_logWritten = false;
@@ -121,6 +100,45 @@ ExportResult Exporter::run(const ExportOptions &options)
         m_signIn.form().openLog(m_logFolder, m_result.logName);
     }
     return m_result;
+}
+
+ExportDisk &Exporter::disk()
+{
+    return *m_disk;
+}
+
+void Exporter::startQueue(int jobs)
+{
+    m_disk = std::make_unique<ExportDisk>(m_signIn.DestinationPath, m_options.dryRun); // from the disk as it is
+    if (m_options.dryRun) {
+        for (const QString &made : std::as_const(m_options.madeDirectories))
+            m_disk->assumeMade(made);
+    }
+    FetchSettings settings;
+    settings.archive = m_signIn.blnArchive;
+    settings.archiveDb = m_signIn.strSelectedDb;
+    settings.update = m_options.update;
+    settings.digests = m_options.records != nullptr;
+    m_fetcher = std::make_unique<DocumentFetcher>(std::move(settings), *m_disk);
+    const DocumentFetcher *fetcher = m_fetcher.get(); // all the workers see of the run
+    m_documents = std::make_unique<DocumentQueue>(
+        jobs, m_signIn.cnDb().connectionString, m_signIn.cnDb(),
+        [fetcher](const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted) {
+            return fetcher->fetch(job, cn, counted);
+        },
+        [this](const DocumentJob &job, DocumentOutcome &outcome) { retireDocument(job, outcome); },
+        [this](qint64 inFlight) {
+            if (m_options.observer)
+                m_options.observer->documentBytes(inFlight);
+        });
+}
+
+void Exporter::stopQueue()
+{
+    m_documents.reset(); // takes back what is still out, through the disk layer
+    m_fetcher.reset();
+    m_disk.reset();
+    m_ahead.clear();
 }
 
 // --- Folder walk ---------------------------------------------------------------------------

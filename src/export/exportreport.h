@@ -2,6 +2,9 @@
 // The export report: one record per folder and per document of a run, as JSON Lines, written as
 // the run goes so that a run that is killed leaves the record of what it did. The report is what
 // `verify` checks the disk (and the repository) against.
+//
+// Threads: records are made and written on the export walk's thread only; readReport, toJsonLine
+// and fromJsonLine touch nothing shared.
 
 #include <QDateTime>
 #include <QFile>
