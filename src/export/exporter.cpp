@@ -173,6 +173,9 @@ void Exporter::CopyCheckedFolders()
     const QString &destination = m_signIn.DestinationPath;
     FolderTree &tree = m_tree.tree();
 
+    // Where each ticked folder belongs below the destination, made or not: a ticked folder below
+    // one whose directory could not be made is logged at its own place.
+    QHash<const FolderTree::Node *, QString> meant;
     const int count = tree.count();
     for (ExportNodeIndex = 1; ExportNodeIndex <= count; ExportNodeIndex += 1) {
         FolderTree::Node *node = nullptr;
@@ -186,13 +189,17 @@ void Exporter::CopyCheckedFolders()
 
         // The nearest ticked ancestor's directory as this run made it: it may carry its id.
         QString parentDir = destination;
+        QString meantParent = destination;
         const FolderTree::Node *up = node->parent;
         const bool underTicked = up && up->checked && folderIdOfKey(up->key) != 1;
-        if (underTicked)
+        if (underTicked) {
             parentDir = m_nodeDirs.value(up);
+            meantParent = meant.value(up);
+        }
         QString tag = node->tag;
         const QString cleaned = RemoveSpChr(tag);
-        QString target = parentDir + pathSeparator() + cleaned;
+        QString target = meantParent + pathSeparator() + cleaned;
+        meant.insert(node, target);
         auto logged = [&] { logFailure(source, qint64(id), node->tag, target, kFolderLine); };
         if (parentDir.isEmpty() || m_walked.contains(qint64(id))) {
             logged(); // its parent's directory could not be made, or the folder was already written
@@ -201,6 +208,7 @@ void Exporter::CopyCheckedFolders()
         m_walked.insert(qint64(id));
         ExportRecord folder = ExportRecord::of(ExportRecord::Kind::Folder, qint64(id), node->tag);
         target = directoryFor(parentDir, cleaned, qint64(id), &folder.status);
+        meant.insert(node, target);
         if (!recreateDirectory(source, target, logged, folder))
             continue;
         m_nodeDirs.insert(node, target);
