@@ -230,6 +230,8 @@ private slots:
         QCOMPARE(m_trail.shown.size(), 1);
         const QString report = m_trail.shown.first();
         QVERIFY2(report.contains(QString::number(HuntERR::ERR_KEY_NOT_UNIQUE)), qPrintable(report));
+        // The tool raised it itself: the report names the application as its source.
+        QVERIFY(report.contains(QStringLiteral("  Source: ") + QCoreApplication::applicationName() + " \r\n"));
         QVERIFY(report.contains(QStringLiteral("FrmSendtofolder.loadChildrenArchive(parentnode)")));
         QVERIFY(report.contains(QStringLiteral("FrmSendtofolder.tvDefaultRoot_NodeClick(Node)")));
         QCOMPARE(loaded(d.node(1)).left(2), QStringLiteral("3:"));
