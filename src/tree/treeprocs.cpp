@@ -5,6 +5,8 @@
 #include "repository/connectionstring.h"
 #include "repository/statements.h"
 
+#include <QScopeGuard>
+
 #include <cmath>
 
 namespace {
@@ -147,7 +149,12 @@ void TreeProcs::loadSitesFolders1()
         cn.open();
 
         m_tree.clear();
-        loadSitesAndCabinets1(m_tree, 0);
+        m_tree.setVisible(false);
+        {
+            // Shown again however the fill ends: a failed build must not leave the tree hidden.
+            const QScopeGuard show([this] { m_tree.setVisible(true); });
+            loadSitesAndCabinets1(m_tree, 0);
+        }
 
         if (m_tree.count() >= 1)
             m_tree.setSelected(m_tree.node(1));

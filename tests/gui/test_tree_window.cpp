@@ -54,7 +54,15 @@ private slots:
 
     void clicksAndTicksInTheView()
     {
-        signInTo(QStringLiteral("Acme"));
+        // The view is hidden while the sign-in fills the tree, and shown again after it.
+        QVERIFY(h->open());
+        QList<bool> hiddenWhileFilled;
+        const auto filling = connect(&tree(), &QAbstractItemModel::rowsInserted, this,
+                                     [&] { hiddenWhileFilled << view()->isHidden(); });
+        QVERIFY(h->signInTo(m_fx.demo, QStringLiteral("Acme")));
+        disconnect(filling);
+        QCOMPARE(hiddenWhileFilled, QList<bool>{true});
+        QVERIFY(!view()->isHidden());
         FolderTree::Node *root = tree().node(1);
         QVERIFY(root->children.empty());
 
