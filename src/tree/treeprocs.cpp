@@ -336,7 +336,12 @@ void TreeProcs::setAllChildren(double nodeIdx, bool ticked)
 {
     if (required(m_tree.selected())->children.empty())
         return;
-    m_tree.setCheckedMany(descendantsByPath(m_tree, nodeAtIndex(m_tree, nodeIdx)), ticked);
+    // After a click on a name the selected node is not the one ticked last, which may have
+    // nothing loaded below it: nothing to hand down then.
+    FolderTree::Node *start = nodeAtIndex(m_tree, nodeIdx);
+    if (start->children.empty())
+        return;
+    m_tree.setCheckedMany(descendantsByPath(m_tree, start), ticked);
 }
 
 QString TreeProcs::FindParentPAth(double &pNodeidx)
@@ -399,6 +404,7 @@ bool TreeProcs::tvDefaultRoot_NodeCheck(FolderTree::Node *node)
         if (node->parent->checked)
             m_tree.setChecked(node, true);
         dblCheckedNodeIdx = node->index;
+        m_checkedKey = node->key;
     });
 }
 
@@ -409,7 +415,12 @@ bool TreeProcs::tvDefaultRoot_Click()
         if (folderIdOfKey(selected->key) == 1)
             m_tree.setChecked(selected, false);
         if (dblCheckedNodeIdx > 0) {
-            FolderTree::Node *changed = nodeAtIndex(m_tree, dblCheckedNodeIdx);
+            // A click on a name runs this too, after its reload may have renumbered the nodes:
+            // the node ticked last is found by its key; a reload that dropped it leaves nothing.
+            FolderTree::Node *changed = m_tree.find(m_checkedKey);
+            if (!changed)
+                return;
+            dblCheckedNodeIdx = changed->index;
             if (changed->checked)
                 SelectAllChild(changed->index);
             else
