@@ -45,6 +45,7 @@ void FolderTreeView::setFolderTree(FolderTree *tree)
         return;
 
     connect(tree, &FolderTree::tickChangedByUser, this, &FolderTreeView::onTickChanged);
+    connect(tree, &FolderTree::visibleChanged, this, &QWidget::setVisible);
     connect(tree, &FolderTree::expandedChanged, this, [this](int nodeIndex, bool) {
         if (nodeIndex >= 1 && nodeIndex <= m_tree->count())
             syncNode(m_tree->node(nodeIndex));

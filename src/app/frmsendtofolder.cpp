@@ -273,6 +273,7 @@ void FrmSendtofolder::onNodeClicked(FolderTree::Node *node)
     {
         BusyPointer busy(this);
         m_procs.tvDefaultRoot_NodeClick(node);
+        m_procs.tvDefaultRoot_Click(); // the tree reports the click itself after the node's
     }
     // The node may have been reloaded or may have failed; either way the view shows what the
     // model now says.

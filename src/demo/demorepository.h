@@ -70,7 +70,7 @@
 //        and extensions; their order under "order by File_Description" is not defined, so tell
 //        the written file apart by its bytes (each text names its own rec_id).
 //   1019 long.txt: a 300-character title (too long for a file name)
-//   1020 blank.txt ""  (empty title; gives ".txt")
+//   1020 blank.txt ""  (empty title: written "[1020].txt", never a bare hidden ".txt")
 //   1021 "spaces" "   " (title of three blanks, stored name without a point)
 //   1022 "nothing" "" (empty title and no extension: the name is empty, the fallback [1022] applies)
 //   1023 "README" "Plain notes" (stored name without a point)

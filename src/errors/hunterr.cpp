@@ -141,6 +141,10 @@ void setCurrent(std::exception_ptr caught)
         info.number = ERR_GENERAL;
         info.description = QStringLiteral("Unknown error");
     }
+    // An error raised without a source (the tool's own, or one from outside the trail) is the
+    // application's: a report's "Source:" line is never blank.
+    if (info.source.isEmpty())
+        info.source = applicationName();
     state().current = info;
 }
 

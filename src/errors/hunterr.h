@@ -185,18 +185,23 @@ bool handler(const QString &source, F &&body, const std::function<void()> &onErr
 
 // A statement of a procedure that goes on after a failure (the export): the failure is recorded
 // by the trail (report built, nothing shown, nothing passed on) and false comes back so the
-// caller can log the item and resume with its next statement.
+// caller can log the item and resume with its next statement. In step mode it stops first, like
+// every handler, and may retry the statement.
 template <class F>
 bool resume(const QString &source, F &&body)
 {
-    try {
-        body();
-        return true;
-    } catch (...) {
-        detail::enterHandler(std::current_exception());
-        ErrorIn(source, FlagReport);
-        clearCurrent();
-        return false;
+    for (;;) {
+        try {
+            body();
+            return true;
+        } catch (...) {
+            detail::enterHandler(std::current_exception());
+            if (ErrMustStop())
+                continue;
+            ErrorIn(source, FlagReport);
+            clearCurrent();
+            return false;
+        }
     }
 }
 

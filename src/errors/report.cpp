@@ -124,6 +124,12 @@ QString applicationVersion()
 #endif
 }
 
+QString applicationName()
+{
+    const QString name = QCoreApplication::instance() ? QCoreApplication::applicationName() : QString();
+    return name.isEmpty() ? QStringLiteral("Parcelwise") : name;
+}
+
 QString signedForm(qint64 value)
 {
     if (value >= 0)
@@ -139,17 +145,13 @@ QString buildReportHead(const ErrInfo &err, const QString &methodName)
     } catch (...) {
         solutionVersion.clear(); // a report names what it can; a missing version is left blank
     }
-    QString appName = QCoreApplication::instance() ? QCoreApplication::applicationName() : QString();
-    if (appName.isEmpty())
-        appName = QStringLiteral("Parcelwise");
-
     const qint64 number = err.number;
     const Placeholders values = {
         {QStringLiteral("nl"), CrLf},
         {QStringLiteral("MethodName"), methodName},
         {QStringLiteral("Comp"), QSysInfo::machineHostName()},
         {QStringLiteral("Time"), QDateTime::currentDateTime().toString(QStringLiteral("MM/dd/yy HH:mm:ss"))},
-        {QStringLiteral("App"), appName},
+        {QStringLiteral("App"), applicationName()},
         {QStringLiteral("Ver"), applicationVersion()},
         {QStringLiteral("SolVer"), solutionVersion},
         {QStringLiteral("ADOVersion"), dataAccessVersion()},

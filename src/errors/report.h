@@ -30,6 +30,9 @@ QString dataAccessVersion();
 // "major.minor.patch" of this build.
 QString applicationVersion();
 
+// The application's name ("Parcelwise" when there is no application object).
+QString applicationName();
+
 // "+ n" / "- n".
 QString signedForm(qint64 value);
 

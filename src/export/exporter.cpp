@@ -207,6 +207,9 @@ void Exporter::CopyCheckedFolders()
     const QString &destination = m_signIn.DestinationPath;
     FolderTree &tree = m_tree.tree();
 
+    // Where each ticked folder belongs below the destination, made or not: a ticked folder below
+    // one whose directory could not be made is logged at its own place.
+    QHash<const FolderTree::Node *, QString> meant;
     const int count = tree.count();
     for (int index = 1; index <= count; ++index) {
         FolderTree::Node *node = nullptr;
@@ -220,13 +223,17 @@ void Exporter::CopyCheckedFolders()
 
         // The nearest ticked ancestor's directory as this run made it: it may carry its id.
         QString parentDir = destination;
+        QString meantParent = destination;
         const FolderTree::Node *up = node->parent;
         const bool underTicked = up && up->checked && folderIdOfKey(up->key) != 1;
-        if (underTicked)
+        if (underTicked) {
             parentDir = m_nodeDirs.value(up);
+            meantParent = meant.value(up);
+        }
         QString tag = node->tag;
         const QString cleaned = RemoveSpChr(tag);
-        QString target = parentDir + pathSeparator() + cleaned;
+        QString target = meantParent + pathSeparator() + cleaned;
+        meant.insert(node, target);
         auto logged = [&] { logFailure(source, id, node->tag, target, kFolderLine); };
         if (parentDir.isEmpty() || m_walked.contains(id)) {
             logged(); // its parent's directory could not be made, or the folder was already written
@@ -235,6 +242,7 @@ void Exporter::CopyCheckedFolders()
         m_walked.insert(id);
         ExportRecord folder = ExportRecord::of(ExportRecord::Kind::Folder, id, node->tag);
         target = directoryFor(parentDir, cleaned, id, &folder.status);
+        meant.insert(node, target);
         if (!recreateDirectory(source, target, logged, folder))
             continue;
         m_nodeDirs.insert(node, target);

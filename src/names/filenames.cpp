@@ -88,7 +88,8 @@ QString GetFileExtension(const QString &pFileName)
 
 bool titleCanBeFileName(const QString &cleanedTitle, const QString &ext)
 {
-    // Blanks only, or a name that means this directory or its parent.
+    // Blanks only (an empty title would leave a bare ".ext", a hidden file easily lost), or a
+    // name that means this directory or its parent.
     if (trimBlanks(cleanedTitle).isEmpty() || isNoName(cleanedTitle))
         return false;
     const QString fileName = cleanedTitle + ext;

@@ -72,7 +72,9 @@ FolderTree::Node *HeadlessSession::root() const
 
 bool HeadlessSession::click(FolderTree::Node *node)
 {
-    return procs.tvDefaultRoot_NodeClick(node);
+    // The tree reports the click itself after the node's, as it does after a tick.
+    const bool clicked = procs.tvDefaultRoot_NodeClick(node);
+    return procs.tvDefaultRoot_Click() && clicked;
 }
 
 bool HeadlessSession::tick(FolderTree::Node *node, bool ticked)

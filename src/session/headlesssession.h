@@ -26,7 +26,7 @@ public:
     Opened signIn(const QString &server, const QString &user, const QString &password, const QString &database);
 
     tree::FolderTree::Node *root() const;
-    // A click on the node's label (reloads its children).
+    // A click on the node's label (reloads its children); the tree then reports the click.
     bool click(tree::FolderTree::Node *node);
     // A change of the node's tick box: the box changes, then the tree reports the check and the click.
     bool tick(tree::FolderTree::Node *node, bool ticked = true);

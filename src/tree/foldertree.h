@@ -68,6 +68,15 @@ public:
     void setSelected(Node *node);
     Node *dropHighlight() const { return m_dropHighlight; }
     void setDropHighlight(Node *node) { m_dropHighlight = node; }
+    // The control's visibility: a build hides it while it fills it, so no half-built tree is seen.
+    bool isVisible() const { return m_visible; }
+    void setVisible(bool visible)
+    {
+        if (visible == m_visible)
+            return;
+        m_visible = visible;
+        emit visibleChanged(visible);
+    }
 
     QModelIndex indexOf(const Node *node) const;
     Node *nodeAt(const QModelIndex &index) const;
@@ -86,6 +95,7 @@ signals:
     void tickChangedByUser(int nodeIndex);
     void selectionChanged(int nodeIndex);
     void expandedChanged(int nodeIndex, bool expanded);
+    void visibleChanged(bool visible);
 
 private:
     int rowInParent(const Node *node) const;
@@ -98,6 +108,7 @@ private:
     std::vector<Node *> m_roots;
     Node *m_selected = nullptr;
     Node *m_dropHighlight = nullptr;
+    bool m_visible = true;
 };
 
 // The folder id of a key: the key with every "Fold" removed, as a number.

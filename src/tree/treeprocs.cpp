@@ -5,6 +5,8 @@
 #include "repository/connectionstring.h"
 #include "repository/statements.h"
 
+#include <QScopeGuard>
+
 #include <cmath>
 
 namespace tree {
@@ -144,7 +146,12 @@ void TreeProcs::loadSitesFolders1()
         cn.open();
 
         m_tree.clear();
-        loadSitesAndCabinets1(m_tree, 0);
+        m_tree.setVisible(false);
+        {
+            // Shown again however the fill ends: a failed build must not leave the tree hidden.
+            const QScopeGuard show([this] { m_tree.setVisible(true); });
+            loadSitesAndCabinets1(m_tree, 0);
+        }
 
         if (m_tree.count() >= 1)
             m_tree.setSelected(m_tree.node(1));
@@ -313,7 +320,12 @@ void TreeProcs::setAllChildren(int nodeIdx, bool ticked)
 {
     if (required(m_tree.selected())->children.empty())
         return;
-    m_tree.setCheckedMany(descendantsByPath(m_tree, nodeAtIndex(m_tree, nodeIdx)), ticked);
+    // After a click on a name the selected node is not the one ticked last, which may have
+    // nothing loaded below it: nothing to hand down then.
+    FolderTree::Node *start = nodeAtIndex(m_tree, nodeIdx);
+    if (start->children.empty())
+        return;
+    m_tree.setCheckedMany(descendantsByPath(m_tree, start), ticked);
 }
 
 // --- Tree events -------------------------------------------------------------------------------
@@ -356,6 +368,7 @@ bool TreeProcs::tvDefaultRoot_NodeCheck(FolderTree::Node *node)
         if (node->parent->checked)
             m_tree.setChecked(node, true);
         dblCheckedNodeIdx = node->index;
+        m_checkedKey = node->key;
     });
 }
 
@@ -366,7 +379,12 @@ bool TreeProcs::tvDefaultRoot_Click()
         if (folderIdOfKey(selected->key) == 1)
             m_tree.setChecked(selected, false);
         if (dblCheckedNodeIdx > 0) {
-            FolderTree::Node *changed = nodeAtIndex(m_tree, dblCheckedNodeIdx);
+            // A click on a name runs this too, after its reload may have renumbered the nodes:
+            // the node ticked last is found by its key; a reload that dropped it leaves nothing.
+            FolderTree::Node *changed = m_tree.find(m_checkedKey);
+            if (!changed)
+                return;
+            dblCheckedNodeIdx = changed->index;
             if (changed->checked)
                 SelectAllChild(changed->index);
             else

@@ -65,6 +65,8 @@ public:
 private:
     void setAllChildren(int nodeIdx, bool ticked);
 
+    QString m_checkedKey; // the key of that node: a reload renumbers the nodes after it
+
     SessionState &m_signIn;
     FolderTree &m_tree;
     QSet<QString> m_archiveListKeys;

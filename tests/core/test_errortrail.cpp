@@ -252,6 +252,10 @@ private slots:
                                                      "in step mode?\r\nClick YES to retry, NO to move to the caller, "
                                                      "CANCEL for no more stops")});
         QVERIFY(g_shown.isEmpty());
+        // The export's statements that go on after a failure stop and retry the same way.
+        runs = 0;
+        QVERIFY(resume(QStringLiteral("FrmSendtofolder.CopyCheckedFolders"), failOnce));
+        QCOMPARE(runs, 2);
 
         // On, No: the error moves to the caller, which asks again about the propagated report.
         prompts.clear();

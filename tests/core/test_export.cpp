@@ -269,7 +269,8 @@ private slots:
     {
         DemoSession d(m_fx.demo, QStringLiteral("Acme"));
         QVERIFY(d.click(1));
-        QVERIFY(d.tick(14)); // Projects, never opened: its subtree comes from the repository
+        QVERIFY(d.click(14));
+        QVERIFY(d.tick(14)); // Projects, with Plans loaded and ticked below it
         QVERIFY(d.tick(17)); // Templates
         QVERIFY(d.tick(18)); // Training
 
@@ -282,10 +283,12 @@ private slots:
         d.s.signin.DestinationPath = native(dest);
         const QChar sep = pathSeparator();
         // A folder whose directory cannot be made is one line: its documents and subfolders had
-        // nowhere to go.
+        // nowhere to go. A ticked folder below it is a line of its own, at its place below the
+        // destination.
         const QStringList expectedLines = {
             QStringLiteral("Folder ID: 14 , Folder Name: Projects , Folder Location: Projects"),
             QStringLiteral("Folder ID: 17 , Folder Name: Templates , Folder Location: Templates"),
+            QStringLiteral("Folder ID: 25 , Folder Name: Plans , Folder Location: Projects") + sep + "Plans",
         };
 
         // The log lives in the documents folder and is opened; two runs in one minute share it.

@@ -236,6 +236,8 @@ private slots:
         QCOMPARE(m_trail.shown.size(), 1);
         const QString report = m_trail.shown.first();
         QVERIFY2(report.contains(QString::number(HuntERR::ERR_KEY_NOT_UNIQUE)), qPrintable(report));
+        // The tool raised it itself: the report names the application as its source.
+        QVERIFY(report.contains(QStringLiteral("  Source: ") + QCoreApplication::applicationName() + " \r\n"));
         QVERIFY(report.contains(QStringLiteral("FrmSendtofolder.loadChildrenArchive(parentnode)")));
         QVERIFY(report.contains(QStringLiteral("FrmSendtofolder.tvDefaultRoot_NodeClick(Node)")));
         QCOMPARE(loaded(d.node(1)).left(2), QStringLiteral("3:"));
@@ -279,6 +281,13 @@ private slots:
         d.s.tree.setChecked(d.node(10), false);
         QVERIFY(d.click(10));
         QCOMPARE(ticked(d.s.tree), QString());
+
+        // After a click on a name the tree's click looks at the folder ticked last wherever a
+        // reload has moved it (Budgets), not at the node now at its old place (Filing Room).
+        QVERIFY(d.click(11) && d.click(21));
+        QVERIFY(d.tick(22) && d.tick(29));
+        QVERIFY(d.click(10));
+        QCOMPARE(ticked(d.s.tree), QStringLiteral("22"));
         QVERIFY(m_trail.shown.isEmpty());
     }
 
