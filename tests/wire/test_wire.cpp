@@ -191,6 +191,7 @@ private slots:
     void init() { m_trail.shown.clear(); }
     void signInFlows_data();
     void signInFlows();
+    void serverNames();
     void treeLiveAndArchive();
     void exportEqualsEmbedded_data();
     void exportEqualsEmbedded();
@@ -274,7 +275,9 @@ void TestWire::signInFlows()
         h.fillDatabaseList(name, user, QString());
         QCOMPARE(port.databases, listed);
         QCOMPARE(int(h.openDatabase(database)), opened);
-        QCOMPARE(port.messages, messages);
+        // On the wire the driver's reason follows.
+        const QString reason = QStringLiteral(" (connection refused by %1)").arg(QString(closed).replace(u',', u':'));
+        QCOMPARE(port.messages, closedPort && wire ? QStringList{messages.first() + reason} : messages);
         if (opened == int(Opened::Failed)) {
             QCOMPARE(m_trail.shown.size(), 1);
             if (user == u"bob")
@@ -287,6 +290,37 @@ void TestWire::signInFlows()
             QCOMPARE(h.signin.strLiveDb, database == u"AcmeArchive" ? QStringLiteral("Acme") : QString());
         }
     }
+}
+
+// Each form of server name a person types, and a host that is not there named as such.
+void TestWire::serverNames()
+{
+    QProcess atDefault; // on SQL Server's own port, with the instance lookup on UDP 1434
+    const bool defaultPorts = ::startStandin(atDefault, m_fx.demo, {"--port", "1433", "--browser-port", "1434"}) > 0;
+    const QStringList all = {"Acme", "AcmeArchive", "Globex", "Initech", "Scratch", "Twofold", "TwofoldArchive", "VandelayArchive"};
+    const struct {
+        const char *server;
+        bool atDefault;
+        QStringList listed, messages;
+    } cases[] = {
+        {"127.0.0.1", true, all, {}},
+        {"127.0.0.1\\STANDIN", true, all, {}},
+        {"tcp:localhost,1433", true, all, {}},
+        {"no-such-host.invalid", false, {}, {"SQL Server does not exist or access denied (unknown host no-such-host.invalid)"}},
+    };
+    for (const auto &c : cases) {
+        if (c.atDefault && !defaultPorts) {
+            qWarning("%s not tried: 127.0.0.1:1433 or UDP 1434 is taken", c.server);
+            continue;
+        }
+        PlainFormPort port;
+        HeadlessSession h(port);
+        h.fillDatabaseList(QString::fromLatin1(c.server), QStringLiteral("demo"), QString());
+        QCOMPARE(port.databases, c.listed);
+        QCOMPARE(port.messages, c.messages);
+    }
+    atDefault.closeWriteChannel();
+    atDefault.waitForFinished(5000);
 }
 
 void TestWire::treeLiveAndArchive()

@@ -2,11 +2,13 @@
 // the benchmark can sign in through the real FreeTDS ODBC driver, and anyone can try that path.
 //
 //   sqlserver-standin --port N --server DIR [--latency-ms MS] [--max-seconds S] [--no-stdin] [--log]
-//                     [--cut-replies-over BYTES]
+//                     [--cut-replies-over BYTES] [--browser-port N]
 //
 // Port 0 takes a free port. The port listened on is printed as "port N" on its own line. The
 // stand-in ends by itself when its standard input closes (the test that started it has gone),
 // when the process that started it goes away, and after --max-seconds (default 1800).
+// --browser-port answers as SQL Server Browser does on UDP (1434 on a real server): asked for the
+// instance STANDIN, it names the TCP port, so "host\STANDIN" reaches the stand-in.
 
 #include "session.h"
 
@@ -18,6 +20,7 @@
 #include <QTcpServer>
 #include <QThread>
 #include <QTimer>
+#include <QUdpSocket>
 
 #include <atomic>
 #include <cstdio>
@@ -50,6 +53,31 @@ private:
     standin::Options m_options;
     int m_sessions = 0;
 };
+
+// SQL Server Browser's answer to a request for one instance (0x04, the name): 0x05, the length,
+// then "name;value;" pairs. Other instances and requests go unanswered, as on a real server.
+bool startBrowser(QUdpSocket &socket, int port, quint16 tcpPort)
+{
+    if (!socket.bind(QHostAddress::LocalHost, quint16(port)))
+        return false;
+    QObject::connect(&socket, &QUdpSocket::readyRead, &socket, [&socket, tcpPort] {
+        while (socket.hasPendingDatagrams()) {
+            QHostAddress from;
+            quint16 fromPort = 0;
+            QByteArray request(int(qMax<qint64>(0, socket.pendingDatagramSize())), '\0');
+            socket.readDatagram(request.data(), request.size(), &from, &fromPort);
+            if (request.size() < 2 || request.at(0) != 4
+                || request.mid(1).replace('\0', "").compare("STANDIN", Qt::CaseInsensitive) != 0)
+                continue;
+            const QByteArray text = "ServerName;STANDIN;InstanceName;STANDIN;IsClustered;No;Version;16.0.1000.6;tcp;"
+                                    + QByteArray::number(tcpPort) + ";;";
+            QByteArray reply(1, '\x05');
+            reply.append(char(text.size() & 0xFF)).append(char(text.size() >> 8)).append(text);
+            socket.writeDatagram(reply, from, fromPort);
+        }
+    });
+    return true;
+}
 
 // Standard input closed: whoever started the stand-in is gone.
 void watchStandardInput()
@@ -84,7 +112,10 @@ int main(int argc, char *argv[])
     const QCommandLineOption cut(QStringLiteral("cut-replies-over"),
                                  QStringLiteral("Drop the connection part way through any reply longer than this."),
                                  QStringLiteral("BYTES"), QStringLiteral("0"));
-    parser.addOptions({port, server, latency, lifetime, noStdin, log, cut});
+    const QCommandLineOption browser(QStringLiteral("browser-port"),
+                                     QStringLiteral("Answer SQL Server Browser's requests for instance STANDIN on this UDP port."),
+                                     QStringLiteral("N"), QStringLiteral("0"));
+    parser.addOptions({port, server, latency, lifetime, noStdin, log, cut, browser});
     parser.process(app);
 
     bool portOk = false;
@@ -106,6 +137,13 @@ int main(int argc, char *argv[])
     if (!listener.listen(QHostAddress::LocalHost, quint16(portNumber))) {
         std::fprintf(stderr, "sqlserver-standin: cannot listen on 127.0.0.1:%d: %s\n", portNumber,
                      qUtf8Printable(listener.errorString()));
+        return 1;
+    }
+    QUdpSocket browserSocket;
+    const int browserPort = parser.value(browser).toInt();
+    if (browserPort > 0 && !startBrowser(browserSocket, browserPort, listener.serverPort())) {
+        std::fprintf(stderr, "sqlserver-standin: cannot listen on UDP 127.0.0.1:%d: %s\n", browserPort,
+                     qUtf8Printable(browserSocket.errorString()));
         return 1;
     }
     std::printf("port %d\n", int(listener.serverPort()));
