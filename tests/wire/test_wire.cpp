@@ -161,7 +161,7 @@ class TestWire : public QObject {
 
     bool startStandin()
     {
-        m_port = ::startStandin(m_standin, m_fx.demo);
+        m_port = ::startStandin(m_standin, m_fx.demo, {"--tls"});
         m_wire = QStringLiteral("127.0.0.1,%1").arg(m_port);
         return m_port > 0;
     }
@@ -376,11 +376,16 @@ void TestWire::exportEqualsEmbedded_data()
     QTest::addColumn<QString>("archive");
     QTest::addColumn<QString>("blocker"); // a file where this folder's directory belongs
     QTest::addColumn<QString>("firstLogLine");
-    QTest::newRow("live") << QStringLiteral("Acme") << QString() << QStringLiteral("Unsorted")
-                          << QStringLiteral("Folder ID: 19 , Folder Name: Unsorted , Folder Location: Unsorted");
+    QTest::addColumn<QByteArray>("odbcOptions");
+    const QString unsorted = QStringLiteral("Folder ID: 19 , Folder Name: Unsorted , Folder Location: Unsorted");
+    QTest::newRow("live") << QStringLiteral("Acme") << QString() << QStringLiteral("Unsorted") << unsorted
+                          << QByteArray();
+    QTest::newRow("live, encrypted throughout") << QStringLiteral("Acme") << QString() << QStringLiteral("Unsorted")
+                                                << unsorted << QByteArray("Encryption=require");
     QTest::newRow("archive") << QStringLiteral("AcmeArchive") << QStringLiteral("AcmeArchive")
                              << QStringLiteral("Old Branch")
-                             << QStringLiteral("Folder ID: 38 , Folder Name: Old Branch , Folder Location: Old Branch");
+                             << QStringLiteral("Folder ID: 38 , Folder Name: Old Branch , Folder Location: Old Branch")
+                             << QByteArray();
 }
 
 void TestWire::exportEqualsEmbedded()
@@ -389,11 +394,14 @@ void TestWire::exportEqualsEmbedded()
     QFETCH(QString, archive);
     QFETCH(QString, blocker);
     QFETCH(QString, firstLogLine);
-    const QString embeddedDest = m_fx.filePath(QStringLiteral("embedded-") + database);
-    const QString wireDest = m_fx.filePath(QStringLiteral("wire-") + database);
+    QFETCH(QByteArray, odbcOptions);
+    const QString embeddedDest = m_fx.filePath(QStringLiteral("embedded-%1").arg(++m_runs));
+    const QString wireDest = m_fx.filePath(QStringLiteral("wire-%1").arg(m_runs));
     const QDateTime start = QDateTime::currentDateTime();
     const Run embedded = exportAll(false, database, embeddedDest, blocker);
+    qputenv("PARCELWISE_ODBC_OPTIONS", odbcOptions);
     const Run wire = exportAll(true, database, wireDest, blocker);
+    qunsetenv("PARCELWISE_ODBC_OPTIONS");
 
     // The wire run is the repository itself: every name, byte and date.
     RepositoryReader reader(m_fx.demo, QStringLiteral("Acme"), archive);
@@ -491,18 +499,15 @@ void TestWire::failuresAndSessions()
         }
     }
 
-    // Extra driver attributes reach FreeTDS: asked to require encryption, which the stand-in does
-    // not offer at pre-login, FreeTDS gives up before the login.
-    qputenv("PARCELWISE_ODBC_OPTIONS", "Encryption=require");
-    {
+    // Encryption as FreeTDS agrees it with a server that has a certificate: the login only by
+    // default, the whole session when the extra driver attributes require it.
+    for (const char *options : {"", "Encryption=require"}) {
+        qputenv("PARCELWISE_ODBC_OPTIONS", options);
         repo::Connection encrypted;
-        QString text;
-        try {
-            encrypted.open(QStringLiteral("User ID=demo;Initial Catalog=Acme;Data Source=%1;Password=").arg(m_wire));
-        } catch (const HuntERR::Error &e) {
-            text = QString::number(e.number());
-        }
-        QCOMPARE(text, QString::number(repo::ERR_UNREACHABLE));
+        encrypted.open(QStringLiteral("User ID=demo;Initial Catalog=Acme;Data Source=%1;Password=").arg(m_wire));
+        const repo::RecordSet rs = encrypted.execute(
+            QStringLiteral("select encrypt_option from sys.dm_exec_connections where session_id = @@SPID"));
+        QCOMPARE(rs.value(QStringLiteral("encrypt_option")).toString(), QLatin1String(*options ? "TRUE" : "FALSE"));
     }
     qunsetenv("PARCELWISE_ODBC_OPTIONS");
 

@@ -2,11 +2,14 @@
 // the benchmark can sign in through the real FreeTDS ODBC driver, and anyone can try that path.
 //
 //   sqlserver-standin --port N --server DIR [--latency-ms MS] [--max-seconds S] [--no-stdin] [--log]
-//                     [--cut-replies-over BYTES] [--browser-port N]
+//                     [--cut-replies-over BYTES] [--browser-port N] [--tls]
 //
 // Port 0 takes a free port. The port listened on is printed as "port N" on its own line. The
 // stand-in ends by itself when its standard input closes (the test that started it has gone),
 // when the process that started it goes away, and after --max-seconds (default 1800).
+// --tls offers encryption at pre-login with a self-signed certificate made at start, as a server
+// with a certificate that does not force encryption: the login only for a client that merely
+// supports it (FreeTDS's default), the whole session for one that asks (Encryption=require).
 // --browser-port answers as SQL Server Browser does on UDP (1434 on a real server): asked for the
 // instance STANDIN, it names the TCP port, so "host\STANDIN" reaches the stand-in.
 
@@ -115,7 +118,8 @@ int main(int argc, char *argv[])
     const QCommandLineOption browser(QStringLiteral("browser-port"),
                                      QStringLiteral("Answer SQL Server Browser's requests for instance STANDIN on this UDP port."),
                                      QStringLiteral("N"), QStringLiteral("0"));
-    parser.addOptions({port, server, latency, lifetime, noStdin, log, cut, browser});
+    const QCommandLineOption tls(QStringLiteral("tls"), QStringLiteral("Offer encryption (self-signed certificate)."));
+    parser.addOptions({port, server, latency, lifetime, noStdin, log, cut, browser, tls});
     parser.process(app);
 
     bool portOk = false;
@@ -132,6 +136,14 @@ int main(int argc, char *argv[])
     options.latencyMs = qMax(0, parser.value(latency).toInt());
     options.log = parser.isSet(log);
     options.cutRepliesOver = qMax<qint64>(0, parser.value(cut).toLongLong());
+    if (parser.isSet(tls)) {
+        QString error;
+        options.tls = standin::makeTlsContext(&error);
+        if (!options.tls) {
+            std::fprintf(stderr, "sqlserver-standin: no certificate: %s\n", qUtf8Printable(error));
+            return 1;
+        }
+    }
 
     Server listener(options);
     if (!listener.listen(QHostAddress::LocalHost, quint16(portNumber))) {

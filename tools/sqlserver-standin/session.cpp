@@ -17,8 +17,6 @@ namespace standin {
 namespace {
 
 constexpr quint16 kSelectCommand = 0xC1;
-constexpr int kHeaderSize = 8;
-constexpr quint8 kEndOfMessage = 0x01;
 
 struct ServerError {
     qint32 number;
@@ -85,117 +83,6 @@ QString quoted(const QString &value)
 
 } // namespace
 
-Session::Session(qintptr socketDescriptor, const Options &options, quint16 spid)
-    : m_options(options), m_spid(spid), m_socket(std::make_unique<QTcpSocket>())
-{
-    m_socket->setSocketDescriptor(socketDescriptor);
-    // Replies go out whole at once; waiting for the client's acknowledgement of the last one
-    // would add to every round trip.
-    m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
-}
-
-Session::~Session()
-{
-    m_db.reset();
-    m_socket->close();
-}
-
-void Session::log(const QString &what) const
-{
-    if (m_options.log) {
-        std::fprintf(stderr, "[spid %d] %s\n", m_spid, qUtf8Printable(what));
-        std::fflush(stderr);
-    }
-}
-
-bool Session::readMessage(quint8 &type, QByteArray &payload)
-{
-    payload.clear();
-    for (;;) {
-        while (m_socket->bytesAvailable() < kHeaderSize)
-            if (!m_socket->waitForReadyRead(-1))
-                return false;
-        const QByteArray header = m_socket->read(kHeaderSize);
-        type = quint8(header.at(0));
-        const quint8 status = quint8(header.at(1));
-        const int length = qFromBigEndian<quint16>(header.constData() + 2);
-        if (length < kHeaderSize)
-            return false;
-        const int body = length - kHeaderSize;
-        while (m_socket->bytesAvailable() < body)
-            if (!m_socket->waitForReadyRead(-1))
-                return false;
-        payload += m_socket->read(body);
-        if (status & kEndOfMessage)
-            return true;
-    }
-}
-
-bool Session::reply(const QByteArray &tokens)
-{
-    if (m_options.latencyMs > 0)
-        QThread::msleep(m_options.latencyMs);
-    const int room = m_packetSize - kHeaderSize;
-    const qint64 cut = m_options.cutRepliesOver;
-    if (cut > 0 && tokens.size() > cut) {
-        log(QStringLiteral("reply of %1 bytes cut after %2; connection dropped").arg(tokens.size()).arg(cut));
-        for (qsizetype at = 0; at < cut; at += room) {
-            const qsizetype n = qMin<qsizetype>(room, cut - at);
-            char header[kHeaderSize] = {char(kReply), 0, 0, 0, 0, 0, char(1 + at / room), 0};
-            qToBigEndian(quint16(n + kHeaderSize), header + 2);
-            qToBigEndian(m_spid, header + 4);
-            m_socket->write(header, kHeaderSize);
-            m_socket->write(tokens.constData() + at, n);
-        }
-        m_socket->waitForBytesWritten(2000);
-        m_socket->abort();
-        return false;
-    }
-    qsizetype at = 0;
-    quint8 packetId = 1;
-    do {
-        const qsizetype n = qMin<qsizetype>(room, tokens.size() - at);
-        char header[kHeaderSize];
-        header[0] = char(kReply);
-        header[1] = char(at + n >= tokens.size() ? kEndOfMessage : 0);
-        qToBigEndian(quint16(n + kHeaderSize), header + 2);
-        qToBigEndian(m_spid, header + 4);
-        header[6] = char(packetId++);
-        header[7] = 0;
-        m_socket->write(header, kHeaderSize);
-        m_socket->write(tokens.constData() + at, n);
-        at += n;
-        while (m_socket->bytesToWrite() > 4 * 1024 * 1024)
-            if (!m_socket->waitForBytesWritten(-1))
-                return false;
-    } while (at < tokens.size());
-    while (m_socket->bytesToWrite() > 0)
-        if (!m_socket->waitForBytesWritten(-1))
-            return false;
-    return true;
-}
-
-QByteArray Session::preLoginReply() const
-{
-    // VERSION, ENCRYPTION (not supported), INSTOPT, THREADID (empty), MARS (off), terminator.
-    const QByteArray data("\x10\x00\x07\xD0\x00\x00" "\x02" "\x00" "\x00", 9);
-    const quint8 tokens[] = {0, 1, 2, 3, 4};
-    const quint16 lengths[] = {6, 1, 1, 0, 1};
-    TokenWriter out;
-    quint16 offset = 5 * 5 + 1;
-    for (int i = 0; i < 5; ++i) {
-        out.u8(tokens[i]);
-        char b[4];
-        qToBigEndian(offset, b);
-        qToBigEndian(lengths[i], b + 2);
-        out.bytes(QByteArray(b, 4));
-        offset += lengths[i];
-    }
-    out.u8(0xFF);
-    out.bytes(data);
-    return out.data;
-}
-
 bool Session::openDatabase(repo::Connection &db, const QString &database)
 {
     try {
@@ -250,13 +137,13 @@ void Session::run()
 {
     quint8 type = 0;
     QByteArray payload;
-    if (!readMessage(type, payload) || type != kPreLogin)
-        return;
-    log(QStringLiteral("pre-login"));
-    if (!reply(preLoginReply()))
+    bool loginOnly = false;
+    if (!readMessage(type, payload) || type != kPreLogin || !preLogin(payload, loginOnly))
         return;
     if (!readMessage(type, payload) || type != kLogin7)
         return;
+    if (loginOnly) // the login's packet was the one encrypted; the rest goes in the clear
+        m_tls.reset();
     TokenWriter loginReply;
     const bool in = login(payload, loginReply);
     if (!reply(loginReply.data) || !in)
@@ -330,6 +217,20 @@ bool Session::sessionStatement(const QString &text, bool last, TokenWriter *out)
     static const RE use(QStringLiteral(R"(^USE\s+(?:\[(.+)\]|(\S+))\s*;?$)"), RE::CaseInsensitiveOption);
     static const RE variable(QStringLiteral(R"(^SELECT\s+@@(spid|version|servername|textsize)(?:\s+(?:AS\s+)?(\w+))?\s*;?$)"),
                              RE::CaseInsensitiveOption);
+    // Whether the session is encrypted throughout ("TRUE"; the login only, or not at all: "FALSE").
+    static const RE encrypted(QStringLiteral(R"(^SELECT\s+encrypt_option\s+FROM\s+sys\.dm_exec_connections\s+WHERE\s+)"
+                                             R"(session_id\s*=\s*@@SPID\s*;?$)"),
+                              RE::CaseInsensitiveOption);
+    if (encrypted.match(text).hasMatch()) {
+        if (out) {
+            const QVariant value = m_tls ? QStringLiteral("TRUE") : QStringLiteral("FALSE");
+            const QList<ResultColumn> columns = typeColumns({QStringLiteral("encrypt_option")}, {QVariantList{value}});
+            writeColumns(*out, columns);
+            writeRow(*out, columns, {value}, m_textSize);
+            out->done((last ? kDoneFinal : kDoneMore) | kDoneCount, kSelectCommand, 1);
+        }
+        return true;
+    }
     const QRegularExpressionMatch size = textSize.match(text);
     const QRegularExpressionMatch database = use.match(text);
     const QRegularExpressionMatch probe = variable.match(text);

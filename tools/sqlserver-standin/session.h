@@ -4,6 +4,7 @@
 // T-SQL adaptation) and answered as SQL Server answers it. Runs blocking in its own thread.
 
 #include "tdstokens.h"
+#include "tlslink.h"
 
 #include "repository/connection.h"
 
@@ -21,6 +22,8 @@ struct Options {
     // Tests: a reply longer than this many bytes is sent only this far, then the connection is
     // dropped, as a server that goes away in the middle of a document (0: never).
     qint64 cutRepliesOver = 0;
+    // The server's certificate: encryption offered at pre-login (null: not offered).
+    std::shared_ptr<SSL_CTX> tls;
 };
 
 class Session {
@@ -31,8 +34,14 @@ public:
 
 private:
     bool readMessage(quint8 &type, QByteArray &payload);
-    bool reply(const QByteArray &tokens);
-    QByteArray preLoginReply() const;
+    bool reply(const QByteArray &tokens, quint8 type = kReply);
+    // The connection's bytes, through TLS once it is on.
+    bool readExact(char *to, qint64 size);
+    void send(const char *data, qint64 size);
+    // Pre-login: the client's request answered and, when encryption was agreed, the handshake.
+    // false: the connection ends.
+    bool preLogin(const QByteArray &payload, bool &loginOnly);
+    bool tlsHandshake();
     // false: the login was refused and the connection ends.
     bool login(const QByteArray &payload, TokenWriter &out);
     void batch(const QString &text, TokenWriter &out);
@@ -49,6 +58,8 @@ private:
     quint16 m_spid;
     std::unique_ptr<QTcpSocket> m_socket;
     std::unique_ptr<repo::Connection> m_db;
+    std::unique_ptr<TlsLink> m_tls;
+    QByteArray m_plain; // decrypted, not yet read
     QString m_user;
     QString m_password;
     QString m_database;
