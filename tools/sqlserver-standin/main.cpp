@@ -3,6 +3,7 @@
 //
 //   sqlserver-standin --port N --server DIR [--latency-ms MS] [--max-seconds S] [--no-stdin] [--log]
 //                     [--cut-replies-over BYTES] [--browser-port N] [--tls]
+//                     [--shuffle-ties SEED]
 //
 // Port 0 takes a free port. The port listened on is printed as "port N" on its own line. The
 // stand-in ends by itself when its standard input closes (the test that started it has gone),
@@ -10,6 +11,8 @@
 // --tls offers encryption at pre-login with a self-signed certificate made at start, as a server
 // with a certificate that does not force encryption: the login only for a client that merely
 // supports it (FreeTDS's default), the whole session for one that asks (Encryption=require).
+// --shuffle-ties puts rows that tie on the ORDER BY, and results without one, in an order the seed
+// chooses, as SQL Server may send them in any order.
 // --browser-port answers as SQL Server Browser does on UDP (1434 on a real server): asked for the
 // instance STANDIN, it names the TCP port, so "host\STANDIN" reaches the stand-in.
 
@@ -119,7 +122,10 @@ int main(int argc, char *argv[])
                                      QStringLiteral("Answer SQL Server Browser's requests for instance STANDIN on this UDP port."),
                                      QStringLiteral("N"), QStringLiteral("0"));
     const QCommandLineOption tls(QStringLiteral("tls"), QStringLiteral("Offer encryption (self-signed certificate)."));
-    parser.addOptions({port, server, latency, lifetime, noStdin, log, cut, browser, tls});
+    const QCommandLineOption shuffle(QStringLiteral("shuffle-ties"),
+                                     QStringLiteral("Rows in no promised order come in an order this seed chooses."),
+                                     QStringLiteral("SEED"));
+    parser.addOptions({port, server, latency, lifetime, noStdin, log, cut, browser, tls, shuffle});
     parser.process(app);
 
     bool portOk = false;
@@ -136,6 +142,8 @@ int main(int argc, char *argv[])
     options.latencyMs = qMax(0, parser.value(latency).toInt());
     options.log = parser.isSet(log);
     options.cutRepliesOver = qMax<qint64>(0, parser.value(cut).toLongLong());
+    if (parser.isSet(shuffle))
+        options.shuffleSeed = parser.value(shuffle).toUInt();
     if (parser.isSet(tls)) {
         QString error;
         options.tls = standin::makeTlsContext(&error);

@@ -1,5 +1,6 @@
 #include "session.h"
 
+#include "ordering.h"
 #include "resultset.h"
 
 #include "errors/hunterr.h"
@@ -284,6 +285,8 @@ void Session::repositoryStatement(const QString &text, TokenWriter &out)
                 row << rs.valueAt(c);
             rows << row;
         }
+        if (m_options.shuffleSeed)
+            shuffleTies(text, names, rows, *m_options.shuffleSeed);
         const QList<ResultColumn> columns = typeColumns(names, rows);
         writeColumns(out, columns);
         for (const QVariantList &row : std::as_const(rows))

@@ -10,6 +10,7 @@
 
 #include <QString>
 #include <memory>
+#include <optional>
 
 class QTcpSocket;
 
@@ -24,6 +25,8 @@ struct Options {
     qint64 cutRepliesOver = 0;
     // The server's certificate: encryption offered at pre-login (null: not offered).
     std::shared_ptr<SSL_CTX> tls;
+    // Rows that tie on the ORDER BY, and results without one, in an order this seed chooses.
+    std::optional<quint32> shuffleSeed;
 };
 
 class Session {
