@@ -589,6 +589,15 @@ void TestWire::failuresAndSessions()
         QVERIFY(qa.exec(QStringLiteral("SET TEXTSIZE 5000")));
         QVERIFY(qb.exec(QStringLiteral("select count(*) from com_company")) && qb.next());
         QCOMPARE(qb.value(0).toInt(), 8);
+        // Statements one after another in a batch, with ";" or without: a result each.
+        QVERIFY(qb.exec(QStringLiteral("SET TEXTSIZE 9; select Com_db from com_company where Com_db = 'Acme'\n"
+                                       "select count(*) from com_company where Com_db <> 'Acme' select 3")));
+        QStringList results;
+        do {
+            while (qb.next())
+                results << qb.value(0).toString();
+        } while (qb.nextResult());
+        QCOMPARE(results, QStringList({"Acme", "7", "3"}));
         QVERIFY(qa.exec(cut) && qa.next());
         QCOMPARE(qa.value(0).toByteArray().size(), 5000);
         QVERIFY(!qb.exec(cut)); // no zar_file in the catalogue

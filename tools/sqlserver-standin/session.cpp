@@ -1,5 +1,6 @@
 #include "session.h"
 
+#include "batch.h"
 #include "ordering.h"
 #include "resultset.h"
 
@@ -174,20 +175,15 @@ void Session::run()
 void Session::batch(const QString &text, TokenWriter &out)
 {
     log(QStringLiteral("batch: %1").arg(text));
-    QStringList lines;
-    for (const QString &line : text.split(u'\n'))
-        if (!line.trimmed().isEmpty())
-            lines << line.trimmed();
-    // The tool's statements are one line each; a batch of several lines is the driver's own setup.
-    bool allSession = !lines.isEmpty();
-    for (int i = 0; allSession && i < lines.size(); ++i)
-        allSession = sessionStatement(lines.at(i), false, nullptr);
-    if (!allSession) {
-        repositoryStatement(text.trimmed(), out);
-        return;
+    const QStringList statements = splitBatch(text);
+    if (statements.isEmpty())
+        out.done(kDoneFinal, 0, 0);
+    // One DONE each, "more" on all but the last; a failure ends the batch.
+    for (qsizetype i = 0; i < statements.size(); ++i) {
+        const bool last = i + 1 == statements.size();
+        if (!sessionStatement(statements.at(i), last, &out) && !repositoryStatement(statements.at(i), last, out))
+            return;
     }
-    for (int i = 0; i < lines.size(); ++i)
-        sessionStatement(lines.at(i), i + 1 == lines.size(), &out);
 }
 
 void Session::useDatabase(const QString &name, bool last, TokenWriter &out)
@@ -268,13 +264,14 @@ bool Session::sessionStatement(const QString &text, bool last, TokenWriter *out)
     return true;
 }
 
-void Session::repositoryStatement(const QString &text, TokenWriter &out)
+bool Session::repositoryStatement(const QString &text, bool last, TokenWriter &out)
 {
     try {
         repo::RecordSet rs = m_db->execute(text);
+        const quint16 more = last ? kDoneFinal : kDoneMore;
         if (!rs.isOpen()) {
-            out.done(kDoneFinal, 0, 0);
-            return;
+            out.done(more, 0, 0);
+            return true;
         }
         const QStringList names = rs.fieldNames();
         QList<QVariantList> rows;
@@ -291,12 +288,14 @@ void Session::repositoryStatement(const QString &text, TokenWriter &out)
         writeColumns(out, columns);
         for (const QVariantList &row : std::as_const(rows))
             writeRow(out, columns, row, m_textSize);
-        out.done(kDoneCount, kSelectCommand, quint64(rows.size()));
+        out.done(more | kDoneCount, kSelectCommand, quint64(rows.size()));
+        return true;
     } catch (const HuntERR::Error &e) {
         const ServerError error = serverError(e);
         log(QStringLiteral("error %1: %2").arg(error.number).arg(error.text));
         out.message(true, error.number, 1, error.severity, error.text);
         out.done(kDoneError, 0, 0);
+        return false;
     }
 }
 

@@ -53,7 +53,8 @@ private:
     // hold (SET, USE, @@ probes); false when text is none of them. out null: only tell.
     bool sessionStatement(const QString &text, bool last, TokenWriter *out);
     void useDatabase(const QString &name, bool last, TokenWriter &out);
-    void repositoryStatement(const QString &text, TokenWriter &out);
+    // false: it failed (the error is written).
+    bool repositoryStatement(const QString &text, bool last, TokenWriter &out);
     bool openDatabase(repo::Connection &db, const QString &database);
     void log(const QString &what) const;
 
