@@ -144,6 +144,9 @@ void TestRepository::statementSuite()
         {"select ISNULL(FileActualDate, 'none') as v from zar_file where rec_id = 1009", "none"},
         {"select count(*) as v from [AcmeArchive]..[zar_FileArchive] where FileID = 1101", "1"},
         {"select convert(varchar(8), Rec_ID, 999) as v from zar_Folder", "<refused>"},
+        // datetime in three-hundredths of a second, as SQL Server keeps it
+        {"select convert(varchar(23), cast('2009-12-31 23:59:59.999' as datetime), 121) as v", "2010-01-01 00:00:00.000"},
+        {"select datepart(ms, convert(datetime, '2019-03-01 10:00:00.005')) as v", "7"},
     };
     for (const auto &e : expressions) {
         QString value;
