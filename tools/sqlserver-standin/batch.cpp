@@ -46,7 +46,8 @@ QStringList splitBatch(const QString &text)
             const QString word = text.mid(i, end - i);
             if (depth == 0) {
                 const bool begins = oneOf(word, {"select", "set", "use", "declare", "exec", "execute", "if", "print"})
-                                    && !oneOf(previous, {"union", "all", "except", "intersect", "insert", "into"});
+                                    && !oneOf(previous, {"union", "all", "except", "intersect", "insert", "into", "table",
+                                                        "index", "view"});
                 if (begins && !text.mid(start, i - start).trimmed().isEmpty())
                     cut(i, i);
                 previous = word;

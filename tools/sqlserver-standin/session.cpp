@@ -1,6 +1,7 @@
 #include "session.h"
 
 #include "batch.h"
+#include "dialect.h"
 #include "ordering.h"
 #include "resultset.h"
 
@@ -146,15 +147,21 @@ void Session::run()
         return;
     if (loginOnly) // the login's packet was the one encrypted; the rest goes in the clear
         m_tls.reset();
+    // The client's TDS version, 7.1 to 7.4 (older ones are answered as 7.1, newer as 7.4).
+    if (payload.size() >= 8)
+        m_tds = quint8(qBound(0x71, int(quint8(payload.at(7))), 0x74));
     TokenWriter loginReply;
+    loginReply.tds = m_tds;
     const bool in = login(payload, loginReply);
     if (!reply(loginReply.data) || !in)
         return;
     while (readMessage(type, payload)) {
         TokenWriter out;
+        out.tds = m_tds;
         if (type == kSqlBatch) {
-            // ALL_HEADERS comes first, led by its own length.
-            const quint32 headers = payload.size() >= 4 ? qFromLittleEndian<quint32>(payload.constData()) : 0;
+            // From 7.2 on, ALL_HEADERS comes first, led by its own length.
+            const quint32 headers =
+                payload.size() >= 4 && m_tds >= 0x72 ? qFromLittleEndian<quint32>(payload.constData()) : 0;
             const qsizetype skip = headers <= quint32(payload.size()) ? headers : 0;
             batch(utf16(payload, int(skip), int((payload.size() - skip) / 2)), out);
         } else if (type == kAttention) {
@@ -266,6 +273,13 @@ bool Session::sessionStatement(const QString &text, bool last, TokenWriter *out)
 
 bool Session::repositoryStatement(const QString &text, bool last, TokenWriter &out)
 {
+    const Refusal refused = sqliteOnlySyntax(text);
+    if (refused.number != 0) {
+        log(QStringLiteral("error %1: %2").arg(refused.number).arg(refused.text));
+        out.message(true, refused.number, 1, 15, refused.text);
+        out.done(kDoneError, 0, 0);
+        return false;
+    }
     try {
         repo::RecordSet rs = m_db->execute(text);
         const quint16 more = last ? kDoneFinal : kDoneMore;

@@ -69,6 +69,7 @@ private:
     QString m_database;
     qint64 m_textSize = 4096; // a new session's TEXTSIZE
     int m_packetSize = 4096;
+    quint8 m_tds = 0x74; // the TDS version agreed at login (TokenWriter::tds)
 };
 
 } // namespace standin
