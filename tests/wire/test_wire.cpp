@@ -199,6 +199,7 @@ private slots:
     void shuffledTies();
     void textSize();
     void failuresAndSessions();
+    void sessionsSideBySide();
 };
 
 void TestWire::initTestCase()
@@ -517,11 +518,9 @@ void TestWire::textSize()
     QCOMPARE(cn.execute(cut).value(QStringLiteral("file_data")).toByteArray().size(), 100000);
 }
 
-// Failures as SQL Server reports them, extra driver attributes, sessions side by side.
+// Failures as SQL Server reports them, encryption as agreed, a client that sends nonsense.
 void TestWire::failuresAndSessions()
 {
-    const QString cut = QStringLiteral("select file_data from zar_file where rec_id = 2103");
-
     // Refused at the login: a rejected password, a database that is not there (4060, then 18456),
     // numbered as on the embedded server. FreeTDS ranks the server's messages by severity, so on
     // the wire the first one of the second case is 18456's.
@@ -587,6 +586,15 @@ void TestWire::failuresAndSessions()
         }
     }
 
+    // Texts in the collation's order: accents with their letter, hyphens not counted, "ß" as "ss".
+    repo::RecordSet sorted = cn.execute(QStringLiteral(
+        "select N'strast' as v union all select N'Straße' union all select N'cotf' union all select N'côte' "
+        "union all select N'co-op' union all select N'cook' order by v"));
+    QStringList order;
+    for (; !sorted.eof(); sorted.moveNext())
+        order << sorted.text(QStringLiteral("v"));
+    QCOMPARE(order, QStringList({"cook", "co-op", "côte", "cotf", "Straße", "strast"}));
+
     // A client that sends nonsense is dropped; the stand-in goes on serving the others.
     for (const QByteArray &junk : {QByteArray("\x12\x01\x00\x03", 4), QByteArray(64, '\xff'),
                                    QByteArray("\x12\x01\x00\x0c\x00\x00\x00\x00\xff\x00\x00\x00", 12)
@@ -603,7 +611,12 @@ void TestWire::failuresAndSessions()
     QCOMPARE(cn.execute(QStringLiteral("select count(*) as n from zar_fileLive")).value(QStringLiteral("n")).toInt() > 0,
              true);
 
-    // Two sessions at once, their statements interleaved; each keeps its database and TEXTSIZE.
+}
+
+// Two sessions at once, their statements interleaved; each keeps its database and TEXTSIZE.
+void TestWire::sessionsSideBySide()
+{
+    const QString cut = QStringLiteral("select file_data from zar_file where rec_id = 2103");
     {
         QSqlDatabase a = rawConnection(QStringLiteral("a"), QStringLiteral("Acme"), QString());
         QSqlDatabase b = rawConnection(QStringLiteral("b"), QStringLiteral("zar_Master"), QString());

@@ -98,6 +98,24 @@ void watchStandardInput()
     watcher->start();
 }
 
+// The stand-in ends when standard input closes (watchStdin), after seconds, and when the process
+// that started it goes away.
+void stopByItself(bool watchStdin, int seconds)
+{
+    if (watchStdin)
+        watchStandardInput();
+    QTimer::singleShot(qMax(1, seconds) * 1000, qApp, [] { QCoreApplication::exit(0); });
+#ifdef Q_OS_UNIX
+    const pid_t parent = getppid();
+    QTimer *orphan = new QTimer(qApp);
+    QObject::connect(orphan, &QTimer::timeout, qApp, [parent] {
+        if (getppid() != parent)
+            QCoreApplication::exit(0);
+    });
+    orphan->start(1000);
+#endif
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -169,18 +187,7 @@ int main(int argc, char *argv[])
     std::printf("port %d\n", int(listener.serverPort()));
     std::fflush(stdout);
 
-    if (!parser.isSet(noStdin))
-        watchStandardInput();
-    QTimer::singleShot(qMax(1, parser.value(lifetime).toInt()) * 1000, &app, [] { QCoreApplication::exit(0); });
-#ifdef Q_OS_UNIX
-    const pid_t parent = getppid();
-    QTimer *orphan = new QTimer(&app);
-    QObject::connect(orphan, &QTimer::timeout, &app, [parent] {
-        if (getppid() != parent)
-            QCoreApplication::exit(0);
-    });
-    orphan->start(1000);
-#endif
+    stopByItself(!parser.isSet(noStdin), parser.value(lifetime).toInt());
     const int rc = app.exec();
     // Sessions still running are cut off with the process.
     std::_Exit(rc);

@@ -77,18 +77,58 @@ int columnOf(const QString &item, const QStringList &columnNames)
     return -1;
 }
 
-// Values that tie under the server's case-insensitive collation.
-QString tieKey(const QVariant &v)
+// A text as Latin1_General's Unicode rules weigh it: first the letters, accents and case set
+// aside, "ß" as "ss", hyphens and apostrophes not counted; then the accents; then the hyphens.
+// Case never counts (CI) and trailing blanks neither.
+struct TextWeight {
+    QString letters, accents, marks;
+};
+
+TextWeight textWeight(const QString &text)
 {
-    return v.isNull() ? QString() : QStringLiteral("v") + v.toString().toCaseFolded();
+    QString s = text;
+    while (s.endsWith(u' '))
+        s.chop(1);
+    s = s.toCaseFolded().replace(QChar(0xDF), QStringLiteral("ss")).normalized(QString::NormalizationForm_D);
+    TextWeight w;
+    w.marks = s;
+    for (const QChar c : std::as_const(s)) {
+        if (c == u'-' || c == u'\'')
+            continue;
+        w.accents += c;
+        if (c.category() != QChar::Mark_NonSpacing)
+            w.letters += c;
+    }
+    return w;
+}
+
+// SQL Server's comparison of two values of one column: NULL lowest, numbers by value, texts by
+// their weights.
+int compareValues(const QVariant &a, const QVariant &b)
+{
+    if (a.isNull() || b.isNull())
+        return int(b.isNull()) - int(a.isNull());
+    const int type = a.typeId();
+    if (type == QMetaType::Int || type == QMetaType::LongLong || type == QMetaType::Double) {
+        const double x = a.toDouble(), y = b.toDouble();
+        return x < y ? -1 : (x > y ? 1 : 0);
+    }
+    const TextWeight x = textWeight(a.toString()), y = textWeight(b.toString());
+    for (const auto part : {&TextWeight::letters, &TextWeight::accents, &TextWeight::marks}) {
+        const int c = QString::compare(x.*part, y.*part);
+        if (c != 0)
+            return c < 0 ? -1 : 1;
+    }
+    return 0;
 }
 
 } // namespace
 
-bool orderKeys(const QString &sql, const QStringList &columnNames, QList<int> &keys)
+bool orderKeys(const QString &sql, const QStringList &columnNames, QList<OrderKey> &keys)
 {
     keys.clear();
     static const QRegularExpression orderBy(QStringLiteral(R"(\border\s+by\b)"), QRegularExpression::CaseInsensitiveOption);
+    static const QRegularExpression descending(QStringLiteral(R"(\sDESC$)"), QRegularExpression::CaseInsensitiveOption);
     const QString text = withoutLiterals(sql);
     qsizetype at = -1;
     for (auto it = orderBy.globalMatch(text); it.hasNext();)
@@ -105,28 +145,34 @@ bool orderKeys(const QString &sql, const QStringList &columnNames, QList<int> &k
             keys.clear();
             return true;
         }
-        keys << c;
+        keys << OrderKey{c, descending.match(item).hasMatch()};
     }
     return true;
 }
 
-void shuffleTies(const QString &sql, const QStringList &columnNames, QList<QVariantList> &rows, quint32 seed)
+void orderAsServer(const QString &sql, const QStringList &columnNames, QList<QVariantList> &rows,
+                   std::optional<quint32> seed)
 {
-    QList<int> keys;
+    QList<OrderKey> keys;
     const bool ordered = orderKeys(sql, columnNames, keys);
     if (ordered && keys.isEmpty())
-        return;
-    QRandomGenerator random(seed ^ quint32(qHash(sql.simplified(), 0)));
-    const auto rowKey = [&](const QVariantList &row) {
-        QStringList parts;
-        for (int k : std::as_const(keys))
-            parts << tieKey(row.value(k));
-        return parts;
+        return; // a key that is not a column: the order is the embedded server's
+    const auto compareRows = [&](const QVariantList &a, const QVariantList &b) {
+        for (const OrderKey &k : std::as_const(keys)) {
+            const int c = compareValues(a.value(k.column), b.value(k.column));
+            if (c != 0)
+                return k.descending ? -c : c;
+        }
+        return 0;
     };
+    std::stable_sort(rows.begin(), rows.end(),
+                     [&](const QVariantList &a, const QVariantList &b) { return compareRows(a, b) < 0; });
+    if (!seed)
+        return;
+    QRandomGenerator random(*seed ^ quint32(qHash(sql.simplified(), 0)));
     for (qsizetype first = 0; first < rows.size();) {
         qsizetype end = first + 1;
-        const QStringList key = rowKey(rows.at(first));
-        while (end < rows.size() && rowKey(rows.at(end)) == key)
+        while (end < rows.size() && compareRows(rows.at(first), rows.at(end)) == 0)
             ++end;
         std::shuffle(rows.begin() + first, rows.begin() + end, random);
         first = end;

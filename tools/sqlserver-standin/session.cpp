@@ -296,8 +296,7 @@ bool Session::repositoryStatement(const QString &text, bool last, TokenWriter &o
                 row << rs.valueAt(c);
             rows << row;
         }
-        if (m_options.shuffleSeed)
-            shuffleTies(text, names, rows, *m_options.shuffleSeed);
+        orderAsServer(text, names, rows, m_options.shuffleSeed);
         const QList<ResultColumn> columns = typeColumns(names, rows);
         writeColumns(out, columns);
         for (const QVariantList &row : std::as_const(rows))
