@@ -95,6 +95,9 @@ bool addWireDocuments(const QString &server, QString *error)
                 ok = ok && exec(q);
             }
         }
+        // A row no folder shows, with values its columns' declared types (int, datetime) cannot hold.
+        ok = ok && q.exec(QStringLiteral("insert into zar_file (rec_id, folder_rec_id, File_Name, FileActualDate) "
+                                         "values (2106, 'forty-two', 'misfit.txt', 'someday')"));
         q = QSqlQuery();
         db.close();
     }
@@ -573,6 +576,11 @@ void TestWire::failuresAndSessions()
         {"select rec_id from zar_file order by rec_id limit 1", repo::ERR_COMMAND, "Incorrect syntax near 'limit'."},
         {"select File_Name || 'x' from zar_file", repo::ERR_COMMAND, "Incorrect syntax near '|'."},
         {"create table if not exists t (a int)", repo::ERR_COMMAND, "Incorrect syntax near the keyword 'IF'."},
+        // A value its column's declared type cannot hold is an error, not a silent 0
+        {"select folder_rec_id from zar_file where rec_id = 2106", HuntERR::ERR_GENERAL,
+         "Conversion failed when converting the nvarchar value 'forty-two' to data type int."},
+        {"select a.FileActualDate as d from zar_file a where a.rec_id = 2106", HuntERR::ERR_GENERAL,
+         "Conversion failed when converting date and/or time from character string."},
     };
     repo::Connection cn;
     cn.open(QStringLiteral("Provider=SQLOLEDB.1;User ID=demo;Initial Catalog=Acme;Data Source=%1;Password=").arg(m_wire));

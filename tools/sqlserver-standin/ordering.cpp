@@ -124,6 +124,40 @@ int compareValues(const QVariant &a, const QVariant &b)
 
 } // namespace
 
+QStringList sourceColumns(const QString &sql, const QStringList &columnNames)
+{
+    static const QRegularExpression head(QStringLiteral(R"(^\s*select\s+(?:distinct\s+)?(?:top\s*\(?\s*\d+\s*\)?\s+)?)"),
+                                         QRegularExpression::CaseInsensitiveOption);
+    static const QRegularExpression from(QStringLiteral(R"(\bfrom\b)"), QRegularExpression::CaseInsensitiveOption);
+    static const QRegularExpression plain(QStringLiteral(R"(^(?:\w+\.)*(\w+|\*)(?:\s+(?:as\s+)?\w+)?$)"),
+                                          QRegularExpression::CaseInsensitiveOption);
+    const QStringList none(columnNames.size(), QString());
+    const QString text = withoutLiterals(sql);
+    const QRegularExpressionMatch select = head.match(text);
+    if (!select.hasMatch())
+        return none;
+    // The list ends at the first FROM outside parentheses.
+    qsizetype end = text.size();
+    for (auto it = from.globalMatch(text, select.capturedEnd()); it.hasNext();) {
+        const QRegularExpressionMatch m = it.next();
+        const QString before = text.mid(select.capturedEnd(), m.capturedStart() - select.capturedEnd());
+        if (before.count(u'(') == before.count(u')')) {
+            end = m.capturedStart();
+            break;
+        }
+    }
+    bool inner = false;
+    const QStringList items = topLevelItems(text.mid(select.capturedEnd(), end - select.capturedEnd()), &inner);
+    QStringList sources;
+    for (const QString &item : items) {
+        const QRegularExpressionMatch m = plain.match(item);
+        if (m.hasMatch() && m.captured(1) == u"*")
+            return columnNames; // every column of a table, by its own name
+        sources << (m.hasMatch() ? m.captured(1) : QString());
+    }
+    return inner || sources.size() != columnNames.size() ? none : sources;
+}
+
 bool orderKeys(const QString &sql, const QStringList &columnNames, QList<OrderKey> &keys)
 {
     keys.clear();

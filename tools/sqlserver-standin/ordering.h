@@ -12,6 +12,11 @@
 
 namespace standin {
 
+// The repository column each result column names directly ("a.rec_id", "rec_id AS id", or every
+// column of a "*"), read from the statement's first select list; "" for an expression, and all ""
+// when the list cannot be read.
+QStringList sourceColumns(const QString &sql, const QStringList &columnNames);
+
 struct OrderKey {
     int column = 0;
     bool descending = false;

@@ -93,6 +93,42 @@ ColumnKind kindOfName(const QString &name)
     return isUnicodeColumn(name) ? ColumnKind::NVarChar : ColumnKind::VarChar;
 }
 
+// The types the repository's tables declare, by column name; false for a name it does not hold.
+bool declaredKind(const QString &name, ColumnKind &kind)
+{
+    if (sameName(name, {"Folder_Name", "Folder_Type", "File_Name", "File_Description", "Com_db", "com_type"})) {
+        kind = ColumnKind::NVarChar;
+        return true;
+    }
+    const ColumnKind named = kindOfName(name);
+    if (named == ColumnKind::NVarChar || named == ColumnKind::VarChar)
+        return false;
+    kind = named;
+    return true;
+}
+
+// Whether v can be a value of the declared kind; failure says why not.
+bool fits(ColumnKind kind, const QVariant &v, TypeFailure &failure)
+{
+    if (v.isNull())
+        return true;
+    if (kind == ColumnKind::Int) {
+        bool ok = false;
+        const qint64 n = v.toLongLong(&ok);
+        if (ok && n >= INT32_MIN && n <= INT32_MAX && v.typeId() != QMetaType::Double)
+            return true;
+        failure = {245, QStringLiteral("Conversion failed when converting the nvarchar value '%1' to data type int.")
+                            .arg(v.toString())};
+        return false;
+    }
+    if (kind == ColumnKind::DateTime && v.typeId() != QMetaType::QDateTime
+        && !parseStoredDateTime(v.toString()).isValid()) {
+        failure = {241, QStringLiteral("Conversion failed when converting date and/or time from character string.")};
+        return false;
+    }
+    return true;
+}
+
 void writeTypeInfo(TokenWriter &out, const ResultColumn &c)
 {
     switch (c.kind) {
@@ -223,7 +259,8 @@ void writeDateTime(TokenWriter &out, const QVariant &v)
 
 } // namespace
 
-QList<ResultColumn> typeColumns(const QStringList &names, const QList<QVariantList> &rows)
+QList<ResultColumn> typeColumns(const QStringList &names, const QList<QVariantList> &rows,
+                                const QStringList &sources, TypeFailure *failure)
 {
     QList<ResultColumn> columns;
     for (int c = 0; c < names.size(); ++c) {
@@ -236,6 +273,11 @@ QList<ResultColumn> typeColumns(const QStringList &names, const QList<QVariantLi
                 break;
             }
         col.kind = first ? kindOfValue(col.name, *first) : kindOfName(col.name);
+        if (failure && declaredKind(sources.value(c), col.kind)) {
+            for (const QVariantList &row : rows)
+                if (!fits(col.kind, row.value(c), *failure))
+                    return {};
+        }
         if (col.kind == ColumnKind::NVarChar || col.kind == ColumnKind::VarChar) {
             const int limit = col.kind == ColumnKind::NVarChar ? kShortTextBytes / 2 : kShortTextBytes;
             for (const QVariantList &row : rows)

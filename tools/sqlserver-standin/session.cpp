@@ -297,7 +297,14 @@ bool Session::repositoryStatement(const QString &text, bool last, TokenWriter &o
             rows << row;
         }
         orderAsServer(text, names, rows, m_options.shuffleSeed);
-        const QList<ResultColumn> columns = typeColumns(names, rows);
+        TypeFailure misfit;
+        const QList<ResultColumn> columns = typeColumns(names, rows, sourceColumns(text, names), &misfit);
+        if (misfit.number != 0) { // as the server would have refused to store it
+            log(QStringLiteral("error %1: %2").arg(misfit.number).arg(misfit.text));
+            out.message(true, misfit.number, 1, 16, misfit.text);
+            out.done(kDoneError, 0, 0);
+            return false;
+        }
         writeColumns(out, columns);
         for (const QVariantList &row : std::as_const(rows))
             writeRow(out, columns, row, m_textSize);
