@@ -20,17 +20,31 @@ QString odbcValue(const QString &value)
     return u'{' + v + u'}';
 }
 
-namespace {
-
-// SQL Server's names for the local machine, which FreeTDS does not know.
-QString localHostForFreeTds(const QString &host)
+ServerAddress serverAddress(const QString &dataSource)
 {
-    if (host == u"." || host.compare(u"(local)", Qt::CaseInsensitive) == 0)
-        return QStringLiteral("localhost");
-    return host;
+    ServerAddress a;
+    QString server = dataSource.trimmed();
+    if (server.startsWith(u"tcp:", Qt::CaseInsensitive))
+        server = server.mid(4).trimmed();
+    a.host = server;
+    const qsizetype comma = server.indexOf(u',');
+    if (comma >= 0) {
+        a.host = server.left(comma).trimmed();
+        a.port = server.mid(comma + 1).trimmed();
+    }
+    const qsizetype slash = a.host.indexOf(u'\\');
+    if (slash >= 0) {
+        a.instance = a.host.mid(slash + 1);
+        a.host = a.host.left(slash);
+    }
+    // SQL Server's names for the local machine, which FreeTDS does not know.
+    if (a.host == u"." || a.host.compare(u"(local)", Qt::CaseInsensitive) == 0)
+        a.host = QStringLiteral("localhost");
+    // A bare host is the default instance on SQL Server's own port; an instance is looked up.
+    if (a.port.isEmpty() && a.instance.isEmpty())
+        a.port = QStringLiteral("1433");
+    return a;
 }
-
-} // namespace
 
 QString sqlServerOdbcText(const ConnectionString &cs, const QString &driver)
 {
@@ -42,21 +56,11 @@ QString sqlServerOdbcText(const ConnectionString &cs, const QString &driver)
     QStringList parts;
     parts << QStringLiteral("DRIVER={%1}").arg(driver);
     if (freeTds) {
-        QString host = server;
-        QString port;
-        const qsizetype comma = server.indexOf(u',');
-        if (comma >= 0) {
-            host = server.left(comma).trimmed();
-            port = server.mid(comma + 1).trimmed();
-        }
-        const qsizetype slash = host.indexOf(u'\\');
-        if (slash >= 0)
-            host = localHostForFreeTds(host.left(slash)) + host.mid(slash);
-        else
-            host = localHostForFreeTds(host);
-        parts << QStringLiteral("Server=") + odbcValue(host);
-        if (!port.isEmpty())
-            parts << QStringLiteral("Port=") + odbcValue(port);
+        // FreeTDS understands neither "host,port" nor a missing port (it does not fall back to 1433).
+        const ServerAddress a = serverAddress(server);
+        parts << QStringLiteral("Server=") + odbcValue(a.instance.isEmpty() ? a.host : a.host + u'\\' + a.instance);
+        if (!a.port.isEmpty())
+            parts << QStringLiteral("Port=") + odbcValue(a.port);
     } else {
         parts << QStringLiteral("Server=") + odbcValue(server);
     }

@@ -11,6 +11,15 @@
 
 namespace repo {
 
+// Where a Data Source points: "host", "host,port", "host\instance" ("tcp:" dropped; "." and
+// "(local)" are localhost). A bare host has port 1433; an instance has none (it is looked up).
+struct ServerAddress {
+    QString host;
+    QString instance;
+    QString port;
+};
+ServerAddress serverAddress(const QString &dataSource);
+
 // The DSN-less ODBC text for SQL Server: DRIVER, Server (and Port for FreeTDS, which does not
 // understand "host,port"), Database, UID, PWD and, for FreeTDS, TDS_Version and TextSize; then the
 // extra driver attributes of odbcOptions(). Values holding ; { } = or outer blanks are put in

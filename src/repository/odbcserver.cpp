@@ -3,8 +3,10 @@
 
 #include "repository/backend.h"
 #include "repository/connection.h"
+#include "repository/hostprobe.h"
 #include "repository/odbcvalue.h"
 
+#include <QRegularExpression>
 #include <QSqlQuery>
 #include <QSqlRecord>
 
@@ -23,7 +25,23 @@ public:
         // An unreachable server should not keep the window blocked for long.
         db.setConnectOptions(QStringLiteral("SQL_ATTR_LOGIN_TIMEOUT=5"));
         if (!db.open())
-            fail(sqlServerFailure(db.lastError(), true));
+            fail(withReason(sqlServerFailure(db.lastError(), true), cs));
+    }
+
+    // A server that was never reached: the reason in place of the driver's general words.
+    static DriverFailure withReason(DriverFailure f, const ConnectionString &cs)
+    {
+        const bool answered = f.messages.join(u' ').contains(QRegularExpression(
+            QStringLiteral("Login failed|Cannot open database"), QRegularExpression::CaseInsensitiveOption));
+        if (f.number != ERR_UNREACHABLE || answered)
+            return f;
+        const ServerAddress a = serverAddress(cs.dataSource);
+        const QString reason = tcpFailureReason(a.host, a.port.toInt());
+        if (!reason.isEmpty()) {
+            f.description = reason;
+            f.messages.prepend(reason);
+        }
+        return f;
     }
 
     RecordSet execute(const QString &sql) override { return run(sql, sqlServerFailure); }

@@ -66,8 +66,23 @@ TypeName parseType(const QString &text)
     return t;
 }
 
-QString datepartExpression(const QString &part, const QString &expr)
+// A datetime as SQL Server keeps it: in three-hundredths of a second (.000, .003, .007), the
+// day rolled over when 23:59:59.999 rounds up. NULL for what is no date.
+QString roundedDateTime(const QString &expr)
 {
+    return QStringLiteral("strftime('%Y-%m-%d %H:%M:%f', round((julianday(%1) - 2440587.5) * 25920000) / 300.0, "
+                          "'unixepoch')")
+        .arg(expr);
+}
+
+bool isDateTimeType(const QString &base)
+{
+    return base == u"datetime" || base == u"smalldatetime";
+}
+
+QString datepartExpression(const QString &part, const QString &value)
+{
+    const QString expr = roundedDateTime(value);
     static const QList<QPair<QStringList, QString>> parts = {
         {{QStringLiteral("year"), QStringLiteral("yy"), QStringLiteral("yyyy")}, QStringLiteral("%Y")},
         {{QStringLiteral("month"), QStringLiteral("mm"), QStringLiteral("m")}, QStringLiteral("%m")},
@@ -288,6 +303,8 @@ Emitted Adapter::convertCall(const QList<QList<Node>> &args, const Emitted &unto
     if (!type.valid)
         return untouched;
     const QString expr = list(args.at(1)).trimmed();
+    if (isDateTimeType(type.base) && args.size() == 2)
+        return {roundedDateTime(expr), false};
     if (!isCharType(type.base)) {
         const QString target = sqliteType(type.base);
         if (target.isEmpty() || args.size() != 2)
@@ -299,7 +316,7 @@ Emitted Adapter::convertCall(const QList<QList<Node>> &args, const Emitted &unto
         const QString pattern = convertStyle(list(args.at(2)));
         if (pattern.isEmpty())
             return untouched;
-        out = QStringLiteral("strftime('%1', %2)").arg(pattern, expr);
+        out = QStringLiteral("strftime('%1', %2)").arg(pattern, roundedDateTime(expr));
     } else {
         out = QStringLiteral("CAST(%1 AS TEXT)").arg(expr);
     }
@@ -319,6 +336,8 @@ Emitted Adapter::castCall(const Node &g, const Emitted &untouched)
         return untouched;
     const QString expr = list(g.children.mid(0, asAt)).trimmed();
     const TypeName type = parseType(list(g.children.mid(asAt + 1)));
+    if (type.valid && isDateTimeType(type.base))
+        return {roundedDateTime(expr), false};
     const QString target = type.valid ? sqliteType(type.base) : QString();
     if (target.isEmpty())
         return untouched;

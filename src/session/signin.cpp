@@ -84,7 +84,14 @@ void SignIn::FillDataBasename()
             if (e.number() == repo::ERR_UNREACHABLE) {
                 HuntERR::clearCurrent();
                 HuntERR::clearPreserved();
-                m_form.message(QStringLiteral("SQL Server does not exist or access denied"));
+                // The words the person has always read, then why, when the driver knows.
+                const QString unreachable = QStringLiteral("SQL Server does not exist or access denied");
+                QString reason = e.description().trimmed();
+                if (reason.endsWith(u'.'))
+                    reason.chop(1);
+                m_form.message(reason.isEmpty() || reason.startsWith(unreachable)
+                                   ? unreachable
+                                   : QStringLiteral("%1 (%2)").arg(unreachable, reason));
                 return;
             }
             if (e.number() == repo::ERR_LOGIN_REJECTED) {

@@ -78,6 +78,8 @@ void TestRepository::odbcText_data()
         "DRIVER={FreeTDS};Server=dbhost;Port=2433;Database=Acme;UID=sa;PWD=p''w;TDS_Version=7.4;TextSize=2147483647");
     row("FreeTDS: .\\instance", serverMasterConnectionString("sa", ".\\SQLEXPRESS", "p"), "FreeTDS",
         "DRIVER={FreeTDS};Server=localhost\\SQLEXPRESS;Database=MASTER;UID=sa;PWD=p;TDS_Version=7.4;TextSize=2147483647");
+    row("FreeTDS: tcp:host\\instance", serverMasterConnectionString("sa", "tcp:db1\\SQLEXPRESS", "p"), "FreeTDS",
+        "DRIVER={FreeTDS};Server=db1\\SQLEXPRESS;Database=MASTER;UID=sa;PWD=p;TDS_Version=7.4;TextSize=2147483647");
     row("native: host,port kept, = braced", masterConnectionString("sa", "db1,1433", "x=y"), "SQL Server",
         "DRIVER={SQL Server};Server=db1,1433;Database=zar_Master;UID=sa;PWD={x=y}");
     row("native: key case, blanks, quoted ;}, stray fragments",
@@ -87,8 +89,8 @@ void TestRepository::odbcText_data()
         "DRIVER={SQL Server};Server=s;Database=d;UID=u;PWD=it's");
     row("native: doubled quotes are no quoting", "Password=''abc'';User ID=x", "SQL Server",
         "DRIVER={SQL Server};Server=;UID=x;PWD=''abc''");
-    row("FreeTDS: extra attributes last, outer ; dropped", masterConnectionString("sa", "db1", "p"), "FreeTDS",
-        "DRIVER={FreeTDS};Server=db1;Database=zar_Master;UID=sa;PWD=p;TDS_Version=7.4;TextSize=2147483647;"
+    row("FreeTDS: bare host on 1433, extra attributes last", masterConnectionString("sa", "db1", "p"), "FreeTDS",
+        "DRIVER={FreeTDS};Server=db1;Port=1433;Database=zar_Master;UID=sa;PWD=p;TDS_Version=7.4;TextSize=2147483647;"
         "Encryption=require;ClientCharset=UTF-8",
         " ;Encryption=require;ClientCharset=UTF-8; ");
     row("native: extra attributes", masterConnectionString("sa", "db1", "p"), "ODBC Driver 18 for SQL Server",
@@ -142,6 +144,9 @@ void TestRepository::statementSuite()
         {"select ISNULL(FileActualDate, 'none') as v from zar_file where rec_id = 1009", "none"},
         {"select count(*) as v from [AcmeArchive]..[zar_FileArchive] where FileID = 1101", "1"},
         {"select convert(varchar(8), Rec_ID, 999) as v from zar_Folder", "<refused>"},
+        // datetime in three-hundredths of a second, as SQL Server keeps it
+        {"select convert(varchar(23), cast('2009-12-31 23:59:59.999' as datetime), 121) as v", "2010-01-01 00:00:00.000"},
+        {"select datepart(ms, convert(datetime, '2019-03-01 10:00:00.005')) as v", "7"},
     };
     for (const auto &e : expressions) {
         QString value;

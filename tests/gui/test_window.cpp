@@ -143,7 +143,8 @@ private slots:
         h->fillSignIn(QStringLiteral("127.0.0.1,1"), QStringLiteral("sa"), QStringLiteral("x"));
         Dialogs::clearRecords();
         h->enterList();
-        QCOMPARE(Dialogs::shownTexts(), QStringList{QStringLiteral("SQL Server does not exist or access denied")});
+        QCOMPARE(Dialogs::shownTexts(), QStringList{QStringLiteral("SQL Server does not exist or access denied "
+                                                                   "(connection refused by 127.0.0.1:1)")});
         QCOMPARE(h->list()->count(), 0);
         QVERIFY(!QApplication::overrideCursor());
 

@@ -2,11 +2,19 @@
 // the benchmark can sign in through the real FreeTDS ODBC driver, and anyone can try that path.
 //
 //   sqlserver-standin --port N --server DIR [--latency-ms MS] [--max-seconds S] [--no-stdin] [--log]
-//                     [--cut-replies-over BYTES]
+//                     [--cut-replies-over BYTES] [--browser-port N] [--tls]
+//                     [--shuffle-ties SEED]
 //
 // Port 0 takes a free port. The port listened on is printed as "port N" on its own line. The
 // stand-in ends by itself when its standard input closes (the test that started it has gone),
 // when the process that started it goes away, and after --max-seconds (default 1800).
+// --tls offers encryption at pre-login with a self-signed certificate made at start, as a server
+// with a certificate that does not force encryption: the login only for a client that merely
+// supports it (FreeTDS's default), the whole session for one that asks (Encryption=require).
+// --shuffle-ties puts rows that tie on the ORDER BY, and results without one, in an order the seed
+// chooses, as SQL Server may send them in any order.
+// --browser-port answers as SQL Server Browser does on UDP (1434 on a real server): asked for the
+// instance STANDIN, it names the TCP port, so "host\STANDIN" reaches the stand-in.
 
 #include "session.h"
 
@@ -18,6 +26,7 @@
 #include <QTcpServer>
 #include <QThread>
 #include <QTimer>
+#include <QUdpSocket>
 
 #include <atomic>
 #include <cstdio>
@@ -51,6 +60,31 @@ private:
     int m_sessions = 0;
 };
 
+// SQL Server Browser's answer to a request for one instance (0x04, the name): 0x05, the length,
+// then "name;value;" pairs. Other instances and requests go unanswered, as on a real server.
+bool startBrowser(QUdpSocket &socket, int port, quint16 tcpPort)
+{
+    if (!socket.bind(QHostAddress::LocalHost, quint16(port)))
+        return false;
+    QObject::connect(&socket, &QUdpSocket::readyRead, &socket, [&socket, tcpPort] {
+        while (socket.hasPendingDatagrams()) {
+            QHostAddress from;
+            quint16 fromPort = 0;
+            QByteArray request(int(qMax<qint64>(0, socket.pendingDatagramSize())), '\0');
+            socket.readDatagram(request.data(), request.size(), &from, &fromPort);
+            if (request.size() < 2 || request.at(0) != 4
+                || request.mid(1).replace('\0', "").compare("STANDIN", Qt::CaseInsensitive) != 0)
+                continue;
+            const QByteArray text = "ServerName;STANDIN;InstanceName;STANDIN;IsClustered;No;Version;16.0.1000.6;tcp;"
+                                    + QByteArray::number(tcpPort) + ";;";
+            QByteArray reply(1, '\x05');
+            reply.append(char(text.size() & 0xFF)).append(char(text.size() >> 8)).append(text);
+            socket.writeDatagram(reply, from, fromPort);
+        }
+    });
+    return true;
+}
+
 // Standard input closed: whoever started the stand-in is gone.
 void watchStandardInput()
 {
@@ -62,6 +96,24 @@ void watchStandardInput()
     });
     watcher->setParent(qApp);
     watcher->start();
+}
+
+// The stand-in ends when standard input closes (watchStdin), after seconds, and when the process
+// that started it goes away.
+void stopByItself(bool watchStdin, int seconds)
+{
+    if (watchStdin)
+        watchStandardInput();
+    QTimer::singleShot(qMax(1, seconds) * 1000, qApp, [] { QCoreApplication::exit(0); });
+#ifdef Q_OS_UNIX
+    const pid_t parent = getppid();
+    QTimer *orphan = new QTimer(qApp);
+    QObject::connect(orphan, &QTimer::timeout, qApp, [parent] {
+        if (getppid() != parent)
+            QCoreApplication::exit(0);
+    });
+    orphan->start(1000);
+#endif
 }
 
 } // namespace
@@ -84,7 +136,14 @@ int main(int argc, char *argv[])
     const QCommandLineOption cut(QStringLiteral("cut-replies-over"),
                                  QStringLiteral("Drop the connection part way through any reply longer than this."),
                                  QStringLiteral("BYTES"), QStringLiteral("0"));
-    parser.addOptions({port, server, latency, lifetime, noStdin, log, cut});
+    const QCommandLineOption browser(QStringLiteral("browser-port"),
+                                     QStringLiteral("Answer SQL Server Browser's requests for instance STANDIN on this UDP port."),
+                                     QStringLiteral("N"), QStringLiteral("0"));
+    const QCommandLineOption tls(QStringLiteral("tls"), QStringLiteral("Offer encryption (self-signed certificate)."));
+    const QCommandLineOption shuffle(QStringLiteral("shuffle-ties"),
+                                     QStringLiteral("Rows in no promised order come in an order this seed chooses."),
+                                     QStringLiteral("SEED"));
+    parser.addOptions({port, server, latency, lifetime, noStdin, log, cut, browser, tls, shuffle});
     parser.process(app);
 
     bool portOk = false;
@@ -101,6 +160,16 @@ int main(int argc, char *argv[])
     options.latencyMs = qMax(0, parser.value(latency).toInt());
     options.log = parser.isSet(log);
     options.cutRepliesOver = qMax<qint64>(0, parser.value(cut).toLongLong());
+    if (parser.isSet(shuffle))
+        options.shuffleSeed = parser.value(shuffle).toUInt();
+    if (parser.isSet(tls)) {
+        QString error;
+        options.tls = standin::makeTlsContext(&error);
+        if (!options.tls) {
+            std::fprintf(stderr, "sqlserver-standin: no certificate: %s\n", qUtf8Printable(error));
+            return 1;
+        }
+    }
 
     Server listener(options);
     if (!listener.listen(QHostAddress::LocalHost, quint16(portNumber))) {
@@ -108,21 +177,17 @@ int main(int argc, char *argv[])
                      qUtf8Printable(listener.errorString()));
         return 1;
     }
+    QUdpSocket browserSocket;
+    const int browserPort = parser.value(browser).toInt();
+    if (browserPort > 0 && !startBrowser(browserSocket, browserPort, listener.serverPort())) {
+        std::fprintf(stderr, "sqlserver-standin: cannot listen on UDP 127.0.0.1:%d: %s\n", browserPort,
+                     qUtf8Printable(browserSocket.errorString()));
+        return 1;
+    }
     std::printf("port %d\n", int(listener.serverPort()));
     std::fflush(stdout);
 
-    if (!parser.isSet(noStdin))
-        watchStandardInput();
-    QTimer::singleShot(qMax(1, parser.value(lifetime).toInt()) * 1000, &app, [] { QCoreApplication::exit(0); });
-#ifdef Q_OS_UNIX
-    const pid_t parent = getppid();
-    QTimer *orphan = new QTimer(&app);
-    QObject::connect(orphan, &QTimer::timeout, &app, [parent] {
-        if (getppid() != parent)
-            QCoreApplication::exit(0);
-    });
-    orphan->start(1000);
-#endif
+    stopByItself(!parser.isSet(noStdin), parser.value(lifetime).toInt());
     const int rc = app.exec();
     // Sessions still running are cut off with the process.
     std::_Exit(rc);

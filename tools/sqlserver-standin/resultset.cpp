@@ -2,13 +2,14 @@
 
 #include <QDateTime>
 #include <QRegularExpression>
+#include <QStringEncoder>
 
 namespace standin {
 
 namespace {
 
-enum TypeByte : quint8 { kIntN = 0x26, kImage = 0x22, kFloatN = 0x6D, kDateTimeN = 0x6F, kBigVarChar = 0xA7,
-                         kNVarChar = 0xE7 };
+enum TypeByte : quint8 { kIntN = 0x26, kImage = 0x22, kText = 0x23, kNText = 0x63, kFloatN = 0x6D,
+                         kDateTimeN = 0x6F, kBigVarChar = 0xA7, kNVarChar = 0xE7 };
 constexpr int kShortTextBytes = 8000; // nvarchar(4000), varchar(8000)
 
 bool sameName(const QString &name, std::initializer_list<const char *> names)
@@ -92,6 +93,42 @@ ColumnKind kindOfName(const QString &name)
     return isUnicodeColumn(name) ? ColumnKind::NVarChar : ColumnKind::VarChar;
 }
 
+// The types the repository's tables declare, by column name; false for a name it does not hold.
+bool declaredKind(const QString &name, ColumnKind &kind)
+{
+    if (sameName(name, {"Folder_Name", "Folder_Type", "File_Name", "File_Description", "Com_db", "com_type"})) {
+        kind = ColumnKind::NVarChar;
+        return true;
+    }
+    const ColumnKind named = kindOfName(name);
+    if (named == ColumnKind::NVarChar || named == ColumnKind::VarChar)
+        return false;
+    kind = named;
+    return true;
+}
+
+// Whether v can be a value of the declared kind; failure says why not.
+bool fits(ColumnKind kind, const QVariant &v, TypeFailure &failure)
+{
+    if (v.isNull())
+        return true;
+    if (kind == ColumnKind::Int) {
+        bool ok = false;
+        const qint64 n = v.toLongLong(&ok);
+        if (ok && n >= INT32_MIN && n <= INT32_MAX && v.typeId() != QMetaType::Double)
+            return true;
+        failure = {245, QStringLiteral("Conversion failed when converting the nvarchar value '%1' to data type int.")
+                            .arg(v.toString())};
+        return false;
+    }
+    if (kind == ColumnKind::DateTime && v.typeId() != QMetaType::QDateTime
+        && !parseStoredDateTime(v.toString()).isValid()) {
+        failure = {241, QStringLiteral("Conversion failed when converting date and/or time from character string.")};
+        return false;
+    }
+    return true;
+}
+
 void writeTypeInfo(TokenWriter &out, const ResultColumn &c)
 {
     switch (c.kind) {
@@ -113,26 +150,63 @@ void writeTypeInfo(TokenWriter &out, const ResultColumn &c)
         break;
     case ColumnKind::NVarChar:
     case ColumnKind::VarChar:
+        if (c.max && out.tds < 0x72) { // no (n)varchar(max) before 7.2: ntext and text
+            out.u8(c.kind == ColumnKind::NVarChar ? kNText : kText);
+            out.u32(c.kind == ColumnKind::NVarChar ? 0x7FFFFFFE : 0x7FFFFFFF);
+            out.bytes(serverCollation());
+            out.usVarchar(QString()); // no table: an expression
+            break;
+        }
         out.u8(c.kind == ColumnKind::NVarChar ? kNVarChar : kBigVarChar);
         out.u16(c.max ? 0xFFFF : kShortTextBytes);
         out.bytes(serverCollation());
         break;
-    case ColumnKind::Image:
+    case ColumnKind::Image: {
         out.u8(kImage);
         out.u32(0x7FFFFFFF);
+        const QString table = sameName(c.name, {"FileData"}) ? QStringLiteral("zar_FileArchive") : QStringLiteral("zar_file");
+        if (out.tds < 0x72) { // the table's name whole
+            out.usVarchar(QStringLiteral("dbo.") + table);
+            break;
+        }
         out.u8(2); // the table's name in parts
         out.usVarchar(QStringLiteral("dbo"));
-        out.usVarchar(sameName(c.name, {"FileData"}) ? QStringLiteral("zar_FileArchive") : QStringLiteral("zar_file"));
+        out.usVarchar(table);
         break;
+    }
     }
 }
 
 QByteArray textBytes(const ResultColumn &c, const QVariant &v)
 {
     const QString s = v.toString();
-    if (c.kind == ColumnKind::VarChar)
-        return s.toLatin1();
+    if (c.kind == ColumnKind::VarChar) {
+        // The collation's code page, CP1252 ("€" is 0x80); what it lacks is "?", as on the server.
+        QStringEncoder cp1252("windows-1252");
+        if (!cp1252.isValid())
+            return s.toLatin1();
+        QByteArray b = cp1252.encode(s);
+        if (!s.contains(QChar(0x1A))) // the encoder's own mark for what it lacks
+            b.replace('\x1A', '?');
+        return b;
+    }
     return QByteArray(reinterpret_cast<const char *>(s.utf16()), s.size() * 2);
+}
+
+// image, and text and ntext before TDS 7.2: a text pointer, a time stamp, the bytes.
+void writeImage(TokenWriter &out, bool null, QByteArray b, qint64 textSize)
+{
+    if (null) {
+        out.u8(0);
+        return;
+    }
+    if (b.size() > textSize)
+        b.truncate(textSize);
+    out.u8(16);
+    out.bytes(QByteArray(16, '\xEE')); // text pointer
+    out.bytes(QByteArray(8, '\0'));    // time stamp
+    out.u32(quint32(b.size()));
+    out.bytes(b);
 }
 
 void writeText(TokenWriter &out, const ResultColumn &c, const QVariant &v, qint64 textSize)
@@ -147,13 +221,17 @@ void writeText(TokenWriter &out, const ResultColumn &c, const QVariant &v, qint6
         out.bytes(b);
         return;
     }
+    QByteArray b = v.isNull() ? QByteArray() : textBytes(c, v);
+    if (b.size() > textSize) // varchar(max) and nvarchar(max) are cut as image is (whole characters)
+        b.truncate(c.kind == ColumnKind::NVarChar ? textSize & ~qint64(1) : textSize);
+    if (out.tds < 0x72) { // text and ntext: as image
+        writeImage(out, v.isNull(), b, textSize);
+        return;
+    }
     if (v.isNull()) {
         out.u64(~quint64(0));
         return;
     }
-    QByteArray b = textBytes(c, v);
-    if (b.size() > textSize) // varchar(max) and nvarchar(max) are cut as image is (whole characters)
-        b.truncate(c.kind == ColumnKind::NVarChar ? textSize & ~qint64(1) : textSize);
     out.u64(quint64(b.size()));
     if (!b.isEmpty()) {
         out.u32(quint32(b.size()));
@@ -169,33 +247,20 @@ void writeDateTime(TokenWriter &out, const QVariant &v)
         out.u8(0);
         return;
     }
+    // Rounded to three hundredths of a second first: 23:59:59.999 is midnight of the next day.
     static const QDate epoch(1900, 1, 1);
-    const qint64 days = epoch.daysTo(dt.date());
-    const qint64 ms = dt.time().msecsSinceStartOfDay();
+    constexpr qint64 ticksPerDay = 24 * 60 * 60 * 300;
+    const qint64 ticks = (qint64(dt.time().msecsSinceStartOfDay()) * 3 + 5) / 10;
     out.u8(8);
-    out.u32(quint32(qint32(days)));
-    out.u32(quint32((ms * 3 + 5) / 10)); // three hundredths of a second
+    out.u32(quint32(qint32(epoch.daysTo(dt.date()) + ticks / ticksPerDay)));
+    out.u32(quint32(ticks % ticksPerDay));
 }
 
-void writeImage(TokenWriter &out, const QVariant &v, qint64 textSize)
-{
-    if (v.isNull()) {
-        out.u8(0);
-        return;
-    }
-    QByteArray b = v.toByteArray();
-    if (b.size() > textSize)
-        b.truncate(textSize);
-    out.u8(16);
-    out.bytes(QByteArray(16, '\xEE')); // text pointer
-    out.bytes(QByteArray(8, '\0'));    // time stamp
-    out.u32(quint32(b.size()));
-    out.bytes(b);
-}
 
 } // namespace
 
-QList<ResultColumn> typeColumns(const QStringList &names, const QList<QVariantList> &rows)
+QList<ResultColumn> typeColumns(const QStringList &names, const QList<QVariantList> &rows,
+                                const QStringList &sources, TypeFailure *failure)
 {
     QList<ResultColumn> columns;
     for (int c = 0; c < names.size(); ++c) {
@@ -208,6 +273,11 @@ QList<ResultColumn> typeColumns(const QStringList &names, const QList<QVariantLi
                 break;
             }
         col.kind = first ? kindOfValue(col.name, *first) : kindOfName(col.name);
+        if (failure && declaredKind(sources.value(c), col.kind)) {
+            for (const QVariantList &row : rows)
+                if (!fits(col.kind, row.value(c), *failure))
+                    return {};
+        }
         if (col.kind == ColumnKind::NVarChar || col.kind == ColumnKind::VarChar) {
             const int limit = col.kind == ColumnKind::NVarChar ? kShortTextBytes / 2 : kShortTextBytes;
             for (const QVariantList &row : rows)
@@ -224,7 +294,10 @@ void writeColumns(TokenWriter &out, const QList<ResultColumn> &columns)
     out.u8(0x81);
     out.u16(quint16(columns.size()));
     for (const ResultColumn &c : columns) {
-        out.u32(0);      // user type
+        if (out.tds >= 0x72) // user type
+            out.u32(0);
+        else
+            out.u16(0);
         out.u16(0x0001); // nullable
         writeTypeInfo(out, c);
         out.bVarchar(c.name);
@@ -268,7 +341,7 @@ void writeRow(TokenWriter &out, const QList<ResultColumn> &columns, const QVaria
             writeText(out, col, v, textSize);
             break;
         case ColumnKind::Image:
-            writeImage(out, v, textSize);
+            writeImage(out, v.isNull(), v.toByteArray(), textSize);
             break;
         }
     }

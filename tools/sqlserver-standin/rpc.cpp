@@ -92,7 +92,10 @@ void returnValue(TokenWriter &out, quint16 ordinal, qint32 value)
     out.u16(ordinal);
     out.bVarchar(QString());
     out.u8(0x01); // output parameter
-    out.u32(0);
+    if (out.tds >= 0x72)
+        out.u32(0);
+    else
+        out.u16(0);
     out.u16(0x0001);
     out.u8(kIntN);
     out.u8(4);
@@ -105,8 +108,10 @@ void returnValue(TokenWriter &out, quint16 ordinal, qint32 value)
 void Session::rpc(const QByteArray &payload, TokenWriter &out)
 {
     Reader r(payload);
-    const quint32 headers = r.take(4); // ALL_HEADERS, led by its own length
-    r.skip(qsizetype(headers) - 4);
+    if (out.tds >= 0x72) {
+        const quint32 headers = r.take(4); // ALL_HEADERS, led by its own length
+        r.skip(qsizetype(headers) - 4);
+    }
     quint16 procedure = 0;
     const quint16 nameLength = quint16(r.take(2));
     if (nameLength == 0xFFFF)
@@ -140,7 +145,10 @@ void Session::rpc(const QByteArray &payload, TokenWriter &out)
     out.u8(kDoneProc);
     out.u16(kDoneFinal);
     out.u16(0);
-    out.u64(0);
+    if (out.tds >= 0x72) // the row count: eight bytes from 7.2, four before
+        out.u64(0);
+    else
+        out.u32(0);
 }
 
 } // namespace standin

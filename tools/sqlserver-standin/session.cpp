@@ -1,5 +1,8 @@
 #include "session.h"
 
+#include "batch.h"
+#include "dialect.h"
+#include "ordering.h"
 #include "resultset.h"
 
 #include "errors/hunterr.h"
@@ -17,8 +20,6 @@ namespace standin {
 namespace {
 
 constexpr quint16 kSelectCommand = 0xC1;
-constexpr int kHeaderSize = 8;
-constexpr quint8 kEndOfMessage = 0x01;
 
 struct ServerError {
     qint32 number;
@@ -85,117 +86,6 @@ QString quoted(const QString &value)
 
 } // namespace
 
-Session::Session(qintptr socketDescriptor, const Options &options, quint16 spid)
-    : m_options(options), m_spid(spid), m_socket(std::make_unique<QTcpSocket>())
-{
-    m_socket->setSocketDescriptor(socketDescriptor);
-    // Replies go out whole at once; waiting for the client's acknowledgement of the last one
-    // would add to every round trip.
-    m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
-}
-
-Session::~Session()
-{
-    m_db.reset();
-    m_socket->close();
-}
-
-void Session::log(const QString &what) const
-{
-    if (m_options.log) {
-        std::fprintf(stderr, "[spid %d] %s\n", m_spid, qUtf8Printable(what));
-        std::fflush(stderr);
-    }
-}
-
-bool Session::readMessage(quint8 &type, QByteArray &payload)
-{
-    payload.clear();
-    for (;;) {
-        while (m_socket->bytesAvailable() < kHeaderSize)
-            if (!m_socket->waitForReadyRead(-1))
-                return false;
-        const QByteArray header = m_socket->read(kHeaderSize);
-        type = quint8(header.at(0));
-        const quint8 status = quint8(header.at(1));
-        const int length = qFromBigEndian<quint16>(header.constData() + 2);
-        if (length < kHeaderSize)
-            return false;
-        const int body = length - kHeaderSize;
-        while (m_socket->bytesAvailable() < body)
-            if (!m_socket->waitForReadyRead(-1))
-                return false;
-        payload += m_socket->read(body);
-        if (status & kEndOfMessage)
-            return true;
-    }
-}
-
-bool Session::reply(const QByteArray &tokens)
-{
-    if (m_options.latencyMs > 0)
-        QThread::msleep(m_options.latencyMs);
-    const int room = m_packetSize - kHeaderSize;
-    const qint64 cut = m_options.cutRepliesOver;
-    if (cut > 0 && tokens.size() > cut) {
-        log(QStringLiteral("reply of %1 bytes cut after %2; connection dropped").arg(tokens.size()).arg(cut));
-        for (qsizetype at = 0; at < cut; at += room) {
-            const qsizetype n = qMin<qsizetype>(room, cut - at);
-            char header[kHeaderSize] = {char(kReply), 0, 0, 0, 0, 0, char(1 + at / room), 0};
-            qToBigEndian(quint16(n + kHeaderSize), header + 2);
-            qToBigEndian(m_spid, header + 4);
-            m_socket->write(header, kHeaderSize);
-            m_socket->write(tokens.constData() + at, n);
-        }
-        m_socket->waitForBytesWritten(2000);
-        m_socket->abort();
-        return false;
-    }
-    qsizetype at = 0;
-    quint8 packetId = 1;
-    do {
-        const qsizetype n = qMin<qsizetype>(room, tokens.size() - at);
-        char header[kHeaderSize];
-        header[0] = char(kReply);
-        header[1] = char(at + n >= tokens.size() ? kEndOfMessage : 0);
-        qToBigEndian(quint16(n + kHeaderSize), header + 2);
-        qToBigEndian(m_spid, header + 4);
-        header[6] = char(packetId++);
-        header[7] = 0;
-        m_socket->write(header, kHeaderSize);
-        m_socket->write(tokens.constData() + at, n);
-        at += n;
-        while (m_socket->bytesToWrite() > 4 * 1024 * 1024)
-            if (!m_socket->waitForBytesWritten(-1))
-                return false;
-    } while (at < tokens.size());
-    while (m_socket->bytesToWrite() > 0)
-        if (!m_socket->waitForBytesWritten(-1))
-            return false;
-    return true;
-}
-
-QByteArray Session::preLoginReply() const
-{
-    // VERSION, ENCRYPTION (not supported), INSTOPT, THREADID (empty), MARS (off), terminator.
-    const QByteArray data("\x10\x00\x07\xD0\x00\x00" "\x02" "\x00" "\x00", 9);
-    const quint8 tokens[] = {0, 1, 2, 3, 4};
-    const quint16 lengths[] = {6, 1, 1, 0, 1};
-    TokenWriter out;
-    quint16 offset = 5 * 5 + 1;
-    for (int i = 0; i < 5; ++i) {
-        out.u8(tokens[i]);
-        char b[4];
-        qToBigEndian(offset, b);
-        qToBigEndian(lengths[i], b + 2);
-        out.bytes(QByteArray(b, 4));
-        offset += lengths[i];
-    }
-    out.u8(0xFF);
-    out.bytes(data);
-    return out.data;
-}
-
 bool Session::openDatabase(repo::Connection &db, const QString &database)
 {
     try {
@@ -250,22 +140,28 @@ void Session::run()
 {
     quint8 type = 0;
     QByteArray payload;
-    if (!readMessage(type, payload) || type != kPreLogin)
-        return;
-    log(QStringLiteral("pre-login"));
-    if (!reply(preLoginReply()))
+    bool loginOnly = false;
+    if (!readMessage(type, payload) || type != kPreLogin || !preLogin(payload, loginOnly))
         return;
     if (!readMessage(type, payload) || type != kLogin7)
         return;
+    if (loginOnly) // the login's packet was the one encrypted; the rest goes in the clear
+        m_tls.reset();
+    // The client's TDS version, 7.1 to 7.4 (older ones are answered as 7.1, newer as 7.4).
+    if (payload.size() >= 8)
+        m_tds = quint8(qBound(0x71, int(quint8(payload.at(7))), 0x74));
     TokenWriter loginReply;
+    loginReply.tds = m_tds;
     const bool in = login(payload, loginReply);
     if (!reply(loginReply.data) || !in)
         return;
     while (readMessage(type, payload)) {
         TokenWriter out;
+        out.tds = m_tds;
         if (type == kSqlBatch) {
-            // ALL_HEADERS comes first, led by its own length.
-            const quint32 headers = payload.size() >= 4 ? qFromLittleEndian<quint32>(payload.constData()) : 0;
+            // From 7.2 on, ALL_HEADERS comes first, led by its own length.
+            const quint32 headers =
+                payload.size() >= 4 && m_tds >= 0x72 ? qFromLittleEndian<quint32>(payload.constData()) : 0;
             const qsizetype skip = headers <= quint32(payload.size()) ? headers : 0;
             batch(utf16(payload, int(skip), int((payload.size() - skip) / 2)), out);
         } else if (type == kAttention) {
@@ -286,20 +182,15 @@ void Session::run()
 void Session::batch(const QString &text, TokenWriter &out)
 {
     log(QStringLiteral("batch: %1").arg(text));
-    QStringList lines;
-    for (const QString &line : text.split(u'\n'))
-        if (!line.trimmed().isEmpty())
-            lines << line.trimmed();
-    // The tool's statements are one line each; a batch of several lines is the driver's own setup.
-    bool allSession = !lines.isEmpty();
-    for (int i = 0; allSession && i < lines.size(); ++i)
-        allSession = sessionStatement(lines.at(i), false, nullptr);
-    if (!allSession) {
-        repositoryStatement(text.trimmed(), out);
-        return;
+    const QStringList statements = splitBatch(text);
+    if (statements.isEmpty())
+        out.done(kDoneFinal, 0, 0);
+    // One DONE each, "more" on all but the last; a failure ends the batch.
+    for (qsizetype i = 0; i < statements.size(); ++i) {
+        const bool last = i + 1 == statements.size();
+        if (!sessionStatement(statements.at(i), last, &out) && !repositoryStatement(statements.at(i), last, out))
+            return;
     }
-    for (int i = 0; i < lines.size(); ++i)
-        sessionStatement(lines.at(i), i + 1 == lines.size(), &out);
 }
 
 void Session::useDatabase(const QString &name, bool last, TokenWriter &out)
@@ -330,6 +221,20 @@ bool Session::sessionStatement(const QString &text, bool last, TokenWriter *out)
     static const RE use(QStringLiteral(R"(^USE\s+(?:\[(.+)\]|(\S+))\s*;?$)"), RE::CaseInsensitiveOption);
     static const RE variable(QStringLiteral(R"(^SELECT\s+@@(spid|version|servername|textsize)(?:\s+(?:AS\s+)?(\w+))?\s*;?$)"),
                              RE::CaseInsensitiveOption);
+    // Whether the session is encrypted throughout ("TRUE"; the login only, or not at all: "FALSE").
+    static const RE encrypted(QStringLiteral(R"(^SELECT\s+encrypt_option\s+FROM\s+sys\.dm_exec_connections\s+WHERE\s+)"
+                                             R"(session_id\s*=\s*@@SPID\s*;?$)"),
+                              RE::CaseInsensitiveOption);
+    if (encrypted.match(text).hasMatch()) {
+        if (out) {
+            const QVariant value = m_tls ? QStringLiteral("TRUE") : QStringLiteral("FALSE");
+            const QList<ResultColumn> columns = typeColumns({QStringLiteral("encrypt_option")}, {QVariantList{value}});
+            writeColumns(*out, columns);
+            writeRow(*out, columns, {value}, m_textSize);
+            out->done((last ? kDoneFinal : kDoneMore) | kDoneCount, kSelectCommand, 1);
+        }
+        return true;
+    }
     const QRegularExpressionMatch size = textSize.match(text);
     const QRegularExpressionMatch database = use.match(text);
     const QRegularExpressionMatch probe = variable.match(text);
@@ -366,13 +271,21 @@ bool Session::sessionStatement(const QString &text, bool last, TokenWriter *out)
     return true;
 }
 
-void Session::repositoryStatement(const QString &text, TokenWriter &out)
+bool Session::repositoryStatement(const QString &text, bool last, TokenWriter &out)
 {
+    const Refusal refused = sqliteOnlySyntax(text);
+    if (refused.number != 0) {
+        log(QStringLiteral("error %1: %2").arg(refused.number).arg(refused.text));
+        out.message(true, refused.number, 1, 15, refused.text);
+        out.done(kDoneError, 0, 0);
+        return false;
+    }
     try {
         repo::RecordSet rs = m_db->execute(text);
+        const quint16 more = last ? kDoneFinal : kDoneMore;
         if (!rs.isOpen()) {
-            out.done(kDoneFinal, 0, 0);
-            return;
+            out.done(more, 0, 0);
+            return true;
         }
         const QStringList names = rs.fieldNames();
         QList<QVariantList> rows;
@@ -383,16 +296,26 @@ void Session::repositoryStatement(const QString &text, TokenWriter &out)
                 row << rs.valueAt(c);
             rows << row;
         }
-        const QList<ResultColumn> columns = typeColumns(names, rows);
+        orderAsServer(text, names, rows, m_options.shuffleSeed);
+        TypeFailure misfit;
+        const QList<ResultColumn> columns = typeColumns(names, rows, sourceColumns(text, names), &misfit);
+        if (misfit.number != 0) { // as the server would have refused to store it
+            log(QStringLiteral("error %1: %2").arg(misfit.number).arg(misfit.text));
+            out.message(true, misfit.number, 1, 16, misfit.text);
+            out.done(kDoneError, 0, 0);
+            return false;
+        }
         writeColumns(out, columns);
         for (const QVariantList &row : std::as_const(rows))
             writeRow(out, columns, row, m_textSize);
-        out.done(kDoneCount, kSelectCommand, quint64(rows.size()));
+        out.done(more | kDoneCount, kSelectCommand, quint64(rows.size()));
+        return true;
     } catch (const HuntERR::Error &e) {
         const ServerError error = serverError(e);
         log(QStringLiteral("error %1: %2").arg(error.number).arg(error.text));
         out.message(true, error.number, 1, error.severity, error.text);
         out.done(kDoneError, 0, 0);
+        return false;
     }
 }
 

@@ -4,11 +4,13 @@
 // T-SQL adaptation) and answered as SQL Server answers it. Runs blocking in its own thread.
 
 #include "tdstokens.h"
+#include "tlslink.h"
 
 #include "repository/connection.h"
 
 #include <QString>
 #include <memory>
+#include <optional>
 
 class QTcpSocket;
 
@@ -21,6 +23,10 @@ struct Options {
     // Tests: a reply longer than this many bytes is sent only this far, then the connection is
     // dropped, as a server that goes away in the middle of a document (0: never).
     qint64 cutRepliesOver = 0;
+    // The server's certificate: encryption offered at pre-login (null: not offered).
+    std::shared_ptr<SSL_CTX> tls;
+    // Rows that tie on the ORDER BY, and results without one, in an order this seed chooses.
+    std::optional<quint32> shuffleSeed;
 };
 
 class Session {
@@ -31,8 +37,14 @@ public:
 
 private:
     bool readMessage(quint8 &type, QByteArray &payload);
-    bool reply(const QByteArray &tokens);
-    QByteArray preLoginReply() const;
+    bool reply(const QByteArray &tokens, quint8 type = kReply);
+    // The connection's bytes, through TLS once it is on.
+    bool readExact(char *to, qint64 size);
+    void send(const char *data, qint64 size);
+    // Pre-login: the client's request answered and, when encryption was agreed, the handshake.
+    // false: the connection ends.
+    bool preLogin(const QByteArray &payload, bool &loginOnly);
+    bool tlsHandshake();
     // false: the login was refused and the connection ends.
     bool login(const QByteArray &payload, TokenWriter &out);
     void batch(const QString &text, TokenWriter &out);
@@ -41,7 +53,8 @@ private:
     // hold (SET, USE, @@ probes); false when text is none of them. out null: only tell.
     bool sessionStatement(const QString &text, bool last, TokenWriter *out);
     void useDatabase(const QString &name, bool last, TokenWriter &out);
-    void repositoryStatement(const QString &text, TokenWriter &out);
+    // false: it failed (the error is written).
+    bool repositoryStatement(const QString &text, bool last, TokenWriter &out);
     bool openDatabase(repo::Connection &db, const QString &database);
     void log(const QString &what) const;
 
@@ -49,11 +62,14 @@ private:
     quint16 m_spid;
     std::unique_ptr<QTcpSocket> m_socket;
     std::unique_ptr<repo::Connection> m_db;
+    std::unique_ptr<TlsLink> m_tls;
+    QByteArray m_plain; // decrypted, not yet read
     QString m_user;
     QString m_password;
     QString m_database;
     qint64 m_textSize = 4096; // a new session's TEXTSIZE
     int m_packetSize = 4096;
+    quint8 m_tds = 0x74; // the TDS version agreed at login (TokenWriter::tds)
 };
 
 } // namespace standin

@@ -90,7 +90,10 @@ void TokenWriter::loginAck()
     const qsizetype at = data.size();
     u16(0);
     u8(1);                          // SQL interface
-    bytes(QByteArray("\x74\x00\x00\x04", 4)); // TDS 7.4, written high byte first
+    // The version agreed, written high byte first: 7.1, 7.2, 7.3B, 7.4.
+    static const char *const versions[] = {"\x71\x00\x00\x01", "\x72\x09\x00\x02", "\x73\x0B\x00\x03",
+                                           "\x74\x00\x00\x04"};
+    bytes(QByteArray(versions[qBound(0x71, int(tds), 0x74) - 0x71], 4));
     bVarchar(QStringLiteral("Microsoft SQL Server"));
     bytes(QByteArray("\x10\x00\x07\xD0", 4)); // 16.0.2000
     patchLength(at);
@@ -116,7 +119,10 @@ void TokenWriter::done(quint16 status, quint16 command, quint64 rows)
     u8(kDone);
     u16(status);
     u16(command);
-    u64(rows);
+    if (tds >= 0x72)
+        u64(rows);
+    else
+        u32(quint32(qMin<quint64>(rows, 0xFFFFFFFF)));
 }
 
 } // namespace standin

@@ -1,5 +1,5 @@
 #pragma once
-// The pieces of a SQL Server reply as TDS 7.4 lays them out: little-endian numbers, UTF-16 texts
+// The pieces of a SQL Server reply as TDS 7.1 to 7.4 lay them out: little-endian numbers, UTF-16 texts
 // with a one- or two-byte length in characters, and the tokens a login and a batch are answered
 // with. A reply is built whole in memory and cut into packets only when sent.
 
@@ -28,6 +28,9 @@ QByteArray serverCollation();
 class TokenWriter {
 public:
     QByteArray data;
+    // The TDS version agreed at login, as its first byte: 0x71 to 0x74. Before 7.2 a DONE counts
+    // rows in four bytes, a column's user type takes two, and there is no (n)varchar(max).
+    quint8 tds = 0x74;
 
     void u8(quint8 v) { data.append(char(v)); }
     void u16(quint16 v);
