@@ -92,8 +92,9 @@ int dispatch(const QStringList &args)
         return ExitDone;
     }
     if (p.command.isEmpty() && !hasDisplay(args)) {
+        printError(QStringLiteral("no display: give a command"));
         writeErr(usageText());
-        return usageError(QStringLiteral("no display: give a command"), QString());
+        return ExitError;
     }
     if (p.command.isEmpty())
         return usageError(QStringLiteral("no command given"), QString());
