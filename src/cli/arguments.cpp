@@ -234,10 +234,10 @@ QString helpText(const CommandDef &def)
             "  PARCELWISE_PASSWORD. It is never accepted as an argument.\n"
             "  No password at all signs in with an empty one.\n");
     }
-    text += QStringLiteral(
-        "\nEnvironment:\n"
-        "  PARCELWISE_PASSWORD   password, when neither --password-stdin nor --password-file is given\n"
-        "  PARCELWISE_TRACE_SQL  file to append the SQL statements to, as --trace-sql does\n");
+    text += QStringLiteral("\nEnvironment:\n");
+    if (def.name != QLatin1String("demo"))
+        text += QStringLiteral("  PARCELWISE_PASSWORD   password, when neither --password-stdin nor --password-file is given\n");
+    text += QStringLiteral("  PARCELWISE_TRACE_SQL  file to append the SQL statements to, as --trace-sql does\n");
     text += QStringLiteral("\nExit status:\n") + def.exitStatus;
     text += QStringLiteral("\nExamples:\n");
     for (const QString &example : def.examples)

@@ -110,7 +110,7 @@ int dispatch(const QStringList &args)
         repo::setTraceFile(QFileInfo(trace).absoluteFilePath());
     }
 
-    installErrorShower();
+    installErrorShower(p.command);
     if (p.command == QLatin1String("databases"))
         return runDatabases(p);
     if (p.command == QLatin1String("tree"))

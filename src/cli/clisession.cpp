@@ -22,6 +22,7 @@ const QString Prefix = QStringLiteral("parcelwise: ");
 // Set by the error trail's shower: some event handler ended in an error report.
 bool g_reportShown = false;
 int g_failureStatus = 0; // 0: no failure told yet
+QString g_command;       // the command run
 
 void noteFailure(int status)
 {
@@ -96,8 +97,9 @@ int usageError(const QString &text, const QString &command)
     return ExitError;
 }
 
-void installErrorShower()
+void installErrorShower(const QString &command)
 {
+    g_command = command;
     g_reportShown = false;
     g_failureStatus = 0;
     HuntERR::setShower([](const QString &report) {
@@ -146,7 +148,11 @@ void CommandLinePort::message(const QString &text)
 {
     PlainFormPort::message(text);
     noteFailure(statusOfMessage(text));
-    printError(printable(text, true));
+    // A box left empty is an option left out: the command's help says which.
+    if (statusOfMessage(text) == ExitError)
+        usageError(printable(text, true), g_command);
+    else
+        printError(printable(text, true));
 }
 
 bool Session::fillDatabaseList(const QString &server, const QString &user, const QString &password)

@@ -29,8 +29,9 @@ void printError(const QString &text);
 // an error report) stands for; ExitError when none was told.
 int failureStatus();
 int usageError(const QString &text, const QString &command);
-// The error trail's reports go to standard error; step mode never stops to ask.
-void installErrorShower();
+// The error trail's reports go to standard error; step mode never stops to ask. command: the
+// command run, for the hint after a usage error.
+void installErrorShower(const QString &command = {});
 // Some event handler ended in an error report since installErrorShower.
 bool reportShown();
 
