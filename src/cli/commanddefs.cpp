@@ -113,11 +113,11 @@ CommandDef exportCommand()
     exportCommand.summary = QStringLiteral("Export folders and their documents to a directory");
     exportCommand.description = QStringLiteral(
         "Ticks folders as a user would in the window and runs the copy: every ticked folder\n"
-        "becomes a directory under DIR, every\n"
-        "document a file under its cleaned title, dated from the repository. A PATH is a chain of\n"
-        "folder names below the root separated by \"/\"; its ancestors are clicked open and the\n"
-        "folder itself is ticked, so its whole subtree is exported. Folders are ticked in the\n"
-        "order given. A name that itself holds \"/\" is matched whole (\"Q1: Plans/Drafts\").\n"
+        "becomes a directory under DIR, every document a file under its cleaned title, dated from\n"
+        "the repository. A PATH is a chain of folder names below the root separated by \"/\"; its\n"
+        "ancestors are clicked open and the folder itself is ticked, so its whole subtree is\n"
+        "exported. Folders are ticked in the order given. A name that itself holds \"/\" is\n"
+        "matched whole (\"Q1: Plans/Drafts\").\n"
         "--all ticks every folder directly below the root.\n"
         "\n"
         "Before anything is written, the directories the run would make at the top of DIR are\n"
