@@ -207,7 +207,7 @@ int runVerify(const Parsed &p)
         o.insert(QStringLiteral("bytes"), counts.bytes);
         o.insert(QStringLiteral("mismatches"), counts.mismatches);
         o.insert(QStringLiteral("seconds"), qRound(seconds * 10) / 10.0);
-        o.insert(QStringLiteral("report"), absoluteNative(reportPath));
+        o.insert(QStringLiteral("report"), reportPath == QLatin1String("-") ? reportPath : absoluteNative(reportPath));
         o.insert(QStringLiteral("exitStatus"), status);
         writeOut(jsonLine(o));
     }
