@@ -141,7 +141,7 @@ bool readSignIn(const Parsed &p, SignInValues *values)
 
 QString displayId(const FolderTree::Node *node)
 {
-    return QString::number(qint64(folderIdOfKey(node->key)));
+    return QString::number(folderIdOfKey(node->key));
 }
 
 void CommandLinePort::message(const QString &text)

@@ -152,12 +152,21 @@ void printSummary(const ExportResult &result, bool dryRun, double seconds, const
     if (const qsizetype lost = result.unloggedLines.size(); lost > 0 && !dryRun)
         logPath += QStringLiteral(" (%1 could not be logged; they are shown above)").arg(counted(lost, "failure"));
     const QString kept = result.kept > 0 ? QStringLiteral(" (%1 more unchanged)").arg(result.kept) : QString();
-    writeErr(QStringLiteral("%1%2, %3%8, %4 bytes (%5), %6, %7 s; log: %9\n")
+    // --jobs that quietly became fewer would look like a slow server: say so.
+    QString connections;
+    if (result.connections < result.jobs)
+        connections = QStringLiteral("; connections: %1 of %2 (%3 could not connect: %4)")
+                          .arg(result.connections)
+                          .arg(result.jobs)
+                          .arg(result.jobs - result.connections)
+                          .arg(printable(result.connectionError));
+    writeErr(QStringLiteral("%1%2, %3%8, %4 bytes (%5), %6, %7 s; log: %9")
                  .arg(dryRun ? QStringLiteral("Dry run, nothing written: would export ") : QStringLiteral("Exported "),
                       counted(result.folders, "folder"), counted(result.documents, "document"))
                  .arg(result.bytes)
                  .arg(humanBytes(result.bytes), counted(result.failures, "failure"),
-                      QString::number(seconds, 'f', 1), kept, logPath + destinationNote));
+                      QString::number(seconds, 'f', 1), kept, logPath + destinationNote)
+             + connections + QLatin1Char('\n'));
 }
 
 void printJson(const ExportResult &result, double seconds, const QString &report, int status)

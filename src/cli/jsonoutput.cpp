@@ -26,7 +26,7 @@ QString render(const QJsonArray &array)
 
 qint64 idOf(const FolderTree::Node *node)
 {
-    return qint64(folderIdOfKey(node->key));
+    return folderIdOfKey(node->key);
 }
 
 void addNode(const FolderTree::Node *node, int depth, const TreeProcs &procs,

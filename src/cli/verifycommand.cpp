@@ -20,9 +20,9 @@ using exporting::FileCheck;
 using exporting::checkFile;
 using exporting::checkRepository;
 using exporting::ReportReader;
+using exporting::ReportStatus;
 using exporting::checkFolder;
 using exporting::unnamedEntries;
-namespace reportstatus = exporting::reportstatus;
 
 namespace cli {
 
@@ -93,7 +93,7 @@ void verifyDocument(const QString &dest, const ExportRecord &r, Session *session
 void verifyRecord(const QString &dest, const ExportRecord &r, Session *session, VerifyCounts &counts,
                   ExportReporter &reporter)
 {
-    if (r.status == reportstatus::failed) {
+    if (r.status == ReportStatus::Failed) {
         counts.failedInExport += r.kind == ExportRecord::Kind::Document ? 1 : 0;
         return;
     }
@@ -139,7 +139,7 @@ ReportRun checkRecords(ReportReader &reader, const QString &label, const QString
         }
         ++run.records;
         verifyRecord(dest, r, session, counts, reporter);
-        if (extra && r.status != reportstatus::failed)
+        if (extra && r.status != ReportStatus::Failed)
             name(run.named, r.path);
     }
     run.readError = reader.error();

@@ -6,6 +6,7 @@
 #include <QtGlobal>
 
 #include <new>
+#include <thread>
 
 namespace HuntERR {
 
@@ -24,6 +25,7 @@ struct Record {
     ErrInfo error;
     bool preserved = false;
     QString reportText;
+    QString cause; // the error's own description, before a report was made of it
 };
 
 struct TrailState {
@@ -35,11 +37,16 @@ struct TrailState {
     Shower shower;
     StopPrompt stopPrompt;
     std::function<void()> pointerReset;
+    std::thread::id owner = std::this_thread::get_id(); // the thread that first used the trail
 };
 
+// One trail per process, unguarded: it belongs to the thread that first used it. A build that
+// breaks that rule stops here at once rather than mixing two threads' errors in one report.
 TrailState &state()
 {
     static TrailState s;
+    if (Q_UNLIKELY(std::this_thread::get_id() != s.owner))
+        qFatal("HuntERR: the error trail was used off its owning thread");
     return s;
 }
 
@@ -144,6 +151,8 @@ void ErrPreserve()
         return;
     s.record.error = s.current;
     s.record.preserved = true;
+    if (s.current.source != ReportSource)
+        s.record.cause = s.current.description;
 }
 
 void ErrRestore()
@@ -274,9 +283,11 @@ void clearPreserved()
 {
     state().record.error = ErrInfo{};
     state().record.preserved = false;
+    state().record.cause.clear();
 }
 
 QString reportText() { return state().record.reportText; }
+QString preservedCause() { return state().record.cause; }
 QString lastShownMessage() { return state().lastShownMessage; }
 void clearLastShownMessage() { state().lastShownMessage.clear(); }
 QString lastRollbackNote() { return state().lastRollbackNote; }

@@ -4,6 +4,12 @@
 // each caller on the way up adds one call-stack entry, and the event handler that started the
 // work shows it. In C++ an error travels as a HuntERR::Error exception; the one-line helpers
 // at the bottom of this file run a procedure body under its source name and flags.
+//
+// Threads: raise() and Error may be used on any thread. Everything else here (the trail's
+// state, the handlers, the showers) belongs to the thread that first used the trail, the main
+// thread: the window's, the command line's, the export walk's. Used from another thread, the
+// trail stops the process (qFatal). A worker's error reaches the trail as an exception the
+// owning thread rethrows.
 
 #include <QByteArray>
 #include <QString>
@@ -104,6 +110,8 @@ const ErrInfo &preserved();
 bool isPreserved();
 void clearPreserved();
 QString reportText();
+// The last preserved error's description as it was raised, before the trail made a report of it.
+QString preservedCause();
 QString lastShownMessage();
 void clearLastShownMessage();
 QString lastRollbackNote();

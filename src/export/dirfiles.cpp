@@ -28,19 +28,33 @@ constexpr qsizetype kChunk = 1 << 20;
 const QString kTempPrefix = QStringLiteral(".parcelwise-");
 const QString kTempSuffix = QStringLiteral(".part");
 
+QString ownPrefix()
+{
+    return kTempPrefix + QString::number(QCoreApplication::applicationPid()) + QLatin1Char('-');
+}
+
 // Unique within the process (jobs may write side by side) and across processes.
 QString freshTemporaryName()
 {
     static std::atomic<quint64> counter{0};
-    return kTempPrefix + QString::number(QCoreApplication::applicationPid()) + QLatin1Char('-')
-        + QString::number(++counter) + kTempSuffix;
+    return temporaryName(QCoreApplication::applicationPid(), ++counter);
 }
 
 } // namespace
 
+QString temporaryName(qint64 processId, quint64 serial)
+{
+    return kTempPrefix + QString::number(processId) + QLatin1Char('-') + QString::number(serial) + kTempSuffix;
+}
+
 bool isTemporaryName(const QString &name)
 {
     return name.startsWith(kTempPrefix) && name.endsWith(kTempSuffix) && name.size() > kTempPrefix.size() + kTempSuffix.size();
+}
+
+bool isOwnTemporaryName(const QString &name)
+{
+    return isTemporaryName(name) && name.startsWith(ownPrefix());
 }
 
 #ifndef Q_OS_WIN

@@ -3,6 +3,9 @@
 // is done relative to an open handle of a directory, one name at a time, and symbolic links are
 // never followed: a link is an entry like a file, removed or refused, never entered. That keeps
 // every change inside the destination even when the tree below it changes during a run.
+//
+// Threads: every function may run on any thread at once; each works on the handles it is given
+// and keeps no state of its own.
 
 #include "repository/valuereader.h"
 
@@ -60,8 +63,12 @@ Result writeTemporary(const Dir &parent, repo::ValueReader &source, QString *tem
 // Puts the entry from under the name to (an existing file or link of that name is replaced as an
 // entry, so a hard link's other names keep their bytes). nameRefused when it cannot take the name.
 Result renameEntry(const Dir &parent, const QString &from, const QString &to);
-// Temporary files of this layer carry names that begin so; only they are removed as leftovers.
+// The one rule for the names documents are staged under, beside their final name:
+// ".parcelwise-<process id>-<serial>.part". Only such files are removed as leftovers, and never
+// those of the running process (its files in flight).
+QString temporaryName(qint64 processId, quint64 serial);
 bool isTemporaryName(const QString &name);
+bool isOwnTemporaryName(const QString &name);
 // The names of the regular files (not links, not directories) in parent.
 QStringList fileNames(const Dir &parent);
 // Seconds and bytes of a regular file, without following a link; false when there is none.

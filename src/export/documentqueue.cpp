@@ -68,6 +68,9 @@ struct DocumentQueue::Impl {
     std::deque<Slot *> queued;    // not yet taken, oldest first
     std::deque<std::shared_ptr<Listing>> listingsQueued; // taken before documents: the walk waits for them
     int alive = 0;                // workers that may still take jobs
+    int connecting = 0;           // workers still opening their connection
+    int unconnected = 0;          // workers whose connection could not be opened
+    QString connectError;         // why the first of them could not
     bool stopping = false;
     std::vector<std::thread> threads;
 
@@ -83,15 +86,23 @@ struct DocumentQueue::Impl {
     {
         repo::Connection cn;
         bool connected = true;
+        QString why;
         try {
             cn.open(connectionText);
+        } catch (const std::exception &e) {
+            connected = false;
+            why = QString::fromUtf8(e.what()).trimmed(); // a HuntERR::Error's what() is its description
         } catch (...) {
-            connected = false; // the walk does the jobs itself when no worker could connect
+            connected = false;
         }
         std::unique_lock<std::mutex> held(lock);
+        --connecting;
+        done.notify_all();
         if (!connected) {
+            // The others do its share; with none left the walk does the jobs itself.
+            if (++unconnected == 1)
+                connectError = why.isEmpty() ? QStringLiteral("unknown error") : why;
             --alive;
-            done.notify_all();
             return;
         }
         for (;;) {
@@ -201,6 +212,7 @@ DocumentQueue::DocumentQueue(int jobs, const QString &connectionText, repo::Conn
     d->progress = std::move(progress);
     if (d->jobs > 1) {
         d->alive = d->jobs;
+        d->connecting = d->jobs;
         for (int i = 0; i < d->jobs; ++i)
             d->threads.emplace_back([this] { d->runWorker(); });
     }
@@ -227,6 +239,19 @@ DocumentQueue::~DocumentQueue()
     d->wake.notify_all();
     for (std::thread &t : d->threads)
         t.join();
+}
+
+DocumentQueue::Connections DocumentQueue::connections() const
+{
+    Connections c;
+    if (d->jobs < 2)
+        return c;
+    std::unique_lock<std::mutex> held(d->lock);
+    d->done.wait(held, [&] { return d->connecting == 0; });
+    c.asked = d->jobs;
+    c.connected = d->jobs - d->unconnected;
+    c.error = d->connectError;
+    return c;
 }
 
 int DocumentQueue::workers() const

@@ -9,6 +9,10 @@
 // With one job there are no threads: each document is done on the walk's own connection at once.
 // With workers, the walk's own listings are also sent ahead on the workers' connections, so that
 // across a network the walk does not wait a round trip for every folder either.
+//
+// Threads: a DocumentQueue is made, used and destroyed on the walk's thread; retire and progress
+// are called there too. Work runs on the workers' threads (or the walk's, with one job), each
+// worker with the connection it opened and closes itself; it must touch only what it is given.
 
 #include "repository/connection.h"
 
@@ -83,6 +87,14 @@ public:
     // Takes every outcome back.
     void drain();
     int workers() const;
+    // The workers asked for and those that could open their connection (waits until each has
+    // tried); error: why the first that could not did not. One job: 1 of 1.
+    struct Connections {
+        int asked = 1;
+        int connected = 1;
+        QString error;
+    };
+    Connections connections() const;
     // Jobs handed out and not yet taken back.
     int pending() const;
 

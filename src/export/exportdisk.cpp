@@ -4,7 +4,6 @@
 #include "export/dirhandles.h"
 #include "names/filenames.h"
 
-#include <QCoreApplication>
 #include <QFile>
 #include <QMutexLocker>
 
@@ -260,9 +259,8 @@ void ExportDisk::sweepLeftovers(const dirhandles::Dir &dir, const QString &dirPa
         m_swept.insert(fsKey(dirPath));
     }
     // Names of this process are its own files in flight, never leftovers.
-    const QString own = QStringLiteral(".parcelwise-%1-").arg(QCoreApplication::applicationPid());
     for (const QString &name : dirhandles::fileNames(dir)) {
-        if (dirhandles::isTemporaryName(name) && !name.startsWith(own))
+        if (dirhandles::isTemporaryName(name) && !dirhandles::isOwnTemporaryName(name))
             dirhandles::removeEntry(dir, name);
     }
 }
@@ -320,18 +318,6 @@ void ExportDisk::discardFile(const QString &stagedPath)
     const dirhandles::Dir parent = openParent(names, &why);
     if (parent.isOpen())
         dirhandles::removeEntry(parent, tempName);
-}
-
-qint64 ExportDisk::writeFile(const QString &filePath, repo::ValueReader &source)
-{
-    const qint64 written = stageFile(filePath, source);
-    try {
-        commitFile(filePath, filePath);
-    } catch (...) {
-        discardFile(filePath);
-        throw;
-    }
-    return written;
 }
 
 bool ExportDisk::setFileTime(const QString &filePath, const QDateTime &when)

@@ -9,8 +9,11 @@
 // made, so the walk can keep the run from replacing its own work.
 // Every failure is raised as a HuntERR::Error; a file that cannot be created under its name
 // raises ERR_WRITE_FAILED.
-// Files may be staged and dated from several threads at once (a parallel export's workers) while
-// the walk makes directories, puts staged files in place and asks what this run wrote.
+//
+// Threads: one ExportDisk per run, made and destroyed by the walk. stageFile, setFileTime,
+// fileFacts and wroteThisRun may run on any thread at once (a parallel export's workers stage
+// and date files) while the walk makes directories, puts staged files in place and asks what this
+// run wrote; everything else is the walk's.
 
 #include "repository/valuereader.h"
 
@@ -55,8 +58,6 @@ public:
     // file there. ERR_WRITE_FAILED when the name is refused; the staged file then stays staged.
     void commitFile(const QString &stagedPath, const QString &finalPath);
     void discardFile(const QString &stagedPath);
-    // Staged and put in place at once, undated.
-    qint64 writeFile(const QString &filePath, repo::ValueReader &source);
     bool setFileTime(const QString &filePath, const QDateTime &when);
     // A regular file at path (never through a link): its size and the date the export sets.
     bool fileFacts(const QString &path, qint64 *size, QDateTime *date) const;

@@ -12,7 +12,6 @@
 #include "repository/statements.h"
 
 #include <algorithm>
-#include <cmath>
 #include <vector>
 
 namespace exporting {
@@ -33,11 +32,6 @@ const QString kFold = QStringLiteral("Fold");
 constexpr quint8 kFileLine = 0;
 constexpr quint8 kFolderLine = 1;
 
-QString wholeNumberText(double value)
-{
-    return QString::number(qint64(std::trunc(value)));
-}
-
 qint64 recordId(const repo::RecordSet &rs)
 {
     const QVariant value = rs.value(QStringLiteral("rec_id"));
@@ -57,13 +51,6 @@ Exporter::Exporter(SessionState &signIn, TreeProcs &tree)
 }
 
 Exporter::~Exporter() = default;
-
-ExportDisk &Exporter::disk()
-{
-    if (!m_disk || m_disk->isDryRun() != m_options.dryRun)
-        m_disk = std::make_unique<ExportDisk>(m_signIn.DestinationPath, m_options.dryRun);
-    return *m_disk;
-}
 
 ExportResult Exporter::run(const ExportOptions &options)
 {
@@ -86,52 +73,77 @@ ExportResult Exporter::run(const ExportOptions &options)
     m_nodeDirs.clear();
     m_keptDirs.clear();
     m_heldRecords.clear();
-    m_disk = std::make_unique<ExportDisk>(m_signIn.DestinationPath, options.dryRun); // from the disk as it is
-    if (options.dryRun) {
-        for (const QString &made : options.madeDirectories)
-            m_disk->assumeMade(made);
-    }
-
-    LogWritten = false;
-    ExportLogName.clear();
-    ExportLogName = exportLogNameFor(QDateTime::currentDateTime());
+    m_ahead.clear();
+    m_logWritten = false;
+    m_logFolder.clear();
+    m_result.logName = exportLogNameFor(QDateTime::currentDateTime()).mid(1);
 
     // One job in a dry run: it reads no bytes, and its picture of the disk belongs to the walk.
     // Step mode asks about each failure as it happens, which only the walk's thread can do.
-    const int jobs = options.dryRun || HuntERR::stepMode() ? 1 : qMax(1, options.jobs);
+    startQueue(options.dryRun || HuntERR::stepMode() ? 1 : qMax(1, options.jobs));
+    try {
+        CopyCheckedFolders();
+    } catch (...) {
+        stopQueue(); // stops the workers before anything they use goes away
+        throw;
+    }
+    m_documents->drain();
+    const DocumentQueue::Connections connections = m_documents->connections();
+    m_result.jobs = connections.asked;
+    m_result.connections = connections.connected;
+    m_result.connectionError = connections.error;
+    stopQueue();
+
+    if (m_logWritten && !options.dryRun) {
+        m_logWritten = false;
+        m_result.logPath = m_logFolder + pathSeparator() + m_result.logName;
+        m_signIn.form().openLog(m_logFolder, m_result.logName);
+    }
+    return m_result;
+}
+
+ExportDisk &Exporter::disk()
+{
+    return *m_disk;
+}
+
+void Exporter::startQueue(int jobs)
+{
+    m_disk = std::make_unique<ExportDisk>(m_signIn.DestinationPath, m_options.dryRun); // from the disk as it is
+    if (m_options.dryRun) {
+        for (const QString &made : std::as_const(m_options.madeDirectories))
+            m_disk->assumeMade(made);
+    }
+    FetchSettings settings;
+    settings.archive = m_signIn.blnArchive;
+    settings.archiveDb = m_signIn.strSelectedDb;
+    settings.update = m_options.update;
+    settings.digests = m_options.records != nullptr;
+    m_fetcher = std::make_unique<DocumentFetcher>(std::move(settings), *m_disk);
+    const DocumentFetcher *fetcher = m_fetcher.get(); // all the workers see of the run
     m_documents = std::make_unique<DocumentQueue>(
         jobs, m_signIn.cnDb().connectionString, m_signIn.cnDb(),
-        [this](const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted) {
-            return fetchDocument(job, cn, counted);
+        [fetcher](const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted) {
+            return fetcher->fetch(job, cn, counted);
         },
         [this](const DocumentJob &job, DocumentOutcome &outcome) { retireDocument(job, outcome); },
         [this](qint64 inFlight) {
             if (m_options.observer)
                 m_options.observer->documentBytes(inFlight);
         });
-    m_ahead.clear();
-    try {
-        CopyCheckedFolders();
-    } catch (...) {
-        m_documents.reset(); // stops the workers before anything they use goes away
-        m_ahead.clear();
-        throw;
-    }
-    m_documents->drain();
-    m_documents.reset();
-    m_ahead.clear();
+}
 
-    if (LogWritten && !options.dryRun) {
-        LogWritten = false;
-        m_result.logPath = ExportLogPath;
-        m_signIn.form().openLog(ExportLogFolder, ExportLogName.mid(1));
-    }
-    return m_result;
+void Exporter::stopQueue()
+{
+    m_documents.reset(); // takes back what is still out, through the disk layer
+    m_fetcher.reset();
+    m_disk.reset();
+    m_ahead.clear();
 }
 
 // --- Folder walk ---------------------------------------------------------------------------
 
-QString Exporter::directoryFor(const QString &parent, const QString &cleaned, qint64 id, QString *status)
+QString Exporter::directoryFor(const QString &parent, const QString &cleaned, qint64 id, ReportStatus *status)
 {
     const QChar sep = pathSeparator();
     const QString base = parent.endsWith(sep) ? parent : parent + sep;
@@ -139,11 +151,11 @@ QString Exporter::directoryFor(const QString &parent, const QString &cleaned, qi
     // A name that is no name (or means this directory or its parent) would put the folder on
     // top of another one: it keeps its id instead, as documents do.
     QString name = isNoName(cleaned) ? tag : cleaned;
-    QString how = name == tag ? reportstatus::fallback : reportstatus::written;
+    ReportStatus how = name == tag ? ReportStatus::Fallback : ReportStatus::Written;
     // Never replace what this run made: siblings that clean alike each keep their own directory.
     while (disk().madeThisRun(base + name) || wroteThisRun(base + name)) {
         name += QLatin1Char(' ') + tag;
-        how = reportstatus::renamed;
+        how = ReportStatus::Renamed;
     }
     if (status)
         *status = how;
@@ -164,7 +176,7 @@ bool Exporter::recreateDirectory(const QString &source, const QString &target, c
         if (m_options.observer)
             m_options.observer->directoryKept(target);
         ExportRecord kept = folder;
-        kept.status = reportstatus::skipped;
+        kept.status = ReportStatus::Skipped;
         kept.message = QStringLiteral("kept");
         record(kept, target);
         return true;
@@ -196,13 +208,13 @@ void Exporter::CopyCheckedFolders()
     FolderTree &tree = m_tree.tree();
 
     const int count = tree.count();
-    for (ExportNodeIndex = 1; ExportNodeIndex <= count; ExportNodeIndex += 1) {
+    for (int index = 1; index <= count; ++index) {
         FolderTree::Node *node = nullptr;
-        if (!HuntERR::resume(source, [&] { node = tree.node(int(ExportNodeIndex)); }))
+        if (!HuntERR::resume(source, [&] { node = tree.node(index); }))
             continue;
         if (!node->checked)
             continue;
-        const double id = folderIdOfKey(node->key);
+        const qint64 id = folderIdOfKey(node->key);
         if (id == 1)
             continue; // the repository root is never a directory of its own
 
@@ -215,42 +227,35 @@ void Exporter::CopyCheckedFolders()
         QString tag = node->tag;
         const QString cleaned = RemoveSpChr(tag);
         QString target = parentDir + pathSeparator() + cleaned;
-        auto logged = [&] { logFailure(source, qint64(id), node->tag, target, kFolderLine); };
-        if (parentDir.isEmpty() || m_walked.contains(qint64(id))) {
+        auto logged = [&] { logFailure(source, id, node->tag, target, kFolderLine); };
+        if (parentDir.isEmpty() || m_walked.contains(id)) {
             logged(); // its parent's directory could not be made, or the folder was already written
             continue;
         }
-        m_walked.insert(qint64(id));
-        ExportRecord folder = ExportRecord::of(ExportRecord::Kind::Folder, qint64(id), node->tag);
-        target = directoryFor(parentDir, cleaned, qint64(id), &folder.status);
+        m_walked.insert(id);
+        ExportRecord folder = ExportRecord::of(ExportRecord::Kind::Folder, id, node->tag);
+        target = directoryFor(parentDir, cleaned, id, &folder.status);
         if (!recreateDirectory(source, target, logged, folder))
             continue;
         m_nodeDirs.insert(node, target);
-        if (!HuntERR::resume(source, [&] { MakeDir(target); }))
+        if (!HuntERR::resume(source, [&] { MakeDir(node, target); }))
             logged();
     }
 }
 
-void Exporter::MakeDir(const QString &strPath)
+void Exporter::MakeDir(const FolderTree::Node *node, const QString &strPath)
 {
     HuntERR::inner(kForm + QStringLiteral("MakeDir(strPath)"), [&] {
-        FolderTree::Node *node = m_tree.tree().node(int(ExportNodeIndex));
         // Loaded children are nodes of their own and go with the walk only when ticked.
         if (node->children.size() < 1)
             CopySubFolders(node->key, strPath);
-        node = m_tree.tree().node(int(ExportNodeIndex));
-        CopyFolderFiles(std::trunc(folderIdOfKey(node->key)), strPath);
+        CopyFolderFiles(folderIdOfKey(node->key), strPath);
     });
 }
 
 void Exporter::CopySubFolders(const QString &key, const QString &parentPath)
 {
     walkSubFolders(key, parentPath, true);
-}
-
-void Exporter::CopySubFoldersDeep(const QString &key, const QString &parentPath)
-{
-    walkSubFolders(key, parentPath, false);
 }
 
 QString Exporter::childFoldersQuery(const QString &id, bool firstLevel) const
@@ -275,7 +280,7 @@ void Exporter::walkSubFolders(const QString &key, const QString &topPath, bool f
         repo::RecordSet rs;
         if (!HuntERR::resume(source, [&] { rs = listing(childFoldersQuery(id, first)); })) {
             // Without the list the subfolders of this folder are lost: say which folder it was.
-            logFailure(source, qint64(folderIdOfKey(id)), QString(), path, kFolderLine);
+            logFailure(source, folderIdOfKey(id), QString(), path, kFolderLine);
             return false;
         }
         prefetchBelow(rs);
@@ -420,7 +425,7 @@ QString Exporter::nextSubFolder(const repo::RecordSet &rs, const QString &parent
         dropAhead(childId);
         return {};
     }
-    if (!HuntERR::resume(source, [&] { CopyFolderFiles(double(childId), childPath); }))
+    if (!HuntERR::resume(source, [&] { CopyFolderFiles(childId, childPath); }))
         logged();
     m_childId = childId;
     return childPath;
@@ -428,11 +433,11 @@ QString Exporter::nextSubFolder(const repo::RecordSet &rs, const QString &parent
 
 // --- Documents -----------------------------------------------------------------------------
 
-void Exporter::CopyFolderFiles(double folderId, const QString &path)
+void Exporter::CopyFolderFiles(qint64 folderId, const QString &path)
 {
     const QString source = kForm + QStringLiteral("CopyFolderFiles(folderId,path)");
     const QChar sep = pathSeparator();
-    const QString id = wholeNumberText(folderId);
+    const QString id = QString::number(folderId);
 
     const QString sql = m_signIn.blnArchive ? repo::statements::archiveDocuments(id, m_signIn.strSelectedDb)
                                             : repo::statements::liveDocuments(id);
@@ -442,7 +447,7 @@ void Exporter::CopyFolderFiles(double folderId, const QString &path)
         // The folder's documents could not even be listed; the log is the only place the
         // person will learn that this directory is incomplete.
         const qsizetype cut = path.lastIndexOf(sep);
-        logFailure(source, qint64(std::trunc(folderId)), cut < 0 ? path : path.mid(cut + 1), path, kFolderLine);
+        logFailure(source, folderId, cut < 0 ? path : path.mid(cut + 1), path, kFolderLine);
         return;
     }
 
@@ -460,7 +465,7 @@ void Exporter::CopyFolderFiles(double folderId, const QString &path)
             fxnSaveDocument(recId, path, description, fileName);
         } else {
             logFailure(source, recId, description, path, kFileLine);
-            record(ExportRecord::of(ExportRecord::Kind::Document, recId, description, reportstatus::failed, m_lastFailure),
+            record(ExportRecord::of(ExportRecord::Kind::Document, recId, description, ReportStatus::Failed, m_lastFailure),
                    path);
             m_signIn.form().setStatus(QStringLiteral(" Copying File: ") + path + sep + description);
             m_signIn.form().repaint();

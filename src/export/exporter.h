@@ -1,7 +1,13 @@
 #pragma once
 // The export engine: the walk over the ticked tree, directories, documents under clean names,
 // file dates and the export log. Used by the window's "Start &Copy" and by the command line.
+//
+// Threads: an Exporter and everything it calls back (the observer, the records, the form) belong
+// to the thread that calls run(), the walk's thread, which also owns the error trail. With more
+// than one job, workers fetch documents through the run's DocumentFetcher only
+// (documentfetcher.h); their outcomes come back to the walk's thread through the DocumentQueue.
 
+#include "export/documentfetcher.h"
 #include "export/documentqueue.h"
 #include "export/exportreport.h"
 #include "names/filenames.h"
@@ -86,7 +92,13 @@ struct ExportResult {
     qint64 failures = 0;
     qint64 kept = 0; // --update: documents left as they were (not in documents)
     QStringList unloggedLines;
+    QString logName; // the log's file name this run chose (it may have written none)
     QString logPath; // the log this run wrote to; "" when it wrote none
+    // Workers asked for and those that could connect (fewer do all the jobs between them; with
+    // none, the walk's own connection does), and why the first that could not did not.
+    int jobs = 1;
+    int connections = 1;
+    QString connectionError;
     // Something failed: the log was shown, or lines could not be logged, or (dry run) would be.
     bool anythingFailed() const { return failures > 0 || !unloggedLines.isEmpty(); }
 };
@@ -107,33 +119,20 @@ public:
     // One run per destination: "" when this exporter now holds the destination's lock (until
     // run() ends), otherwise why not, naming the holder. run() takes it when the caller did not.
     QString lockDestination();
+    // What the last run did (the window reads it after its run).
+    const ExportResult &lastResult() const { return m_result; }
 
+private:
     void CopyCheckedFolders();
-    void MakeDir(const QString &strPath);
+    // The ticked node's directory filled: its subfolders (unless the tree loaded them) and documents.
+    void MakeDir(const tree::FolderTree::Node *node, const QString &strPath);
     void CopySubFolders(const QString &key, const QString &parentPath);
-    void CopySubFoldersDeep(const QString &key, const QString &parentPath);
-    void CopyFolderFiles(double folderId, const QString &path);
+    void CopyFolderFiles(qint64 folderId, const QString &path);
     // Names the document as the folder's listing gives it and hands it over to be fetched,
     // written and dated (at once, or by a worker with more than one job).
     void fxnSaveDocument(qint64 recId, const QString &path, const QString &listedTitle, const QString &listedFileName);
-    bool fxnSetFileDate(repo::Connection &paramConnection, qint64 paramRec_Id, const QString &paramFilePath);
-    void fxnWriteLog(qint32 paramId, QString paramName, QString paramLocation, quint8 paramType);
+    void fxnWriteLog(qint64 paramId, QString paramName, QString paramLocation, quint8 paramType);
 
-    QString ExportLogName;
-    QString ExportLogFolder;
-    QString ExportLogPath;
-    bool LogWritten = false;
-    double ExportNodeIndex = 0;
-
-
-private:
-    // A document's statement, its bytes to its file, its date: on any thread, on cn.
-    DocumentOutcome fetchDocument(const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted);
-    // The streamed document written under a temporary name beside its file and dated there.
-    void stageDocument(const DocumentJob &job, repo::ValueReader &bytes, DocumentOutcome &o);
-    // --update, on the job's connection: the document's file is there with its size and date.
-    // Running the date statement drops row's reader (row.value is null then).
-    bool keptUnchanged(const DocumentJob &job, repo::Connection &cn, repo::StreamedRow &row, DocumentOutcome &o);
     // The outcome's counts, log lines, error trail, files put in place and report records, on
     // the walk's thread in walk order.
     void retireDocument(const DocumentJob &job, DocumentOutcome &outcome);
@@ -148,12 +147,8 @@ private:
     // The records that waited for the job with this serial (and those before it).
     void releaseRecords(qint64 serial);
     void writeRecord(ExportRecord r, const QString &path);
-    DocumentQueue &documents();
     // What this run wrote at path, once every document that may still write there is done.
     bool wroteThisRun(const QString &path);
-    // The document's date from the repository given to the written file; raises on failure.
-    // *applied: the date the file took (invalid when none did).
-    bool setDocumentDate(repo::Connection &cn, qint64 recId, const QString &filePath, QDateTime *applied = nullptr);
     QString childFoldersQuery(const QString &id, bool firstLevel) const;
     void walkSubFolders(const QString &key, const QString &topPath, bool firstLevel);
     QString nextSubFolder(const repo::RecordSet &rs, const QString &parentPath, const QString &source,
@@ -164,10 +159,9 @@ private:
     void topUpPrefetch();
     void dropAhead(qint64 childId);
     repo::RecordSet listing(const QString &sql);
-    std::deque<QString> m_ahead; // statements the walk will send, in its order, not yet sent ahead
     // The directory a folder gets below parent: its cleaned name unless that is no name or this
     // run already made it; then its id goes in.
-    QString directoryFor(const QString &parent, const QString &cleaned, qint64 id, QString *status = nullptr);
+    QString directoryFor(const QString &parent, const QString &cleaned, qint64 id, ReportStatus *status = nullptr);
     // Replaces an earlier run's entry and makes the directory (an update keeps a directory that is
     // there); a failure is logged once.
     bool recreateDirectory(const QString &source, const QString &target, const std::function<void()> &logged,
@@ -178,23 +172,37 @@ private:
     void logFailure(const QString &source, qint64 id, const QString &name, const QString &location, quint8 type);
     QString logFolder() const;
     ExportDisk &disk();
-    std::unique_ptr<DestinationLock> m_lock;
-    std::unique_ptr<ExportDisk> m_disk;
-    std::unique_ptr<DocumentQueue> m_documents;
-    bool m_retiring = false; // taking a document's outcome back: its log lines are in order already
-    ExportOptions m_options;
-    ExportResult m_result;
-    QSet<qint64> m_walked;                             // folders written by this run
-    QHash<const tree::FolderTree::Node *, QString> m_nodeDirs; // ticked nodes' directories
-    qint64 m_childId = 0;
-    QString m_pendingLine; // composed but not yet in the log
-    QString m_lastFailure;  // what the last logged failure was
-    QDateTime m_lastFileDate; // the date fxnSetFileDate last applied
-    QSet<QString> m_keptDirs; // --update: directories kept from an earlier run
-    qint64 m_submitted = 0;   // documents handed out so far
-    std::deque<std::pair<qint64, ExportRecord>> m_heldRecords; // waiting for the job of that serial
+    // The run's disk layer, its fetcher and its queue, made in this order and gone in the reverse.
+    void startQueue(int jobs);
+    void stopQueue();
+
+    // Members in the order of their lifetimes: destroyed from the bottom up, the queue (whose
+    // workers use the fetcher and the disk, and whose outcomes retire into the walk's
+    // bookkeeping) goes before anything it uses.
     tree::SessionState &m_signIn;
     tree::TreeProcs &m_tree;
+    // One run's, set by run() before the walk starts.
+    ExportOptions m_options;
+    ExportResult m_result;
+    // The walk's bookkeeping.
+    QSet<qint64> m_walked;                             // folders written by this run
+    QHash<const tree::FolderTree::Node *, QString> m_nodeDirs; // ticked nodes' directories
+    QSet<QString> m_keptDirs;  // --update: directories kept from an earlier run
+    qint64 m_childId = 0;
+    qint64 m_submitted = 0;    // documents handed out so far
+    std::deque<std::pair<qint64, ExportRecord>> m_heldRecords; // waiting for the job of that serial
+    std::deque<QString> m_ahead; // statements the walk will send, in its order, not yet sent ahead
+    bool m_retiring = false;   // taking a document's outcome back: its log lines are in order already
+    QString m_pendingLine;     // composed but not yet in the log
+    QString m_lastFailure;     // what the last logged failure was
+    QString m_logFolder;       // where the log went; set with the first line written
+    bool m_logWritten = false;
+    // The destination's lock: from lockDestination() (or the start of run()) until run() ends.
+    std::unique_ptr<DestinationLock> m_lock;
+    // Made for a run and dropped at its end, in this order.
+    std::unique_ptr<ExportDisk> m_disk;
+    std::unique_ptr<DocumentFetcher> m_fetcher;
+    std::unique_ptr<DocumentQueue> m_documents;
 };
 
 } // namespace exporting

@@ -36,17 +36,11 @@ QString logFolderAt(const QString &folder, bool create)
     return withoutTrailingSeparators(folder);
 }
 
-// The error's own words for a report record. The trail's report around them carries the time and
-// the machine, which would make the reports of two runs of the same export differ.
-QString failureMessage(const QString &report)
+// The error's own words (its first line) for a report record, never the trail's report around
+// them: that carries the time and the machine, which would make two runs' reports differ.
+QString failureMessage(const QString &description)
 {
-    const QString head = QStringLiteral("Error Description: ");
-    const qsizetype at = report.indexOf(head);
-    if (at < 0)
-        return report.trimmed();
-    const qsizetype from = at + head.size();
-    const qsizetype end = report.indexOf(QStringLiteral("\r\n"), from);
-    return report.mid(from, end < 0 ? -1 : end - from).trimmed();
+    return description.section(QStringLiteral("\r\n"), 0, 0).trimmed();
 }
 
 } // namespace
@@ -73,11 +67,11 @@ QString Exporter::logFolder() const
     return logFolderAt(folder, !m_options.dryRun);
 }
 
-void Exporter::fxnWriteLog(qint32 paramId, QString paramName, QString paramLocation, quint8 paramType)
+void Exporter::fxnWriteLog(qint64 paramId, QString paramName, QString paramLocation, quint8 paramType)
 {
     HuntERR::inner(QStringLiteral("modGlobal.fxnWriteLog(paramId,paramName,paramLocation,paramType)"), [&] {
-        ExportLogFolder = logFolder();
-        ExportLogPath = logFolder() + ExportLogName;
+        const QString folder = logFolder();
+        const QString path = folder + pathSeparator() + m_result.logName;
 
         // Locations under the destination are shown relative to it.
         const QString location =
@@ -99,20 +93,21 @@ void Exporter::fxnWriteLog(qint32 paramId, QString paramName, QString paramLocat
             return;
 
         // Without a folder the name alone would land in the file system's root.
-        if (ExportLogFolder.isEmpty())
+        if (folder.isEmpty())
             HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: there is no documents folder "
                                                          "for the export log"));
-        QFile log(ExportLogPath);
+        QFile log(path);
         if (!log.open(QIODevice::WriteOnly | QIODevice::Append))
             HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: cannot open the export log %1 (%2)")
-                                              .arg(ExportLogPath, log.errorString()));
+                                              .arg(path, log.errorString()));
         const QByteArray bytes = line.toLocal8Bit() + QByteArrayLiteral("\r\n");
         const qint64 written = log.write(bytes);
         log.close();
         if (written != bytes.size() || log.error() != QFileDevice::NoError)
             HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: cannot write the export log %1 (%2)")
-                                              .arg(ExportLogPath, log.errorString()));
-        LogWritten = true;
+                                              .arg(path, log.errorString()));
+        m_logFolder = folder;
+        m_logWritten = true;
         m_pendingLine.clear();
     });
 }
@@ -124,10 +119,10 @@ void Exporter::logFailure(const QString &source, qint64 id, const QString &name,
     if (m_documents && !m_retiring)
         m_documents->drain();
     m_pendingLine.clear();
-    m_lastFailure = failureMessage(HuntERR::preserved().description);
+    m_lastFailure = failureMessage(HuntERR::preservedCause());
     if (type == 1) // a document's record is made where the document is handled
-        record(ExportRecord::of(ExportRecord::Kind::Folder, id, name, reportstatus::failed, m_lastFailure), location);
-    HuntERR::resume(source, [&] { fxnWriteLog(qint32(id), name, location, type); });
+        record(ExportRecord::of(ExportRecord::Kind::Folder, id, name, ReportStatus::Failed, m_lastFailure), location);
+    HuntERR::resume(source, [&] { fxnWriteLog(id, name, location, type); });
     // A line the log could not take is not dropped: the caller shows it another way.
     if (!m_options.dryRun && !m_pendingLine.isEmpty()) {
         m_result.unloggedLines << m_pendingLine;

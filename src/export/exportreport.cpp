@@ -22,6 +22,35 @@ QString dateText(const QDateTime &date)
 
 } // namespace
 
+QString reportStatusText(ReportStatus status)
+{
+    switch (status) {
+    case ReportStatus::None:
+        break;
+    case ReportStatus::Written:
+        return QStringLiteral("written");
+    case ReportStatus::Renamed:
+        return QStringLiteral("renamed");
+    case ReportStatus::Fallback:
+        return QStringLiteral("fallback");
+    case ReportStatus::Skipped:
+        return QStringLiteral("skipped");
+    case ReportStatus::Failed:
+        return QStringLiteral("failed");
+    }
+    return {};
+}
+
+ReportStatus reportStatusOf(const QString &text)
+{
+    for (const ReportStatus s : {ReportStatus::Written, ReportStatus::Renamed, ReportStatus::Fallback,
+                                 ReportStatus::Skipped, ReportStatus::Failed}) {
+        if (text == reportStatusText(s))
+            return s;
+    }
+    return ReportStatus::None;
+}
+
 QByteArray toJsonLine(const ExportRecord &r)
 {
     QJsonObject o;
@@ -32,7 +61,7 @@ QByteArray toJsonLine(const ExportRecord &r)
     o.insert(QStringLiteral("bytes"), r.bytes < 0 ? QJsonValue() : QJsonValue(r.bytes));
     o.insert(QStringLiteral("sha256"), r.sha256.isEmpty() ? QJsonValue() : QJsonValue(r.sha256));
     o.insert(QStringLiteral("date"), r.date.isValid() ? QJsonValue(dateText(r.date)) : QJsonValue());
-    o.insert(QStringLiteral("status"), r.status);
+    o.insert(QStringLiteral("status"), reportStatusText(r.status));
     o.insert(QStringLiteral("message"), r.message);
     return QJsonDocument(o).toJson(QJsonDocument::Compact) + '\n';
 }
@@ -62,16 +91,6 @@ bool isDigest(const QString &text)
     return true;
 }
 
-bool knownStatus(const QString &status)
-{
-    for (const QString *known : {&reportstatus::written, &reportstatus::renamed, &reportstatus::fallback,
-                                 &reportstatus::skipped, &reportstatus::failed}) {
-        if (status == *known)
-            return true;
-    }
-    return false;
-}
-
 // Reads every field into r; the first field that is not as this tool writes it is named in *why.
 bool readFields(const QJsonObject &o, ExportRecord *r, QString *why)
 {
@@ -88,10 +107,12 @@ bool readFields(const QJsonObject &o, ExportRecord *r, QString *why)
     }
     r->name = field("name").toString();
     r->path = field("path").toString();
-    r->status = field("status").toString();
+    r->status = reportStatusOf(field("status").toString());
     r->message = field("message").toString();
-    if (!knownStatus(r->status))
-        return *why = QStringLiteral("\"status\" \"%1\" is not one this tool writes").arg(r->status.left(40)), false;
+    if (r->status == ReportStatus::None)
+        return *why = QStringLiteral("\"status\" \"%1\" is not one this tool writes")
+                          .arg(field("status").toString().left(40)),
+               false;
     r->bytes = -1;
     if (!field("bytes").isNull() && !wholeNumber(field("bytes"), &r->bytes))
         return *why = QStringLiteral("\"bytes\" is neither null nor a whole number"), false;
@@ -209,7 +230,7 @@ void ReportFile::begin()
 void ReportFile::record(const ExportRecord &r)
 {
     ExportRecord out = r;
-    if (out.status == reportstatus::skipped && out.sha256.isEmpty()) {
+    if (out.status == ReportStatus::Skipped && out.sha256.isEmpty()) {
         // A file the update left alone: its digest is still the one taken when it was written.
         const auto it = m_earlier.constFind(out.path);
         if (it != m_earlier.constEnd() && it->bytes == out.bytes && it->date == out.date)

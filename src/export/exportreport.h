@@ -2,6 +2,9 @@
 // The export report: one record per folder and per document of a run, as JSON Lines, written as
 // the run goes so that a run that is killed leaves the record of what it did. The report is what
 // `verify` checks the disk (and the repository) against.
+//
+// Threads: records are made and written on the export walk's thread only; readReport, toJsonLine
+// and fromJsonLine touch nothing shared.
 
 #include <QDateTime>
 #include <QFile>
@@ -10,6 +13,19 @@
 #include <QString>
 
 namespace exporting {
+
+// How an item came out. In the report it is the text reportStatusText gives ("" for None).
+enum class ReportStatus {
+    None,
+    Written,
+    Renamed,  // a collision suffix was added
+    Fallback, // the "[id]" name
+    Skipped,  // kept as it was (--update)
+    Failed,
+};
+QString reportStatusText(ReportStatus status);
+// None for a text that names no status.
+ReportStatus reportStatusOf(const QString &text);
 
 struct ExportRecord {
     enum class Kind { Folder, Document };
@@ -20,10 +36,11 @@ struct ExportRecord {
     qint64 bytes = -1;   // documents; -1: none
     QString sha256;      // lower-case hex of the bytes written; "" when not known
     QDateTime date;      // the date applied to the file; invalid: none
-    QString status;      // one of the statuses below
+    ReportStatus status = ReportStatus::None;
     QString message;
 
-    static ExportRecord of(Kind kind, qint64 id, const QString &name, const QString &status = {}, const QString &message = {})
+    static ExportRecord of(Kind kind, qint64 id, const QString &name, ReportStatus status = ReportStatus::None,
+                           const QString &message = {})
     {
         ExportRecord r;
         r.kind = kind;
@@ -34,14 +51,6 @@ struct ExportRecord {
         return r;
     }
 };
-
-namespace reportstatus {
-inline const QString written = QStringLiteral("written");
-inline const QString renamed = QStringLiteral("renamed");   // a collision suffix was added
-inline const QString fallback = QStringLiteral("fallback"); // the "[id]" name
-inline const QString skipped = QStringLiteral("skipped");   // kept as it was (--update)
-inline const QString failed = QStringLiteral("failed");
-} // namespace reportstatus
 
 // Where the exporter hands its records.
 class ExportRecords {

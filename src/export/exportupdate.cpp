@@ -28,7 +28,7 @@ QString Exporter::commitDocument(const QString &source, const QString &staged, c
                                QStringLiteral("Write to file failed: %1 cannot be a file name").arg(fallback));
             disk().commitFile(staged, fallback);
             filePath = fallback;
-            rec.status = reportstatus::fallback;
+            rec.status = ReportStatus::Fallback;
         }
     });
     if (ok)
@@ -36,7 +36,7 @@ QString Exporter::commitDocument(const QString &source, const QString &staged, c
     disk().discardFile(staged);
     const QString folder = staged.left(staged.lastIndexOf(pathSeparator()));
     logFailure(source, rec.id, rec.name, folder, 0);
-    rec.status = reportstatus::failed;
+    rec.status = ReportStatus::Failed;
     rec.message = m_lastFailure;
     return {};
 }

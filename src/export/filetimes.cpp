@@ -46,27 +46,4 @@ QDateTime documentDate(repo::Connection &cn, qint64 recId)
     return when;
 }
 
-bool Exporter::fxnSetFileDate(repo::Connection &paramConnection, qint64 paramRec_Id, const QString &paramFilePath)
-{
-    const QString source = QStringLiteral("MCmnUtility.fxnSetFileDate(paramConnection,paramRec_Id,paramFilePath)");
-    disk();
-    m_lastFileDate = QDateTime();
-    return HuntERR::inner(source, [&]() -> bool {
-        return setDocumentDate(paramConnection, paramRec_Id, paramFilePath, &m_lastFileDate);
-    });
-}
-
-// Runs on any thread (a parallel export's workers date their own files): it touches only the
-// connection it is given and the disk layer.
-bool Exporter::setDocumentDate(repo::Connection &cn, qint64 recId, const QString &filePath, QDateTime *applied)
-{
-    const QDateTime when = documentDate(cn, recId);
-    if (!when.isValid())
-        return false; // the file keeps the times the file system gave it
-    // A file that cannot be opened keeps its times; that is not reported.
-    if (m_disk->setFileTime(filePath, when) && applied)
-        *applied = when;
-    return true;
-}
-
 } // namespace exporting

@@ -1,6 +1,8 @@
 #pragma once
 // A value reader that hashes what passes through it: the report's digest is of the very bytes
 // that went to the file, taken on their way there, never by reading the file again.
+//
+// Threads: one reader belongs to the one thread that streams a document through it.
 
 #include "repository/valuereader.h"
 

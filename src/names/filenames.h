@@ -4,6 +4,8 @@
 // the "[id]" names that stand in where a name cannot be used, and the one place that knows
 // which names the file system refuses. The tree's paths and the export both name things here,
 // so a folder is called the same in both.
+//
+// Threads: pure functions of their arguments, callable from any thread.
 
 #include <QString>
 

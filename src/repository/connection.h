@@ -4,6 +4,10 @@
 //  - SQL Server through ODBC (FreeTDS on Linux, the SQL Server driver on Windows);
 //  - the embedded server: a folder whose <name>.sqlite files are its databases, read-only.
 // Failures are raised as HuntERR::Error with the numbers the procedures react to.
+//
+// Threads: a Connection, its record sets and its streamed rows belong to the thread that opened
+// it, which also closes it (Qt's database connections are per thread); connections on different
+// threads run at once. Failures are raised, never put on the error trail.
 
 #include "errors/hunterr.h"
 #include "repository/connectionstring.h"

@@ -3,6 +3,8 @@
 // concatenation of fixed fragments that keep their own blanks (doubled blanks included), with
 // ids inserted unquoted as decimal text and names as the caller prepared them: the texts are
 // those SQL Server has always been sent, and the SQL trace shows them exactly so.
+//
+// Threads: pure functions of their arguments, callable from any thread.
 
 #include <QString>
 

@@ -1,6 +1,8 @@
 #pragma once
 // A value read forwards in chunks, so that a document's bytes never have to be held whole on
 // their way from the repository to a file.
+//
+// Threads: a reader is read on one thread at a time, the one whose connection it reads from.
 
 #include <QByteArray>
 

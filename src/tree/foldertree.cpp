@@ -344,11 +344,14 @@ Qt::ItemFlags FolderTree::flags(const QModelIndex &at) const
     return Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsUserCheckable;
 }
 
-double folderIdOfKey(const QString &key)
+qint64 folderIdOfKey(const QString &key)
 {
     QString id = key;
     id.remove(QStringLiteral("Fold"));
-    return id.trimmed().toDouble();
+    id = id.trimmed();
+    bool whole = false;
+    const qint64 value = id.toLongLong(&whole);
+    return whole ? value : qint64(id.toDouble());
 }
 
 } // namespace tree

@@ -56,7 +56,6 @@ public:
 
     QString fullPath(const Node *node) const; // texts from the top down, joined by "\"
     Node *firstChild(const Node *node) const { return node->children.empty() ? nullptr : node->children.front(); }
-    int childCount(const Node *node) const { return int(node->children.size()); }
 
     void setChecked(Node *node, bool checked);
     // Ticks many nodes with one change notice per run of siblings, so a view is not asked to
@@ -102,6 +101,6 @@ private:
 };
 
 // The folder id of a key: the key with every "Fold" removed, as a number.
-double folderIdOfKey(const QString &key);
+qint64 folderIdOfKey(const QString &key);
 
 } // namespace tree

@@ -51,14 +51,6 @@ QString idText(const QVariant &value)
     return value.toString().trimmed();
 }
 
-// A number put into a statement as it stands: whole numbers without a decimal part.
-QString numberText(double value)
-{
-    if (std::isfinite(value) && value == std::floor(value) && std::fabs(value) < 9.0e15)
-        return QString::number(qlonglong(value));
-    return QString::number(value, 'g', 15);
-}
-
 // The icon id of a row, or 0 when it is missing or not a number (no rule then applies).
 int iconId(const repo::RecordSet &rs)
 {
@@ -95,9 +87,9 @@ void chooseChildImage(int &image, const QString &folderType, int icon, bool arch
 }
 
 
-FolderTree::Node *nodeAtIndex(FolderTree &tree, double index)
+FolderTree::Node *nodeAtIndex(FolderTree &tree, int index)
 {
-    return tree.node(int(std::lround(index)));
+    return tree.node(index);
 }
 
 // A node's descendants as the tree's procedures have always found them: not by walking the
@@ -129,7 +121,6 @@ TreeProcs::TreeProcs(SessionState &signIn, FolderTree &tree)
 void TreeProcs::Load_Trees()
 {
     HuntERR::inner(kModule + QStringLiteral("Load_Trees"), [&] {
-        treeStateFlag = false;
         loadSitesFolders1();
     });
 }
@@ -157,16 +148,15 @@ void TreeProcs::loadSitesFolders1()
 
         if (m_tree.count() >= 1)
             m_tree.setSelected(m_tree.node(1));
-        m_tree.setDropHighlight(m_tree.dropHighlight());
     });
 }
 
-void TreeProcs::loadSitesAndCabinets1(FolderTree &sstTreeView, double lngStartFolderID)
+void TreeProcs::loadSitesAndCabinets1(FolderTree &sstTreeView, qint64 lngStartFolderID)
 {
     const QString source = kModule + QStringLiteral("loadSitesAndCabinets1(sstTreeView,lngStartFolderID)");
     for (;;) {
         try {
-            const QString sql = repo::statements::firstLevel(numberText(lngStartFolderID));
+            const QString sql = repo::statements::firstLevel(QString::number(lngStartFolderID));
             repo::RecordSet rs = m_signIn.cnDb().execute(sql);
             int image = 0;
             while (!rs.eof()) {
@@ -278,7 +268,7 @@ void TreeProcs::loadChildrenArchive(const QString &parentnode)
         WindowPort &form = m_signIn.form();
         beginReload(form, m_tree, parentnode);
 
-        const QString id = QString::number(qRound64(folderIdOfKey(parentnode)));
+        const QString id = QString::number(folderIdOfKey(parentnode));
         const QString sql = repo::statements::liveAndArchivedChildren(id);
         repo::Connection &cn = m_signIn.cnDb();
         repo::RecordSet rs = cn.execute(sql);
@@ -307,55 +297,23 @@ void TreeProcs::loadChildrenArchive(const QString &parentnode)
     });
 }
 
-void TreeProcs::DeleteChild(FolderTree &sstTreeView, double lngStartFolderID)
-{
-    HuntERR::inner(kModule + QStringLiteral("DeleteChild(sstTreeView,lngStartFolderID)"), [&] {
-        if (required(sstTreeView.selected())->children.empty())
-            return;
-        FolderTree::Node *start = sstTreeView.byKey(kKeyPrefix + numberText(lngStartFolderID));
-        // Removing from the highest index down only ever shifts nodes already visited, so the
-        // matches can be gathered first and dropped in one pass.
-        sstTreeView.removeNodes(descendantsByPath(sstTreeView, start));
-    });
-}
-
 // --- Tick propagation and node paths -----------------------------------------------------------
 
-void TreeProcs::SelectAllChild(double nodeIdx)
+void TreeProcs::SelectAllChild(int nodeIdx)
 {
     HuntERR::inner(kModule + QStringLiteral("SelectAllChild(nodeIdx)"), [&] { setAllChildren(nodeIdx, true); });
 }
 
-void TreeProcs::DeSelectAllChild(double nodeIdx)
+void TreeProcs::DeSelectAllChild(int nodeIdx)
 {
     HuntERR::inner(kModule + QStringLiteral("DeSelectAllChild(nodeIdx)"), [&] { setAllChildren(nodeIdx, false); });
 }
 
-void TreeProcs::setAllChildren(double nodeIdx, bool ticked)
+void TreeProcs::setAllChildren(int nodeIdx, bool ticked)
 {
     if (required(m_tree.selected())->children.empty())
         return;
     m_tree.setCheckedMany(descendantsByPath(m_tree, nodeAtIndex(m_tree, nodeIdx)), ticked);
-}
-
-QString TreeProcs::FindParentPAth(double &pNodeidx)
-{
-    return HuntERR::inner(kModule + QStringLiteral("FindParentPAth(pNodeidx)"), [&]() -> QString {
-        QString path;
-        const int passes = m_tree.count();
-        for (int pass = 0; pass < passes; ++pass) {
-            FolderTree::Node *parent = required(nodeAtIndex(m_tree, pNodeidx)->parent);
-            if (folderIdOfKey(parent->key) == 1)
-                return path;
-            // An unticked ancestor ends the climb: every pass left would look at the same node.
-            if (!parent->checked)
-                break;
-            QString name = parent->tag; // cleaned on a copy: the node keeps its tag
-            path = RemoveSpChr(name) + pathSeparator() + path;
-            pNodeidx = parent->index;
-        }
-        return path;
-    });
 }
 
 // --- Tree events -------------------------------------------------------------------------------

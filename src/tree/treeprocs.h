@@ -38,17 +38,15 @@ public:
     // Tree building.
     void Load_Trees();
     void loadSitesFolders1();
-    void loadSitesAndCabinets1(FolderTree &sstTreeView, double lngStartFolderID);
+    void loadSitesAndCabinets1(FolderTree &sstTreeView, qint64 lngStartFolderID);
 
     // Child loading.
     void loadChildren(const QString &parentnode);
     void loadChildrenArchive(const QString &parentnode);
-    void DeleteChild(FolderTree &sstTreeView, double lngStartFolderID);
 
     // Tick propagation and node paths.
-    void SelectAllChild(double nodeIdx);
-    void DeSelectAllChild(double nodeIdx);
-    QString FindParentPAth(double &pNodeidx);
+    void SelectAllChild(int nodeIdx);
+    void DeSelectAllChild(int nodeIdx);
 
     // Tree events, each under its own event-handler error path (the error window shows a failure).
     // They return false when the handler failed.
@@ -62,11 +60,10 @@ public:
     // The folder's name as the repository stores it (the root's text is decorated).
     QString storedName(const FolderTree::Node *node) const { return node->key == m_rootKey ? m_rootName : node->tag; }
 
-    double dblCheckedNodeIdx = 0; // the node whose tick changed last
-    bool treeStateFlag = false;   // cleared at every tree build
+    int dblCheckedNodeIdx = 0; // the node whose tick changed last
 
 private:
-    void setAllChildren(double nodeIdx, bool ticked);
+    void setAllChildren(int nodeIdx, bool ticked);
 
     SessionState &m_signIn;
     FolderTree &m_tree;

@@ -171,7 +171,7 @@ private slots:
             at += QStringLiteral("/level ") + QString::number(201 + depth);
         QVERIFY2(depth > 300, qPrintable(QString::number(depth)));
         QVERIFY(rec.unlogged.isEmpty());
-        QVERIFY(contents(e->exporter.ExportLogPath).contains("Folder ID: 121"));
+        QVERIFY(contents(e->result.logPath).contains("Folder ID: 121"));
     }
 
     void linksAreNeverFollowed_data()

@@ -186,7 +186,7 @@ private slots:
         QVERIFY2(!exporter->run(), qPrintable(recorder.events.filter(QStringLiteral("failure")).join('\n') + HuntERR::reportText()));
 
         // Nothing failed: no log, nothing opened, nothing shown.
-        QVERIFY(!QFileInfo::exists(exporter->options.logFolder + exporter->exporter.ExportLogName));
+        QVERIFY(!QFileInfo::exists(QDir(exporter->options.logFolder).filePath(exporter->result.logName)));
         QVERIFY(d.port.openedLog.isEmpty());
         QVERIFY(m_trail.shown.isEmpty());
 
@@ -223,21 +223,6 @@ private slots:
         QCOMPARE(QDir(dest + QStringLiteral("/A B")).entryList(QDir::Files).size(), 1);
         QCOMPARE(QDir(dest + QStringLiteral("/A B [3]")).entryList(QDir::Files).size(), 1);
         QVERIFY(QDir(dest + QStringLiteral("/Empty Folder")).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot));
-
-        // A document without dates leaves its file's time alone; a dated one's file takes its date.
-        const QString undated = docs + QStringLiteral("What is new .txt");
-        const QString dated = docs + QStringLiteral("Minutes 12 03 2015.txt");
-        const QDateTime datedTime = QFileInfo(dated).lastModified();
-        const QDateTime earlier(QDate(2001, 2, 3), QTime(4, 5, 6), Qt::UTC);
-        for (const QString &path : {undated, dated}) {
-            QFile f(path);
-            QVERIFY(f.open(QIODevice::ReadWrite) && f.setFileTime(earlier, QFileDevice::FileModificationTime));
-        }
-        QVERIFY(!exporter->exporter.fxnSetFileDate(d.s.signin.cnDb(), 1009, undated));
-        QCOMPARE(QFileInfo(undated).lastModified(), earlier);
-        QVERIFY(exporter->exporter.fxnSetFileDate(d.s.signin.cnDb(), 1007, dated));
-        QCOMPARE(QFileInfo(dated).lastModified(), datedTime);
-        QVERIFY(!exporter->exporter.fxnSetFileDate(d.s.signin.cnDb(), 999999, undated)); // no such document
 
         // The status line names the last document after it was written.
         QCOMPARE(d.port.status, QStringLiteral(" Copying File: ") + native(dest + QStringLiteral("/Unsorted/"))
@@ -313,10 +298,10 @@ private slots:
             ExportRun second(d.s.signin, d.s.procs);
             QVERIFY(first.run());
             QCOMPARE(first.result.failures, qint64(expectedLines.size()));
-            QCOMPARE(d.port.openedLog, documents + QStringLiteral("/") + first.exporter.ExportLogName.mid(1));
+            QCOMPARE(d.port.openedLog, documents + QStringLiteral("/") + first.result.logName);
             QVERIFY(second.run());
-            if (second.exporter.ExportLogName == first.exporter.ExportLogName) // else the minute turned between the runs
-                logPath = documents + first.exporter.ExportLogName;
+            if (second.result.logName == first.result.logName) // else the minute turned between the runs
+                logPath = first.result.logPath;
         }
         QVERIFY(!logPath.isEmpty());
         QVERIFY(m_trail.shown.isEmpty()); // the export never shows a single failure
@@ -341,7 +326,7 @@ private slots:
         const auto third = exporterTo(d, dest);
         d.s.signin.DestinationPath += sep;
         QVERIFY(third->run());
-        QFile thirdLog(third->exporter.ExportLogPath);
+        QFile thirdLog(third->result.logPath);
         QVERIFY(thirdLog.open(QIODevice::ReadOnly));
         QVERIFY(QString::fromLocal8Bit(thirdLog.readLine()).startsWith(
             QStringLiteral("Folder ID: 14 , Folder Name: Projects , Folder Location: ") + native(dest) + sep + "Projects"));
@@ -355,7 +340,7 @@ private slots:
             refused = e.number() == HuntERR::ERR_PATH_NOT_FOUND;
         }
         QVERIFY(refused);
-        QVERIFY(fourth->exporter.ExportLogName.isEmpty());
+        QVERIFY(fourth->result.logName.isEmpty());
         QVERIFY(!QFileInfo::exists(QStringLiteral("/Projects")));
     }
 

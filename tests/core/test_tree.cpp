@@ -14,7 +14,6 @@
 
 #include <memory>
 
-using names::pathSeparator;
 using tree::FolderTree;
 namespace TreeImage = tree::TreeImage;
 using tree::folderIdOfKey;
@@ -260,13 +259,6 @@ private slots:
         QVERIFY(d.tick(14));
         QCOMPARE(ticked(d.s.tree), QStringLiteral("14 25 26 27"));
 
-        // Paths: the tags of the ticked ancestors below the root, each with the separator.
-        const QString sep = pathSeparator();
-        double idx = d.node(27)->index;
-        QCOMPARE(d.s.procs.FindParentPAth(idx), QStringLiteral("Projects") + sep + "Plans" + sep + "2016" + sep);
-        QCOMPARE(idx, double(d.node(14)->index));
-        QCOMPARE(d.s.procs.FindParentPAth(idx), QString()); // a child of the root
-
         // An untick under a ticked parent does not stick; unticking the folder unticks all below.
         QVERIFY(d.tick(25, false));
         QCOMPARE(ticked(d.s.tree), QStringLiteral("14 25 26 27"));
@@ -276,10 +268,6 @@ private slots:
         // Below an unticked parent a child keeps its own tick; the climb stops at the first gap.
         QVERIFY(d.tick(26));
         QCOMPARE(ticked(d.s.tree), QStringLiteral("26 27"));
-        idx = d.node(27)->index;
-        QCOMPARE(d.s.procs.FindParentPAth(idx), QStringLiteral("2016") + sep);
-        QCOMPARE(d.s.procs.FindParentPAth(idx), QString());
-        QCOMPARE(idx, double(d.node(26)->index));
         QVERIFY(d.tick(26, false));
 
         // A folder ticked before it was ever opened hands its tick to the children it loads;
@@ -310,17 +298,6 @@ private slots:
         QVERIFY(h.tick(find(h.tree, 7)));
         QCOMPARE(ticked(h.tree), QStringLiteral("7 70 8 80"));
 
-        // Tags, not texts, make the path, cleaned as file names are.
-        FolderTree::Node *odd = add(h.tree, 1, 10, QStringLiteral("Shown text"));
-        h.tree.setTag(odd, QStringLiteral("Q1: Plans/Drafts"));
-        h.tree.setChecked(odd, true);
-        double idx = add(h.tree, 10, 100, QStringLiteral("Leaf"))->index;
-        QCOMPARE(h.procs.FindParentPAth(idx), QStringLiteral("Q1  Plans Drafts") + pathSeparator());
-
-        // DeleteChild removes by the same path test, look-alike sibling included.
-        h.tree.setSelected(find(h.tree, 7));
-        h.procs.DeleteChild(h.tree, 7);
-        QCOMPARE(ids(h.tree), QStringLiteral("1 6 7 9 10 100"));
         QVERIFY(m_trail.shown.isEmpty());
 
         // A top node that is not the repository root has no parent to look at: each event that
@@ -329,8 +306,6 @@ private slots:
         QVERIFY(!h.tick(stray));
         QCOMPARE(m_trail.shown.size(), 1);
         QVERIFY(m_trail.shown.first().contains(QStringLiteral("FrmSendtofolder.tvDefaultRoot_NodeCheck(Node)")));
-        idx = stray->index;
-        QVERIFY(suite::failure([&] { h.procs.FindParentPAth(idx); }) != 0);
         HuntERR::reset();
         QVERIFY(!h.click(nullptr));
         HeadlessSession empty(port);

@@ -98,7 +98,7 @@ private slots:
         QVERIFY(h->child<QWidget>("FrameButton")->isEnabled()); // the buttons are back
         QCOMPARE(h->child<QLineEdit>("txtProg")->text(), QString());
 
-        const QString logPath = m_fx.filePath(QStringLiteral("home/Documents/")) + h->w->exporter().ExportLogName.mid(1);
+        const QString logPath = m_fx.filePath(QStringLiteral("home/Documents/")) + h->w->exporter().lastResult().logName;
         QCOMPARE(Dialogs::openedLogs(), QStringList{QDir::toNativeSeparators(logPath)});
         QFile log(logPath);
         QVERIFY(log.open(QIODevice::ReadOnly));

@@ -336,7 +336,7 @@ TestWire::Run TestWire::exportAll(bool wire, const QString &database, const QStr
         options.logFolder = m_fx.filePath(QStringLiteral("logs%1").arg(m_runs));
         const ExportResult result = exporter.run(options);
         run.failures = result.failures;
-        run.log = fileBytes(exporter.ExportLogPath);
+        run.log = fileBytes(result.logPath);
     }
     run.trace = fileBytes(trace);
     run.files = filesWithDates(dest, m_started);

@@ -1,0 +1,178 @@
+// The workers' side of a document: its statement, its bytes to a temporary file beside its own,
+// its date. See documentfetcher.h for the threads that run it.
+
+#include "export/documentfetcher.h"
+
+#include "errors/hunterr.h"
+#include "export/exportdisk.h"
+#include "export/exporter.h"
+#include "export/hashingreader.h"
+#include "repository/statements.h"
+
+namespace exporting {
+
+using names::pathSeparator;
+
+namespace {
+
+// Counts what passes, for the progress line.
+class CountingReader final : public repo::ValueReader {
+public:
+    CountingReader(repo::ValueReader &inner, const DocumentQueue::Counted &counted, qint64 *total)
+        : m_inner(inner), m_counted(counted), m_total(total)
+    {
+    }
+    qint64 read(char *buffer, qint64 max) override
+    {
+        const qint64 n = m_inner.read(buffer, max);
+        if (n > 0) {
+            *m_total += n;
+            if (m_counted)
+                m_counted(n);
+        }
+        return n;
+    }
+    qint64 size() const override { return m_inner.size(); }
+
+private:
+    repo::ValueReader &m_inner;
+    const DocumentQueue::Counted &m_counted;
+    qint64 *m_total;
+};
+
+repo::StreamedRow openDocument(repo::Connection &cn, const QString &sql, qint64 recId, DocumentOutcome &o)
+{
+    repo::StreamedRow row = cn.executeStreamed(sql);
+    if (row.fields.eof())
+        HuntERR::raise(HuntERR::ERR_NO_CURRENT_RECORD,
+                       QStringLiteral("Either BOF or EOF is True, or the current record has been deleted. "
+                                      "Requested operation requires a current record."));
+    o.description = row.fields.text(QStringLiteral("File_Description"));
+    if (!row.value)
+        HuntERR::raise(HuntERR::ERR_GENERAL, QStringLiteral("Document %1 has no stored bytes").arg(recId));
+    row.fields.text(QStringLiteral("File_name")); // read as it always was: a missing column fails here
+    return row;
+}
+
+} // namespace
+
+DocumentFetcher::DocumentFetcher(FetchSettings settings, ExportDisk &disk)
+    : m_settings(std::move(settings))
+    , m_disk(disk)
+{
+}
+
+DocumentOutcome DocumentFetcher::fetch(const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted) const
+{
+    DocumentOutcome o;
+    const QString idText = QString::number(job.recId);
+    const QString sql = m_settings.archive ? repo::statements::archiveDocument(idText, m_settings.archiveDb)
+                                           : repo::statements::liveDocument(idText);
+    bool writing = false;
+    try {
+        repo::StreamedRow row = openDocument(cn, sql, job.recId, o);
+        // The reader knows the size before a byte is read: an unchanged file costs no bytes.
+        if (m_settings.update && row.value->size() >= 0) {
+            if (keptUnchanged(job, cn, row, o))
+                return o;
+            if (!row.value) // the date statement ended it: sent again for the bytes
+                row = openDocument(cn, sql, job.recId, o);
+        }
+        CountingReader bytes(*row.value, counted, &o.streamed);
+        writing = true;
+        stage(job, bytes, o);
+    } catch (...) {
+        (writing ? o.writeError : o.readError) = std::current_exception();
+    }
+    // The statement is closed by now: the connection is free for the date. The file is dated
+    // under its temporary name, so a file under a final name is always complete and dated.
+    if (!o.written.isEmpty()) {
+        try {
+            date(cn, job.recId, o.written, &o.date);
+        } catch (...) {
+            o.dateError = std::current_exception();
+        }
+    }
+    return o;
+}
+
+void DocumentFetcher::stage(const DocumentJob &job, repo::ValueReader &counting, DocumentOutcome &o) const
+{
+    ExportDisk &out = m_disk;
+    const QString dir = job.folder + pathSeparator();
+    // The digest is taken only when a report wants it: it costs processor time the copy does not.
+    HashingReader hashing(counting);
+    repo::ValueReader &bytes = m_settings.digests ? static_cast<repo::ValueReader &>(hashing) : counting;
+    o.fellBack = job.fileName.isEmpty();
+    if (!o.fellBack) {
+        try {
+            o.bytes = out.stageFile(dir + job.fileName, bytes);
+            o.written = dir + job.fileName;
+        } catch (const HuntERR::Error &e) {
+            if (e.number() != HuntERR::ERR_WRITE_FAILED)
+                throw;
+            o.fellBack = true; // refused before a byte was read: the fallback name below
+        }
+    }
+    if (o.fellBack) {
+        try {
+            if (!job.fallbackFree)
+                HuntERR::raise(HuntERR::ERR_WRITE_FAILED,
+                               QStringLiteral("Write to file failed: %1 cannot be a file name").arg(dir + job.fallbackName));
+            o.bytes = out.stageFile(dir + job.fallbackName, bytes);
+            o.written = dir + job.fallbackName;
+        } catch (...) {
+            o.fallbackError = std::current_exception();
+        }
+    }
+    if (!o.written.isEmpty() && m_settings.digests)
+        o.sha256 = hashing.sha256();
+}
+
+// The names the walk gave the document are the only ones an earlier run can have used for it.
+bool DocumentFetcher::keptUnchanged(const DocumentJob &job, repo::Connection &cn, repo::StreamedRow &row,
+                                    DocumentOutcome &o) const
+{
+    const qint64 size = row.value->size();
+    const QString dir = job.folder + pathSeparator();
+    QStringList candidates;
+    if (!job.fileName.isEmpty())
+        candidates << dir + job.fileName;
+    candidates << dir + job.fallbackName;
+    for (const QString &file : std::as_const(candidates)) {
+        qint64 onDiskSize = -1;
+        QDateTime onDisk;
+        if (m_disk.wroteThisRun(file) || !m_disk.fileFacts(file, &onDiskSize, &onDisk))
+            continue;
+        // The size first: it costs nothing, and most changes show in it.
+        if (onDiskSize != size)
+            return false;
+        row.value.reset(); // the connection runs the date statement next
+        // A document without a date cannot be told from an older copy of the same size.
+        QDateTime when;
+        try {
+            when = documentDate(cn, job.recId);
+        } catch (...) {
+            o.keptDateError = std::current_exception();
+            return false;
+        }
+        if (!when.isValid() || when.toMSecsSinceEpoch() != onDisk.toMSecsSinceEpoch())
+            return false;
+        o.kept = file;
+        o.bytes = size;
+        o.date = when;
+        return true;
+    }
+    return false;
+}
+
+void DocumentFetcher::date(repo::Connection &cn, qint64 recId, const QString &filePath, QDateTime *applied) const
+{
+    const QDateTime when = documentDate(cn, recId);
+    // Without a date the file keeps the times the file system gave it; a file that cannot be
+    // opened keeps its times too, and that is not reported.
+    if (when.isValid() && m_disk.setFileTime(filePath, when))
+        *applied = when;
+}
+
+} // namespace exporting

@@ -1,0 +1,49 @@
+#pragma once
+// A document fetched for the walk: its statement run, its bytes streamed to a temporary file
+// beside its own and the file dated there. A run makes one fetcher once its settings and its disk
+// layer are fixed, and the workers share it.
+//
+// Threads: fetch() may run on any thread at once (each worker on its own connection, or the
+// walk's thread with one job). A fetcher holds only what a run fixes before its first document
+// and the disk layer (which locks for itself); it never touches the walk's bookkeeping or the
+// error trail. Failures travel back in the outcome as they were raised.
+
+#include "export/documentqueue.h"
+
+#include <QDateTime>
+#include <QString>
+
+namespace exporting {
+
+class ExportDisk;
+
+// What a run fixes for every document before it hands out the first one.
+struct FetchSettings {
+    bool archive = false; // the archive database's statements, with archiveDb
+    QString archiveDb;
+    bool update = false;  // a file already there with the document's size and date is kept
+    bool digests = false; // each document's SHA-256 is taken on its way to the file
+};
+
+class DocumentFetcher {
+public:
+    DocumentFetcher(FetchSettings settings, ExportDisk &disk);
+
+    // Never throws: what fails is in the outcome.
+    DocumentOutcome fetch(const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted) const;
+
+private:
+    // The streamed document written under a temporary name beside its file.
+    void stage(const DocumentJob &job, repo::ValueReader &bytes, DocumentOutcome &o) const;
+    // The document's file is there with its size and date. Running the date statement drops
+    // row's reader (row.value is null then).
+    bool keptUnchanged(const DocumentJob &job, repo::Connection &cn, repo::StreamedRow &row, DocumentOutcome &o) const;
+    // The document's date from the repository given to the staged file; raises on failure.
+    // *applied: the date the file took (invalid when none did).
+    void date(repo::Connection &cn, qint64 recId, const QString &filePath, QDateTime *applied) const;
+
+    const FetchSettings m_settings;
+    ExportDisk &m_disk;
+};
+
+} // namespace exporting
