@@ -73,7 +73,8 @@ bool looksLikeCommandLine(const QStringList &args)
 {
     for (qsizetype i = 0; i < args.size(); ++i) {
         bool takesValue = false;
-        if (!isWindowOption(args[i], &takesValue))
+        // A window option without its value is a usage error, told as the command line tells it.
+        if (!isWindowOption(args[i], &takesValue) || (takesValue && i + 1 >= args.size()))
             return true;
         i += takesValue ? 1 : 0;
     }
