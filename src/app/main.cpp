@@ -16,7 +16,8 @@ using app::installErrorWindow;
 
 int main(int argc, char **argv)
 {
-    if (cli::isCommandLine(argc, argv))
+    // Parsed before any window exists: without a display Qt would abort before a word is said.
+    if (cli::isCommandLine(argc, argv) || !cli::displayAvailable(argc, argv))
         return cli::runCommandLine(argc, argv);
 
     QApplication app(argc, argv);

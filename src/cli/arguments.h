@@ -24,6 +24,7 @@ struct CommandDef {
     QString positionalName; // "DIR" when the command takes one positional argument
     QList<OptionDef> options;
     QStringList examples;
+    QString exitStatus; // the table's lines, only the statuses this command can end with
 };
 
 const QList<CommandDef> &commands();
@@ -50,10 +51,13 @@ struct ParseResult {
 // args without the program name.
 ParseResult parseArguments(const QStringList &args);
 
-// True when the first argument means the command line rather than the window.
+// True unless the arguments are only the window's own (none, --server NAME, Qt's -platform and
+// the like): then they mean the window.
 bool looksLikeCommandLine(const QStringList &args);
 
 QString helpText(const CommandDef &def);
+// The usage lines and the command list, for a usage error without a command.
+QString usageText();
 QString versionText();
 
 } // namespace cli

@@ -39,6 +39,39 @@ int runDemo(const Parsed &p)
     return ExitDone;
 }
 
+// --- display -------------------------------------------------------------------------------
+
+bool hasDisplay(const QStringList &args)
+{
+#if defined(Q_OS_UNIX) && !defined(Q_OS_MACOS)
+    QString platform = qEnvironmentVariable("QT_QPA_PLATFORM");
+    for (qsizetype i = 0; i + 1 < args.size(); ++i)
+        if (args[i] == QLatin1String("-platform"))
+            platform = args[i + 1];
+    const QString name = platform.section(QLatin1Char(':'), 0, 0).trimmed();
+    const bool x11 = !qEnvironmentVariableIsEmpty("DISPLAY");
+    const bool wayland = !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+    if (name.isEmpty())
+        return x11 || wayland;
+    if (name == QLatin1String("xcb"))
+        return x11;
+    if (name.startsWith(QLatin1String("wayland")))
+        return wayland;
+    return true; // offscreen, minimal, vnc, eglfs, linuxfb...: no display server needed
+#else
+    Q_UNUSED(args);
+    return true;
+#endif
+}
+
+QStringList argumentList(int argc, char **argv)
+{
+    QStringList args;
+    for (int i = 1; i < argc; ++i)
+        args << QString::fromLocal8Bit(argv[i]);
+    return args;
+}
+
 // --- dispatch ------------------------------------------------------------------------------
 
 int dispatch(const QStringList &args)
@@ -58,6 +91,11 @@ int dispatch(const QStringList &args)
         writeOut(helpText(*def));
         return ExitDone;
     }
+    if (p.command.isEmpty() && !hasDisplay(args)) {
+        printError(QStringLiteral("no display: give a command"));
+        writeErr(usageText());
+        return ExitError;
+    }
     if (p.command.isEmpty())
         return usageError(QStringLiteral("no command given"), QString());
 
@@ -72,7 +110,7 @@ int dispatch(const QStringList &args)
         repo::setTraceFile(QFileInfo(trace).absoluteFilePath());
     }
 
-    installErrorShower();
+    installErrorShower(p.command);
     if (p.command == QLatin1String("databases"))
         return runDatabases(p);
     if (p.command == QLatin1String("tree"))
@@ -88,10 +126,12 @@ int dispatch(const QStringList &args)
 
 bool isCommandLine(int argc, char **argv)
 {
-    QStringList args;
-    for (int i = 1; i < argc; ++i)
-        args << QString::fromLocal8Bit(argv[i]);
-    return cli::looksLikeCommandLine(args);
+    return looksLikeCommandLine(argumentList(argc, argv));
+}
+
+bool displayAvailable(int argc, char **argv)
+{
+    return hasDisplay(argumentList(argc, argv));
 }
 
 int runCommandLine(int argc, char **argv)

@@ -2,7 +2,10 @@
 
 #include "cli/terminal.h"
 
+#include "repository/connection.h"
+
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 
 using tree::FolderTree;
@@ -18,8 +21,63 @@ const QString Prefix = QStringLiteral("parcelwise: ");
 
 // Set by the error trail's shower: some event handler ended in an error report.
 bool g_reportShown = false;
+int g_failureStatus = 0; // 0: no failure told yet
+QString g_command;       // the command run
+
+void noteFailure(int status)
+{
+    if (g_failureStatus == 0)
+        g_failureStatus = status;
+}
+
+// What a report's error number says about where the fault lies.
+int statusOfReport(qint32 number, const QString &report)
+{
+    // The server was reached but would not open the database for this login.
+    if (number == repo::ERR_LOGIN_REJECTED || report.contains(QLatin1String("Cannot open database")))
+        return ExitSignInRefused;
+    if (number == repo::ERR_UNREACHABLE)
+        return ExitUnreachable;
+    // Files of our own that could not be made or read: a local problem, not the repository's.
+    if (number == HuntERR::ERR_PATH_NOT_FOUND || number == HuntERR::ERR_PATH_FILE_ACCESS
+        || number == HuntERR::ERR_WRITE_FAILED || number == HuntERR::ERR_OUT_OF_MEMORY)
+        return ExitError;
+    return ExitNotRepository;
+}
+
+// The sign-in's and the tree's messages, by their text: the procedures tell nothing else.
+int statusOfMessage(const QString &text)
+{
+    if (text.startsWith(QLatin1String("Please ")))
+        return ExitError; // a box left empty: --server, --user or --database missing
+    if (text == QLatin1String("SQL Server does not exist or access denied"))
+        return ExitUnreachable;
+    if (text == QLatin1String("Invalid database selected"))
+        return ExitNotRepository;
+    return ExitSignInRefused; // the login's refusal as the server words it; a database not there
+}
+
+bool readPasswordFile(const QString &path, QString *password)
+{
+    QFile file(path);
+    if (path.trimmed().isEmpty() || !file.open(QIODevice::ReadOnly)) {
+        printError(printable(QStringLiteral("cannot read the password file \"%1\": %2")
+                                 .arg(path, path.trimmed().isEmpty() ? QStringLiteral("no file name") : file.errorString())));
+        return false;
+    }
+    QByteArray line = file.readLine(64 * 1024);
+    while (line.endsWith('\n') || line.endsWith('\r'))
+        line.chop(1);
+    *password = QString::fromUtf8(line);
+    return true;
+}
 
 } // namespace
+
+int failureStatus()
+{
+    return g_failureStatus == 0 ? ExitError : g_failureStatus;
+}
 
 bool reportShown()
 {
@@ -39,11 +97,14 @@ int usageError(const QString &text, const QString &command)
     return ExitError;
 }
 
-void installErrorShower()
+void installErrorShower(const QString &command)
 {
+    g_command = command;
     g_reportShown = false;
+    g_failureStatus = 0;
     HuntERR::setShower([](const QString &report) {
         g_reportShown = true;
+        noteFailure(statusOfReport(HuntERR::current().number, report));
         QString text = report;
         text.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
         if (!text.endsWith(QLatin1Char('\n')))
@@ -60,6 +121,12 @@ bool readSignIn(const Parsed &p, SignInValues *values)
 {
     values->server = p.value(QStringLiteral("--server"));
     values->user = p.value(QStringLiteral("--user"));
+    if (p.has(QStringLiteral("--password-stdin")) && p.has(QStringLiteral("--password-file"))) {
+        usageError(QStringLiteral("--password-stdin and --password-file cannot be combined"), p.command);
+        return false;
+    }
+    if (p.has(QStringLiteral("--password-file")))
+        return readPasswordFile(p.value(QStringLiteral("--password-file")), &values->password);
     if (p.has(QStringLiteral("--password-stdin"))) {
         if (!readStdinLine(&values->password)) {
             printError(QStringLiteral("--password-stdin was given but standard input holds no line "
@@ -80,7 +147,12 @@ QString displayId(const FolderTree::Node *node)
 void CommandLinePort::message(const QString &text)
 {
     PlainFormPort::message(text);
-    printError(printable(text, true));
+    noteFailure(statusOfMessage(text));
+    // A box left empty is an option left out: the command's help says which.
+    if (statusOfMessage(text) == ExitError)
+        usageError(printable(text, true), g_command);
+    else
+        printError(printable(text, true));
 }
 
 bool Session::fillDatabaseList(const QString &server, const QString &user, const QString &password)
@@ -94,10 +166,12 @@ bool Session::openDatabase(const QString &database)
     case HeadlessSession::Opened::Yes:
         return !g_reportShown;
     case HeadlessSession::Opened::Refused:
+        noteFailure(ExitSignInRefused);
         if (port.messages.isEmpty())
             printError(QStringLiteral("the sign-in was refused"));
         return false;
     case HeadlessSession::Opened::InvalidDatabase:
+        noteFailure(ExitNotRepository);
         if (port.messages.isEmpty())
             printError(QStringLiteral("Invalid database selected"));
         return false;

@@ -19,12 +19,19 @@ namespace cli {
 
 constexpr int ExitDone = 0;
 constexpr int ExitItemsFailed = 1;
-constexpr int ExitError = 2;
+constexpr int ExitError = 2;        // usage, or a local problem (destination, log, report)
+constexpr int ExitSignInRefused = 3; // login failed; database not in the catalogue or not accessible
+constexpr int ExitUnreachable = 4;   // no server answered
+constexpr int ExitNotRepository = 5; // the database lacks the repository's tables or its statements fail
 
 void printError(const QString &text);
+// The exit status that the first failure told since installErrorShower (a validation message or
+// an error report) stands for; ExitError when none was told.
+int failureStatus();
 int usageError(const QString &text, const QString &command);
-// The error trail's reports go to standard error; step mode never stops to ask.
-void installErrorShower();
+// The error trail's reports go to standard error; step mode never stops to ask. command: the
+// command run, for the hint after a usage error.
+void installErrorShower(const QString &command = {});
 // Some event handler ended in an error report since installErrorShower.
 bool reportShown();
 
@@ -70,7 +77,7 @@ struct SignInValues {
     QString password;
 };
 
-// The password never comes from the arguments: stdin on request, else the environment.
+// The password never comes from the arguments: stdin or a file on request, else the environment.
 bool readSignIn(const Parsed &p, SignInValues *values);
 // The sign-in values, the database list, then the database of --database.
 bool signInTo(const Parsed &p, Session &session);

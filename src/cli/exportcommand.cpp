@@ -3,15 +3,18 @@
 
 #include "cli/clisession.h"
 #include "cli/destination.h"
+#include "cli/jsonoutput.h"
 #include "cli/logcheck.h"
 #include "cli/progress.h"
 #include "cli/terminal.h"
 
 #include "export/exporter.h"
 #include "export/exportreport.h"
+#include "export/replaced.h"
 
 #include <QDir>
 #include <QFileInfo>
+#include <QJsonObject>
 #include <QStandardPaths>
 
 #include <vector>
@@ -130,19 +133,24 @@ bool tickFolders(Session &session, bool all, const QStringList &folders)
     return true;
 }
 
-// The summary line; it names only a log that holds lines of this run.
+// The log named in the summary: only one that holds lines of this run; "" when none.
+QString summaryLog(const ExportResult &result, bool dryRun)
+{
+    if (dryRun || !result.anythingFailed())
+        return {};
+    const qsizetype lost = result.unloggedLines.size();
+    return result.failures > lost && QFileInfo(result.logPath).isFile() ? QDir::toNativeSeparators(result.logPath)
+                                                                         : QString();
+}
+
 void printSummary(const ExportResult &result, bool dryRun, double seconds, const QString &destinationNote)
 {
-    QString logPath = QStringLiteral("none");
-    if (result.failures > 0 && dryRun) {
+    QString logPath = summaryLog(result, dryRun);
+    if (result.failures > 0 && dryRun)
         logPath = QStringLiteral("none (dry run)");
-    } else if (result.anythingFailed()) {
-        const qsizetype lost = result.unloggedLines.size();
-        if (result.failures > lost && QFileInfo(result.logPath).isFile())
-            logPath = printable(QDir::toNativeSeparators(result.logPath));
-        if (lost > 0)
-            logPath += QStringLiteral(" (%1 failures could not be logged; they are shown above)").arg(lost);
-    }
+    logPath = logPath.isEmpty() ? QStringLiteral("none") : printable(logPath);
+    if (const qsizetype lost = result.unloggedLines.size(); lost > 0 && !dryRun)
+        logPath += QStringLiteral(" (%1 could not be logged; they are shown above)").arg(counted(lost, "failure"));
     const QString kept = result.kept > 0 ? QStringLiteral(" (%1 more unchanged)").arg(result.kept) : QString();
     // --jobs that quietly became fewer would look like a slow server: say so.
     QString connections;
@@ -152,17 +160,29 @@ void printSummary(const ExportResult &result, bool dryRun, double seconds, const
                           .arg(result.jobs)
                           .arg(result.jobs - result.connections)
                           .arg(printable(result.connectionError));
-    writeErr(QStringLiteral("%1%2 folders, %3 documents%9, %4 bytes (%5), %6 failures, %7 s; log: %8")
-                 .arg(dryRun ? QStringLiteral("Dry run, nothing written: would export ") : QStringLiteral("Exported "))
-                 .arg(result.folders)
-                 .arg(result.documents)
+    writeErr(QStringLiteral("%1%2, %3%8, %4 bytes (%5), %6, %7 s; log: %9")
+                 .arg(dryRun ? QStringLiteral("Dry run, nothing written: would export ") : QStringLiteral("Exported "),
+                      counted(result.folders, "folder"), counted(result.documents, "document"))
                  .arg(result.bytes)
-                 .arg(humanBytes(result.bytes))
-                 .arg(result.failures)
-                 .arg(QString::number(seconds, 'f', 1))
-                 .arg(logPath + destinationNote)
-                 .arg(kept)
+                 .arg(humanBytes(result.bytes), counted(result.failures, "failure"),
+                      QString::number(seconds, 'f', 1), kept, logPath + destinationNote)
              + connections + QLatin1Char('\n'));
+}
+
+void printJson(const ExportResult &result, double seconds, const QString &report, int status)
+{
+    const QString log = summaryLog(result, false);
+    QJsonObject o;
+    o.insert(QStringLiteral("folders"), result.folders);
+    o.insert(QStringLiteral("documents"), result.documents);
+    o.insert(QStringLiteral("bytes"), result.bytes);
+    o.insert(QStringLiteral("failures"), result.failures);
+    o.insert(QStringLiteral("retries"), 0); // the run sends every statement once
+    o.insert(QStringLiteral("seconds"), qRound(seconds * 10) / 10.0);
+    o.insert(QStringLiteral("log"), log.isEmpty() ? QJsonValue() : QJsonValue(log));
+    o.insert(QStringLiteral("report"), report.isEmpty() ? QJsonValue() : QJsonValue(absoluteNative(report)));
+    o.insert(QStringLiteral("exitStatus"), status);
+    writeOut(jsonLine(o));
 }
 
 // What the arguments ask of an export, checked before anything else happens.
@@ -173,6 +193,9 @@ struct ExportRequest {
     QStringList folders;
     bool all = false;
     bool dryRun = false;
+    bool replace = false;
+    bool json = false;
+    bool verbose = false;
     bool progress = false;
     int jobs = 1;
     bool update = false;
@@ -203,6 +226,10 @@ int readRequest(const Parsed &p, ExportRequest *request)
         return usageError(QStringLiteral("missing --dest DIR"), p.command);
     if (p.has(QStringLiteral("--progress")) && p.has(QStringLiteral("--no-progress")))
         return usageError(QStringLiteral("--progress and --no-progress cannot be combined"), p.command);
+    if (p.has(QStringLiteral("--replace")) && p.has(QStringLiteral("--update")))
+        return usageError(QStringLiteral("--replace and --update cannot be combined"), p.command);
+    if (p.has(QStringLiteral("--json")) && p.has(QStringLiteral("--verbose")))
+        return usageError(QStringLiteral("--json and --verbose cannot be combined: both write stdout"), p.command);
 
     if (p.has(QStringLiteral("--jobs"))) {
         bool ok = false;
@@ -224,6 +251,9 @@ int readRequest(const Parsed &p, ExportRequest *request)
     }
     request->dryRun = p.has(QStringLiteral("--dry-run"));
     request->update = p.has(QStringLiteral("--update"));
+    request->replace = p.has(QStringLiteral("--replace"));
+    request->json = p.has(QStringLiteral("--json"));
+    request->verbose = p.has(QStringLiteral("--verbose"));
     request->report = p.value(QStringLiteral("--report"));
     if (p.has(QStringLiteral("--report")) && request->report.trimmed().isEmpty())
         return usageError(QStringLiteral("--report needs a file name"), p.command);
@@ -238,9 +268,24 @@ int readRequest(const Parsed &p, ExportRequest *request)
         printError(printable(problem));
         return ExitError;
     }
-    request->progress = p.has(QStringLiteral("--progress"))
-        || (!p.has(QStringLiteral("--no-progress")) && stderrIsTerminal());
+    request->progress = !p.has(QStringLiteral("--quiet"))
+        && (p.has(QStringLiteral("--progress")) || (!p.has(QStringLiteral("--no-progress")) && stderrIsTerminal()));
     return ExitDone;
+}
+
+// What someone put where the run would write its top directories is never deleted unasked: the
+// run refuses before it writes anything, a dry run as well, since it tells what the run would do.
+bool refusedExisting(Session &session, const QString &destination)
+{
+    const QStringList existing = exporting::existingTopEntries(session.tree, destination);
+    if (existing.isEmpty())
+        return false;
+    QString text = QStringLiteral("the destination already holds what this export would delete and write anew:");
+    for (const QString &path : existing)
+        text += QStringLiteral("\n  ") + printable(path);
+    printError(text + QStringLiteral("\nnothing was written; give --replace to delete them first, or --update to keep "
+                                     "them and write only what is missing or changed"));
+    return true;
 }
 
 } // namespace
@@ -252,7 +297,7 @@ int runExport(const Parsed &p)
         return refused;
     Session session;
     if (!signInTo(p, session) || !tickFolders(session, request.all, request.folders))
-        return ExitError;
+        return failureStatus();
 
     const QString destination = request.output.dest.path;
     session.signIn.DestinationPath = destination;
@@ -269,6 +314,8 @@ int runExport(const Parsed &p)
         printError(printable(refused));
         return ExitError;
     }
+    if (!request.replace && !request.update && refusedExisting(session, destination))
+        return ExitError;
     // Created only now: a refused run leaves nothing behind, and a dry run writes nothing.
     QString problem;
     if (!request.dryRun && !createOutputFolders(request.output, &problem)) {
@@ -279,7 +326,7 @@ int runExport(const Parsed &p)
         printError(printable(held));
         return ExitError;
     }
-    ExportReporter reporter(destination, request.progress, request.dryRun);
+    ExportReporter reporter(destination, request.progress, (request.dryRun || request.verbose) && !request.json);
     ReportFile report;
     if (!request.report.isEmpty() && !report.open(request.report, request.update, &problem)) {
         printError(printable(QStringLiteral("cannot write the report \"%1\": %2").arg(request.report, problem)));
@@ -291,7 +338,8 @@ int runExport(const Parsed &p)
     if (request.dryRun)
         options.madeDirectories = directoriesToMake(request.output.dest);
     for (const QString &made : std::as_const(options.madeDirectories))
-        writeOut(QStringLiteral("mkdir   ") + made + QLatin1Char('\n'));
+        if (!request.json)
+            writeOut(QStringLiteral("mkdir   ") + made + QLatin1Char('\n'));
     ExportResult result;
     const bool ok = handled(QStringLiteral("FrmSendtofolder.cmdStart_Click"), [&] { result = exporter.run(options); });
     reporter.finish();
@@ -299,9 +347,12 @@ int runExport(const Parsed &p)
     printSummary(result, request.dryRun, reporter.elapsedSeconds(), destinationNote(request.output.dest, request.dryRun));
     if (!report.ok())
         printError(printable(QStringLiteral("the report \"%1\" is incomplete: %2").arg(request.report, report.errorString())));
-    if (!ok)
-        return ExitError;
-    return result.anythingFailed() || !report.ok() || !session.port.openedLog.isEmpty() ? ExitItemsFailed : ExitDone;
+    const int status = !ok ? failureStatus()
+        : result.anythingFailed() || !report.ok() || !session.port.openedLog.isEmpty() ? ExitItemsFailed
+                                                                                         : ExitDone;
+    if (request.json)
+        printJson(result, reporter.elapsedSeconds(), request.report, status);
+    return status;
 }
 
 } // namespace cli

@@ -50,6 +50,11 @@ void addNode(const FolderTree::Node *node, int depth, const TreeProcs &procs,
 
 } // namespace
 
+QString jsonLine(const QJsonObject &object)
+{
+    return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)) + QLatin1Char('\n');
+}
+
 QString databasesJson(const QList<DatabaseRow> &rows)
 {
     QJsonArray array;

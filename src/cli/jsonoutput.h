@@ -3,6 +3,7 @@
 
 #include "tree/foldertree.h"
 
+#include <QJsonObject>
 #include <QList>
 #include <QString>
 
@@ -19,6 +20,9 @@ struct DatabaseRow {
     QString type; // "Live", "Archive", or "" when the catalogue's code is neither
     QString live; // the paired live database of an archive; "" when none
 };
+
+// One object on one line, and a line end.
+QString jsonLine(const QJsonObject &object);
 
 // [{"name": ..., "type": ..., "live": ... or null}, ...] and a line end.
 QString databasesJson(const QList<DatabaseRow> &rows);

@@ -40,10 +40,10 @@ int runDatabases(const Parsed &p)
 {
     SignInValues values;
     if (!readSignIn(p, &values))
-        return ExitError;
+        return failureStatus();
     Session session;
     if (!session.fillDatabaseList(values.server, values.user, values.password))
-        return ExitError;
+        return failureStatus();
 
     using Row = DatabaseRow;
     QList<Row> rows;
@@ -62,7 +62,7 @@ int runDatabases(const Parsed &p)
         }
     });
     if (!ok)
-        return ExitError;
+        return failureStatus();
     if (p.has(QStringLiteral("--json"))) {
         writeOut(databasesJson(rows));
         return ExitDone;
@@ -104,7 +104,7 @@ int runTree(const Parsed &p)
     }
     Session session;
     if (!signInTo(p, session))
-        return ExitError;
+        return failureStatus();
 
     const bool json = p.has(QStringLiteral("--json"));
     FolderTree::Node *root = session.root();
@@ -115,7 +115,7 @@ int runTree(const Parsed &p)
         return ExitDone;
     }
     if (!clickDown(session, root, depth))
-        return ExitError;
+        return failureStatus();
     if (json) {
         writeOut(treeJson(session.tree, session.procs, [&](const FolderTree::Node *n) { return session.opened(n); }));
         return ExitDone;

@@ -1,6 +1,7 @@
 #include "cli/logcheck.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QStandardPaths>
 #include <QTemporaryFile>
 
@@ -15,8 +16,16 @@ bool logFolderTakesLines(const QString &logDir, QString *problem)
         return false;
     }
     QString reason;
-    if (!QDir().mkpath(folder)) {
-        reason = QStringLiteral("it cannot be created");
+    // A folder still to be made is made only when a line is logged: a clean run leaves none behind.
+    QString existing = QDir::cleanPath(QFileInfo(folder).absoluteFilePath());
+    while (!QFileInfo::exists(existing) && !QFileInfo(existing).isRoot())
+        existing = QFileInfo(existing).path();
+    const QFileInfo nearest(existing);
+    if (existing != QDir::cleanPath(QFileInfo(folder).absoluteFilePath())) {
+        if (!nearest.isDir() || !nearest.isWritable())
+            reason = QStringLiteral("it cannot be created");
+    } else if (!nearest.isDir()) {
+        reason = QStringLiteral("it is not a directory");
     } else {
         QTemporaryFile probe(QDir(folder).filePath(QStringLiteral(".parcelwise-log-check-XXXXXX")));
         if (!probe.open() || probe.write("check\r\n") != 7 || !probe.flush())

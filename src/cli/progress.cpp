@@ -20,10 +20,16 @@ QString humanBytes(qint64 bytes)
     return QString::number(value, 'f', value < 10.0 ? 1 : 0) + QLatin1Char(' ') + QLatin1String(units[unit]);
 }
 
+QString counted(qint64 count, const char *noun)
+{
+    return QString::number(count) + QLatin1Char(' ') + QLatin1String(noun) + (count == 1 ? QString() : QStringLiteral("s"));
+}
+
 ExportReporter::ExportReporter(const QString &destination, bool showProgress, bool listing)
     : m_destination(QDir::toNativeSeparators(destination))
     , m_progress(showProgress)
     , m_listing(listing)
+    , m_lines(!stderrIsTerminal())
 {
     m_clock.start();
 }
@@ -122,22 +128,28 @@ void ExportReporter::draw(bool force)
     if (!m_progress)
         return;
     const qint64 now = m_clock.elapsed();
-    if (!force && m_lastDraw >= 0 && now - m_lastDraw < 100)
+    // A file or a pipe keeps every line: one every few seconds is enough to follow the run.
+    const qint64 interval = m_lines ? 5000 : 100;
+    const qint64 since = m_lastDraw < 0 ? (m_lines ? now : interval) : now - m_lastDraw;
+    if (!force && since < interval)
         return;
     m_lastDraw = now;
 
     // Bytes count as they reach the disk, documents once they are complete.
     const double seconds = qMax(now, qint64(1)) / 1000.0;
     const qint64 bytes = m_bytes + m_inFlight;
-    QString line = QStringLiteral("%1 folders  %2 documents  %3  %4/s")
-                       .arg(m_folders)
-                       .arg(m_documents)
+    QString line = QStringLiteral("%1  %2  %3  %4/s")
+                       .arg(counted(m_folders, "folder"), counted(m_documents, "document"))
                        .arg(humanBytes(bytes))
                        .arg(humanBytes(qint64(double(bytes) / seconds)));
     if (m_kept > 0)
         line += QStringLiteral("  %1 unchanged").arg(m_kept);
     if (m_failures > 0)
         line += QStringLiteral("  %1 failed").arg(m_failures);
+    if (m_lines) {
+        writeErr(line + (m_current.isEmpty() ? QString() : QStringLiteral("  ") + m_current) + QLatin1Char('\n'));
+        return;
+    }
     if (!m_current.isEmpty()) {
         // Keep the line inside the terminal: the folder loses its beginning, the counts stay.
         const int room = terminalColumns() - 1 - int(line.size()) - 2;
@@ -158,6 +170,8 @@ void ExportReporter::draw(bool force)
 
 void ExportReporter::clearLine()
 {
+    if (m_lines)
+        return;
     if (m_drawnWidth > 0)
         writeErr(QLatin1Char('\r') + QString(m_drawnWidth, QLatin1Char(' ')) + QLatin1Char('\r'));
     m_drawnWidth = 0;

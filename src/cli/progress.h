@@ -11,6 +11,8 @@ namespace cli {
 
 // "1.5 MiB", "312 B": sizes as people read them.
 QString humanBytes(qint64 bytes);
+// "1 folder", "2 folders": a count and its noun (plural by an "s").
+QString counted(qint64 count, const char *noun);
 
 class ExportReporter : public exporting::ExportObserver {
 public:
@@ -42,6 +44,7 @@ private:
     bool m_progress;
     bool m_listing;
     QElapsedTimer m_clock;
+    bool m_lines; // stderr is no terminal: whole lines now and then, never a line drawn over
     qint64 m_lastDraw = -1;
     int m_drawnWidth = 0;
     qint64 m_folders = 0;

@@ -2,6 +2,7 @@
 // given a server, against the repository.
 
 #include "cli/clisession.h"
+#include "cli/jsonoutput.h"
 #include "cli/progress.h"
 #include "cli/terminal.h"
 
@@ -9,6 +10,7 @@
 #include "export/verify.h"
 
 #include <QDir>
+#include <QJsonObject>
 #include <QSet>
 #include <QFileInfo>
 
@@ -32,12 +34,13 @@ struct VerifyCounts {
     qint64 mismatches = 0;
     qint64 withoutDigest = 0; // content not proven by the report alone
     qint64 failedInExport = 0;
+    bool json = false; // the mismatch lines go to stderr, the object alone to stdout
 };
 
 void printMismatch(const QString &path, const QStringList &what, const QString &detail, VerifyCounts &counts)
 {
     ++counts.mismatches;
-    writeOut(printable(QStringLiteral("mismatch  %1  %2%3")
+    (counts.json ? writeErr : writeOut)(printable(QStringLiteral("mismatch  %1  %2%3")
                            .arg(path, what.join(QLatin1Char(',')),
                                 detail.isEmpty() ? QString() : QStringLiteral("  (") + detail + QLatin1Char(')')))
              + QLatin1Char('\n'));
@@ -52,7 +55,7 @@ int readVerifyRequest(const Parsed &p, bool *progress)
     if (p.has(QStringLiteral("--progress")) && p.has(QStringLiteral("--no-progress")))
         return usageError(QStringLiteral("--progress and --no-progress cannot be combined"), p.command);
     const bool server = p.has(QStringLiteral("--server"));
-    for (const char *name : {"--user", "--database", "--password-stdin"}) {
+    for (const char *name : {"--user", "--database", "--password-stdin", "--password-file"}) {
         if (!server && p.has(QLatin1String(name)))
             return usageError(QStringLiteral("%1 goes with --server").arg(QLatin1String(name)), p.command);
     }
@@ -165,9 +168,10 @@ int runVerify(const Parsed &p)
     Session session;
     const bool withRepository = p.has(QStringLiteral("--server"));
     if (withRepository && !signInTo(p, session))
-        return ExitError;
+        return failureStatus();
 
     VerifyCounts counts;
+    counts.json = p.has(QStringLiteral("--json"));
     ExportReporter reporter(dest, progress, false);
     const bool extra = p.has(QStringLiteral("--extra"));
     ReportRun run = checkRecords(reader, reportPath, dest, withRepository ? &session : nullptr, extra, counts, reporter);
@@ -188,16 +192,26 @@ int runVerify(const Parsed &p)
     if (counts.withoutDigest > 0)
         notes += QStringLiteral(", %1 without a digest in the report (size and date checked only)").arg(counts.withoutDigest);
     if (counts.failedInExport > 0)
-        notes += QStringLiteral(", %1 documents the export could not write (see its log)").arg(counts.failedInExport);
-    writeErr(QStringLiteral("Verified %1 files, %2 bytes (%3) against the report%4: %5 mismatches%6, %7 s\n")
-                 .arg(counts.files)
+        notes += QStringLiteral(", %1 the export could not write (see its log)").arg(counted(counts.failedInExport, "document"));
+    const double seconds = reporter.elapsedSeconds();
+    writeErr(QStringLiteral("Verified %1, %2 bytes (%3) against the report%4: %5%6, %7 s\n")
+                 .arg(counted(counts.files, "file"))
                  .arg(counts.bytes)
-                 .arg(humanBytes(counts.bytes))
-                 .arg(withRepository ? QStringLiteral(" and the repository") : QString())
-                 .arg(counts.mismatches)
-                 .arg(notes)
-                 .arg(QString::number(reporter.elapsedSeconds(), 'f', 1)));
-    return counts.mismatches > 0 ? ExitItemsFailed : ExitDone;
+                 .arg(humanBytes(counts.bytes), withRepository ? QStringLiteral(" and the repository") : QString(),
+                      counts.mismatches == 1 ? QStringLiteral("1 mismatch") : QStringLiteral("%1 mismatches").arg(counts.mismatches),
+                      notes, QString::number(seconds, 'f', 1)));
+    const int status = counts.mismatches > 0 ? ExitItemsFailed : ExitDone;
+    if (counts.json) {
+        QJsonObject o;
+        o.insert(QStringLiteral("files"), counts.files);
+        o.insert(QStringLiteral("bytes"), counts.bytes);
+        o.insert(QStringLiteral("mismatches"), counts.mismatches);
+        o.insert(QStringLiteral("seconds"), qRound(seconds * 10) / 10.0);
+        o.insert(QStringLiteral("report"), reportPath == QLatin1String("-") ? reportPath : absoluteNative(reportPath));
+        o.insert(QStringLiteral("exitStatus"), status);
+        writeOut(jsonLine(o));
+    }
+    return status;
 }
 
 } // namespace cli

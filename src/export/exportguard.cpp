@@ -4,9 +4,13 @@
 #include "export/exporter.h"
 
 #include "errors/hunterr.h"
+#include "export/replaced.h"
 #include "export/runguards.h"
 
 #include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QSet>
 #include <QStandardPaths>
 
 namespace exporting {
@@ -15,21 +19,50 @@ using names::RemoveSpChr;
 using tree::FolderTree;
 using tree::folderIdOfKey;
 
-QString Exporter::refusal(const ExportOptions &options) const
+namespace {
+
+// Only a ticked folder with no ticked folder above it opens a directory of its own at the top;
+// everything the run writes lies inside one of those.
+QList<TopDirectory> topDirectories(const FolderTree &tree)
 {
     QList<TopDirectory> tops;
-    FolderTree &tree = m_tree.tree();
     for (int i = 1; i <= tree.count(); ++i) {
         const FolderTree::Node *node = tree.node(i);
         const qint64 id = qint64(folderIdOfKey(node->key));
         const FolderTree::Node *up = node->parent;
-        // Only a ticked folder with no ticked folder above it opens a directory of its own at
-        // the top; everything the run writes lies inside one of those.
         if (!node->checked || id == 1 || (up && up->checked && folderIdOfKey(up->key) != 1))
             continue;
         QString tag = node->tag;
         tops.append({RemoveSpChr(tag), id});
     }
+    return tops;
+}
+
+} // namespace
+
+QStringList existingTopEntries(const FolderTree &tree, const QString &destination)
+{
+    const QDir dest(destination);
+    QSet<QString> taken;
+    QStringList existing;
+    for (const TopDirectory &top : topDirectories(tree)) {
+        // The names the walk gives: no name becomes the id; a sibling that cleans alike to one
+        // already taken gets its id appended.
+        const QString tag = names::idTag(top.id);
+        QString name = names::isNoName(top.cleaned) ? tag : top.cleaned;
+        while (taken.contains(name))
+            name += QLatin1Char(' ') + tag;
+        taken.insert(name);
+        const QFileInfo entry(dest.filePath(name));
+        if (entry.exists() || entry.isSymLink())
+            existing << QDir::toNativeSeparators(entry.filePath());
+    }
+    return existing;
+}
+
+QString Exporter::refusal(const ExportOptions &options) const
+{
+    const QList<TopDirectory> tops = topDirectories(m_tree.tree());
     QStringList reliedOn = options.reliedOn;
     const QString folder = options.logFolder.isEmpty()
                                ? QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation)

@@ -13,6 +13,8 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QRegularExpression>
 #include <QSet>
 #include <QTemporaryDir>
@@ -130,14 +132,16 @@ private slots:
         QVERIFY2(r.out.startsWith(start), qPrintable(r.out));
     }
 
-    // Everything that ends with exit status 2: a "parcelwise: " line on stderr, nothing on stdout,
-    // nothing written, and a password never echoed.
+    // Every refusal, with its exit status (2 usage, 3 sign-in refused, 4 unreachable, 5 no
+    // repository): a "parcelwise: " line on stderr, nothing on stdout, nothing written, and a
+    // password never echoed.
     void refusedRuns_data()
     {
         QTest::addColumn<QStringList>("args");
         QTest::addColumn<QByteArray>("input");
         QTest::addColumn<QString>("envPassword");
         QTest::addColumn<QString>("message");
+        QTest::addColumn<int>("status");
 
         const QString acme = QStringLiteral("Acme");
         const QStringList toDest{QStringLiteral("--dest"), m_untouched, QStringLiteral("--log-dir"), m_untouched};
@@ -150,8 +154,11 @@ private slots:
             return args << toDest;
         };
         auto row = [](const char *name, const QStringList &args, const QString &message, const QByteArray &input = {},
-                      const QString &envPassword = {}) { QTest::newRow(name) << args << input << envPassword << message; };
+                      const QString &envPassword = {}, int status = 2) {
+            QTest::newRow(name) << args << input << envPassword << message << status;
+        };
 
+        row("no command, no display", {}, QStringLiteral("no display: give a command\nUsage: parcelwise <command>"));
         row("unknown command", {QStringLiteral("frobnicate")}, QStringLiteral("unknown command 'frobnicate'"));
         row("unknown option", QStringList(all) << QStringLiteral("--bogus") << toDest, QStringLiteral("unknown option '--bogus'"));
         row("no destination", all, QStringLiteral("missing --dest"));
@@ -165,23 +172,25 @@ private slots:
         row("password-stdin, no line", QStringList(databases) << QStringLiteral("--password-stdin"),
             QStringLiteral("standard input holds no line"));
         row("wrong password on stdin", QStringList(databases) << QStringLiteral("--password-stdin"),
-            QStringLiteral("Login failed for user 'demo'."), kSecret.toUtf8() + "\n");
-        row("wrong password in environment", databases, QStringLiteral("Login failed for user 'demo'."), {}, kSecret);
+            QStringLiteral("Login failed for user 'demo'."), kSecret.toUtf8() + "\n", {}, 3);
+        row("wrong password in environment", databases, QStringLiteral("Login failed for user 'demo'."), {}, kSecret, 3);
 
         // The sign-in's own messages.
         row("server folder missing",
             {QStringLiteral("databases"), QStringLiteral("--server"), m_tmp.filePath(QStringLiteral("no-server")),
              QStringLiteral("--user"), QStringLiteral("demo")},
-            QStringLiteral("SQL Server does not exist or access denied"));
+            QStringLiteral("SQL Server does not exist or access denied"), {}, {}, 4);
+        row("port refused", {QStringLiteral("databases"), QStringLiteral("--server=127.0.0.1,1"), QStringLiteral("--user=sa")},
+            QStringLiteral("SQL Server does not exist or access denied"), {}, {}, 4);
         row("database not listed", signIn(QStringLiteral("export"), QStringLiteral("Nope")) << QStringLiteral("--all") << toDest,
-            QStringLiteral("Selected database does not exists"));
+            QStringLiteral("Selected database does not exists"), {}, {}, 3);
         row("listed database without file", signIn(QStringLiteral("tree"), QStringLiteral("Initech")),
-            QStringLiteral("Selected database does not exists"));
+            QStringLiteral("Selected database does not exists"), {}, {}, 3);
         row("database without tables", signIn(QStringLiteral("tree"), QStringLiteral("Scratch")),
-            QStringLiteral("Invalid database selected"));
+            QStringLiteral("Invalid database selected"), {}, {}, 5);
         // Shared Cases is in both folder lists of Twofold: its archive view shows an error report.
         row("error report", signIn(QStringLiteral("tree"), QStringLiteral("TwofoldArchive")),
-            QStringLiteral("error report"));
+            QStringLiteral("error report"), {}, {}, 5);
 
         // Every --folder path is resolved before anything is written.
         row("misspelt step", folders(acme, {QStringLiteral("Projects/Plns/2016")}),
@@ -200,11 +209,12 @@ private slots:
         QFETCH(QByteArray, input);
         QFETCH(QString, envPassword);
         QFETCH(QString, message);
+        QFETCH(int, status);
         QMap<QString, QString> env;
         if (!envPassword.isEmpty())
             env.insert(QStringLiteral("PARCELWISE_PASSWORD"), envPassword);
         const Result r = run(args, input, env);
-        QVERIFY2(r.exitCode == 2, qPrintable(r.err));
+        QVERIFY2(r.exitCode == status, qPrintable(r.err));
         QVERIFY2(r.err.startsWith(QStringLiteral("parcelwise: ")) && r.err.contains(message), qPrintable(r.err));
         QVERIFY2(r.out.isEmpty(), qPrintable(r.out));
         QVERIFY(!r.err.contains(kSecret));
@@ -315,11 +325,11 @@ private slots:
             args << QStringLiteral("--all");
         for (const QStringList &chain : std::as_const(chains))
             args << QStringLiteral("--folder") << chain.join(QLatin1Char('/'));
-        args << QStringLiteral("--dest") << cliDest << QStringLiteral("--log-dir") << cliLog;
+        args << QStringLiteral("--dest") << cliDest << QStringLiteral("--log-dir") << cliLog << QStringLiteral("--replace")
+             << QStringLiteral("--progress") << QStringLiteral("--json");
         const QDateTime cliStart = QDateTime::currentDateTime().addSecs(-2);
         const Result r = run(args);
         QVERIFY2(r.exitCode == (logged ? 1 : 0), qPrintable(r.err));
-        QVERIFY(r.out.isEmpty());
 
         const QMap<QString, Entry> expected = snapshot(windowDest), actual = snapshot(cliDest);
         QVERIFY(expected.size() > 1);
@@ -342,12 +352,23 @@ private slots:
         }
 
         // The summary counts what the engine counted; stderr is a pipe, so no progress line.
+        // With --json, stdout holds one object with the same counts; --progress into a pipe draws
+        // no line over another.
         const ExportResult &stats = exporter.result;
-        QVERIFY2(r.err.startsWith(QStringLiteral("Exported %1 folders, %2 documents, %3 bytes")
-                                      .arg(stats.folders).arg(stats.documents).arg(stats.bytes))
-                     && r.err.contains(QStringLiteral("%1 failures").arg(stats.failures)),
+        auto n = [](qint64 count, const char *noun) {
+            return QStringLiteral("%1 %2%3").arg(count).arg(QLatin1String(noun), count == 1 ? "" : "s");
+        };
+        QVERIFY2(r.err.startsWith(QStringLiteral("Exported %1, %2, %3 bytes")
+                                      .arg(n(stats.folders, "folder"), n(stats.documents, "document")).arg(stats.bytes))
+                     && r.err.contains(n(stats.failures, "failure")),
                  qPrintable(r.err));
         QVERIFY(!r.err.contains(QLatin1Char('\r')));
+        const QJsonObject json = QJsonDocument::fromJson(r.out.toUtf8()).object();
+        QVERIFY2(r.out.count(QLatin1Char('\n')) == 1 && json.value(QStringLiteral("documents")).toInteger() == stats.documents
+                     && json.value(QStringLiteral("bytes")).toInteger() == stats.bytes
+                     && json.value(QStringLiteral("failures")).toInteger() == stats.failures
+                     && json.value(QStringLiteral("exitStatus")).toInt() == r.exitCode,
+                 qPrintable(r.out));
     }
 
     void dryRunListsWhatTheRunWrites()
@@ -357,6 +378,14 @@ private slots:
         const QStringList before = snapshot(dest).keys();
         QStringList args = signIn(QStringLiteral("export"), QStringLiteral("Acme"));
         args << QStringLiteral("--all") << QStringLiteral("--dest") << dest << QStringLiteral("--log-dir") << logDir;
+        // What is there is never deleted unasked: the run and its dry run refuse alike, naming it.
+        for (const QStringList &extra : {QStringList{QStringLiteral("-n")}, QStringList{}}) {
+            const Result refused = run(args + extra);
+            QVERIFY2(refused.exitCode == 2 && refused.err.contains(QDir::toNativeSeparators(dest + QStringLiteral("/Projects\n"))),
+                     qPrintable(refused.err));
+            QCOMPARE(snapshot(dest).keys(), before);
+        }
+        args << QStringLiteral("--replace");
         const Result dry = run(QStringList(args) << QStringLiteral("--dry-run"));
         QCOMPARE(dry.exitCode, 0);
         QVERIFY2(dry.err.contains(QStringLiteral("Dry run")), qPrintable(dry.err));

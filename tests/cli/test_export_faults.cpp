@@ -256,11 +256,11 @@ private slots:
             const QString cliDest = fresh(QStringLiteral("cli-full"));
             QVERIFY(writeFile(cliDest + QStringLiteral("/Templates"), "blocks the directory"));
             QStringList args = hostileExport(cliDest) << QStringLiteral("--folder") << QStringLiteral("Templates")
-                                                      << c.extra;
+                                                      << c.extra << QStringLiteral("--replace");
             const Result r = run(args, c.env);
             QVERIFY2(r.exitCode == c.exitCode && r.err.contains(c.err), qPrintable(r.err));
             if (c.exitCode == 1)
-                QVERIFY2(r.err.contains(QStringLiteral("log: none (1 failures could not be logged")), qPrintable(r.err));
+                QVERIFY2(r.err.contains(QStringLiteral("log: none (1 failure could not be logged")), qPrintable(r.err));
         }
     }
 

@@ -162,7 +162,7 @@ private slots:
         QVERIFY(QFileInfo::exists(dest + QStringLiteral("/Projects/Plans/2016/Reports/Q4 report.pdf")));
 
         // The second run finds it there: nothing to say about it.
-        r = run(args);
+        r = run(QStringList(args) << QStringLiteral("--replace"));
         QVERIFY2(r.exitCode == 0, qPrintable(r.err));
         QVERIFY2(!r.err.contains(QStringLiteral("destination")), qPrintable(r.err));
     }
