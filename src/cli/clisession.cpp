@@ -50,7 +50,7 @@ int statusOfMessage(const QString &text)
 {
     if (text.startsWith(QLatin1String("Please ")))
         return ExitError; // a box left empty: --server, --user or --database missing
-    if (text == QLatin1String("SQL Server does not exist or access denied"))
+    if (text.startsWith(QLatin1String("SQL Server does not exist or access denied")))
         return ExitUnreachable;
     if (text == QLatin1String("Invalid database selected"))
         return ExitNotRepository;
