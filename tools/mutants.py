@@ -7,8 +7,8 @@
 
 Each fault replaces one piece of text that occurs exactly once in its file, so a fault never
 lands on the wrong line after an edit; when the text is gone the fault is reported, not guessed.
-`run` copies the tracked sources of DIR (as committed at COMMIT, when given) once into a scratch tree, configures one build there
-and, per fault: applies it, then builds and runs one test program after another (the one that
+`run` copies the tracked sources of DIR (as committed at COMMIT, when given) into a scratch
+tree, configures one build there and, per fault: applies it, then builds and runs one test program after another (the one that
 caught the fault last time first, then those of its own area) until one fails, and puts the
 file back. Only the program about to run is linked, so a caught fault costs little. A fault is
 KILLED when a test fails or hangs, SURVIVED when every test passes, BROKEN-BUILD when it does
@@ -195,25 +195,23 @@ def build_env():
 
 def copy_sources(source, tree, rev=None):
     """The tracked files of source (as committed at rev, when given) into tree."""
-    if rev:
-        files = subprocess.run(["git", "-C", source, "ls-tree", "-r", "-z", "--name-only", rev],
-                               stdout=subprocess.PIPE, check=True).stdout.decode().split("\0")
-        read = lambda rel: subprocess.run(["git", "-C", source, "show", f"{rev}:{rel}"],
-                                          stdout=subprocess.PIPE, check=True).stdout
-    else:
-        files = subprocess.run(["git", "-C", source, "ls-files", "-z"], stdout=subprocess.PIPE,
-                               check=True).stdout.decode().split("\0")
-        read = lambda rel: (Path(source) / rel).read_bytes() if (Path(source) / rel).is_file() else None
-    for rel in filter(None, files):
-        data, dst = read(rel), Path(tree) / rel
-        if data is None:
+    listing = subprocess.run(["git", "-C", source, "ls-tree", "-r", "-z", rev or "HEAD"], stdout=subprocess.PIPE,
+                             check=True).stdout.decode().split("\0")
+    for entry in filter(None, listing):
+        mode, rel = entry.split(" ", 1)[0], entry.split("\t", 1)[1]
+        if rev:
+            data = subprocess.run(["git", "-C", source, "show", f"{rev}:{rel}"], stdout=subprocess.PIPE,
+                                  check=True).stdout
+        elif (Path(source) / rel).is_file():
+            data = (Path(source) / rel).read_bytes()  # as it stands in the work tree
+        else:
             continue
+        dst = Path(tree) / rel
         if dst.exists() and dst.read_bytes() == data:
             continue  # an unchanged file keeps its time, so the build stays incremental
         dst.parent.mkdir(parents=True, exist_ok=True)
         dst.write_bytes(data)
-        if not rel.endswith((".cpp", ".h", ".txt", ".md")):
-            shutil.copymode(Path(source) / rel, dst) if (Path(source) / rel).exists() else None
+        dst.chmod(0o755 if mode == "100755" else 0o644)
 
 
 def test_names(build, env):
