@@ -16,6 +16,7 @@ not compile (the fault's text then needs a better replacement).
 """
 
 import json
+import re
 import os
 import shutil
 import subprocess
@@ -216,7 +217,7 @@ def copy_sources(source, tree, rev=None):
 
 def test_names(build, env):
     out = subprocess.run(["ctest", "--test-dir", build, "-N"], env=env, stdout=subprocess.PIPE, text=True).stdout
-    return [line.split(": ", 1)[1].strip() for line in out.splitlines() if "Test #" in line]
+    return [line.split(": ", 1)[1].strip() for line in out.splitlines() if re.match(r"\s*Test\s+#\d+: ", line)]
 
 
 def order_for(mutant, tests, killers):
