@@ -130,6 +130,9 @@ MUTANTS = [
      "d.actualDate = dateText(actual, 9 + row.id % 8,",
      "d.actualDate = dateText(actual, 8 + row.id % 8,",
      "the demo's document dates move by an hour"),
+    ("demo-pdf-offset", "src/demo/samplefiles.cpp",
+     "offsets << pdf.size();", "offsets << pdf.size() + 1;",
+     "the demo's PDF files point their readers one byte past each object"),
     # cli
     ("cli-jobs-bound", "src/cli/exportcommand.cpp",
      "request->jobs > kMaxJobs)", "request->jobs > kMaxJobs + 1)",

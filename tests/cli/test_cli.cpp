@@ -138,20 +138,6 @@ private slots:
         QVERIFY(QDir(m_untouched).isEmpty());
     }
 
-    // The plain listings, beside the JSON ones of test_scripting: an empty line on stdin is the
-    // demo login's empty password and wins over the environment; --depth=N is one word.
-    void databasesAndTree()
-    {
-        Result r = m_cli.run(m_cli.signIn(QStringLiteral("databases")) << QStringLiteral("--password-stdin"), "\n",
-                       {{QStringLiteral("PARCELWISE_PASSWORD"), kSecret}});
-        QCOMPARE(r.exitCode, 0);
-        QVERIFY2(r.out.contains(QRegularExpression(QStringLiteral("\nAcmeArchive +Archive +Acme\n"))), qPrintable(r.out));
-        r = m_cli.run(m_cli.signIn(QStringLiteral("tree"), QStringLiteral("Acme")) << QStringLiteral("--depth=4"));
-        QCOMPARE(r.exitCode, 0);
-        QVERIFY2(r.out.contains(QStringLiteral("14    Projects\n25      Plans\n26        2016\n27          Reports\n")),
-                 qPrintable(r.out));
-    }
-
     void exportMatchesWindow_data()
     {
         QTest::addColumn<QString>("database");

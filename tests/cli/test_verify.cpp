@@ -21,23 +21,15 @@ constexpr qint64 kBigBytes = 96LL * 1024 * 1024;
 QList<QJsonObject> reportLines(const QString &path)
 {
     QList<QJsonObject> lines;
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
-        return lines;
-    for (const QByteArray &line : f.readAll().split('\n')) {
+    for (const QByteArray &line : fileBytes(path).split('\n'))
         if (!line.isEmpty())
             lines << QJsonDocument::fromJson(line).object();
-    }
     return lines;
 }
 
 QString sha256Of(const QString &path)
 {
-    QFile f(path);
-    QCryptographicHash hash(QCryptographicHash::Sha256);
-    if (!f.open(QIODevice::ReadOnly) || !hash.addData(&f))
-        return QStringLiteral("<unreadable>");
-    return QString::fromLatin1(hash.result().toHex());
+    return QString::fromLatin1(QCryptographicHash::hash(fileBytes(path), QCryptographicHash::Sha256).toHex());
 }
 
 // Every file below dir (temporary files included), relative and "/"-separated.

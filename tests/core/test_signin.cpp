@@ -79,9 +79,7 @@ private slots:
         tracing.reset();
         QCOMPARE(h.openDatabase("Acme"), Opened::Yes); // off again: nothing more is written
         // The statements went out exactly as built (doubled blanks, three-part names), in order.
-        QFile traced(trace);
-        QVERIFY(traced.open(QIODevice::ReadOnly | QIODevice::Text));
-        QCOMPARE(QString::fromUtf8(traced.readAll()).split(u'\n'),
+        QCOMPARE(QString::fromUtf8(fileBytes(trace)).remove(u'\r').split(u'\n'),
                  QStringList({suite::catalogueList(), suite::databaseExists("AcmeArchive"),
                               suite::liveDatabase("AcmeArchive"), suite::firstLevel(0), suite::databaseExists("O'Brien"),
                               QString()}));
@@ -95,9 +93,6 @@ private slots:
         port.database = QStringLiteral(" Globex ");
         QVERIFY(h.signin.validateAndPrepare(nullptr));
         QCOMPARE(h.signin.strSelectedDb + ">" + h.signin.strLiveDb, QStringLiteral("Globex>"));
-        // Listed in the catalogue, but no database behind it.
-        QCOMPARE(h.openDatabase("Initech"), Opened::Refused);
-        QCOMPARE(port.messages, QStringList({"Selected database does not exists"}));
         QVERIFY(m_trail.shown.isEmpty());
 
         // A quote in the password travels doubled and blanks are dropped; the boxes are kept as typed.
