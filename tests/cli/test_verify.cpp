@@ -106,6 +106,38 @@ class TestVerify : public QObject {
         return {dest, report};
     }
 
+    // An export of the large document's server started and killed (SIGKILL: nothing of the
+    // program runs after it) as soon as a temporary file shows in Marketing, woken by the disk:
+    // the destination gets Marketing, Marketing gets the file. False when it was never seen.
+    bool exportKilledWhileWriting(const QString &dest, const QString &report)
+    {
+        QProcess process;
+        process.start(qEnvironmentVariable("PARCELWISE_EXE"), exportArgs(dest, m_bigServer) << QStringLiteral("--report") << report);
+        if (!process.waitForStarted())
+            return false;
+        QFileSystemWatcher watcher({dest});
+        QEventLoop loop;
+        bool killed = false;
+        const auto look = [&] {
+            const QString marketing = dest + QStringLiteral("/Marketing");
+            if (!watcher.directories().contains(marketing) && QFileInfo(marketing).isDir())
+                watcher.addPath(marketing);
+            if (!killed && !temporaryFiles(marketing).isEmpty()) {
+                process.kill();
+                killed = true;
+                loop.quit();
+            }
+        };
+        connect(&watcher, &QFileSystemWatcher::directoryChanged, &loop, look);
+        connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
+        QTimer::singleShot(120000, &loop, &QEventLoop::quit);
+        look();
+        if (!killed && process.state() == QProcess::Running)
+            loop.exec();
+        process.waitForFinished();
+        return killed;
+    }
+
 private slots:
     void initTestCase()
     {
@@ -299,33 +331,9 @@ private slots:
         for (int attempt = 0; attempt < 3 && !caught; ++attempt) {
             dest = freshDir(QStringLiteral("killed"));
             report = dest + QStringLiteral(".jsonl");
-            QProcess process;
-            process.start(qEnvironmentVariable("PARCELWISE_EXE"), exportArgs(dest, m_bigServer) << QStringLiteral("--report") << report);
-            QVERIFY(process.waitForStarted());
-            // Woken by the disk: the destination gets Marketing, Marketing gets the temporary file.
-            QFileSystemWatcher watcher({dest});
-            QEventLoop loop;
-            bool killed = false;
-            const auto look = [&] {
-                const QString marketing = dest + QStringLiteral("/Marketing");
-                if (!watcher.directories().contains(marketing) && QFileInfo(marketing).isDir())
-                    watcher.addPath(marketing);
-                if (!killed && !temporaryFiles(marketing).isEmpty()) {
-                    process.kill(); // SIGKILL: nothing of the program runs after it
-                    killed = true;
-                    loop.quit();
-                }
-            };
-            connect(&watcher, &QFileSystemWatcher::directoryChanged, &loop, look);
-            connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
-            QTimer::singleShot(120000, &loop, &QEventLoop::quit);
-            look();
-            if (!killed && process.state() == QProcess::Running)
-                loop.exec();
-            process.waitForFinished();
-            // The document may have been finished and renamed between the look and the kill:
-            // then this attempt did not catch it mid-write.
-            caught = killed && !temporaryFiles(dest).isEmpty();
+            // The document may be finished and renamed between the look and the kill: then this
+            // attempt did not catch it mid-write.
+            caught = exportKilledWhileWriting(dest, report) && !temporaryFiles(dest).isEmpty();
         }
         QVERIFY2(caught, "the export was never caught while writing the large document");
 
