@@ -86,6 +86,8 @@ private slots:
         row("unknown command", {QStringLiteral("frobnicate")}, QStringLiteral("unknown command 'frobnicate'"));
         row("unknown option", QStringList(all) << QStringLiteral("--bogus") << toDest, QStringLiteral("unknown option '--bogus'"));
         row("no destination", all, QStringLiteral("missing --dest"));
+        row("too many jobs", QStringList(all) << QStringLiteral("--jobs") << QStringLiteral("65") << toDest,
+            QStringLiteral("--jobs needs a whole number from 1 to 64, not \"65\""));
         row("neither folder nor all", folders(acme, {}), QStringLiteral("--folder PATH (repeatable) or --all"));
         row("destination below a file", QStringList(all) << QStringLiteral("--dest") << qEnvironmentVariable("PARCELWISE_EXE") + QStringLiteral("/out"),
             QStringLiteral("is not a directory"));
