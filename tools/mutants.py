@@ -154,9 +154,9 @@ MUTANTS = [
      '"\\" as destination folder, do you want to continue?"',
      "the question before a copy changes its text"),
     # the SQL Server stand-in
-    ("standin-varchar-utf8", "tools/sqlserver-standin/resultset.cpp",
-     "return s.toLatin1();", "return s.toUtf8();",
-     "the stand-in sends varchar text as UTF-8"),
+    ("standin-textsize-ignored", "tools/sqlserver-standin/resultset.cpp",
+     "b.truncate(textSize);", "(void)textSize;",
+     "the stand-in sends whole images whatever TEXTSIZE says, so a client that forgot it passes"),
 ]
 
 def find(name):
