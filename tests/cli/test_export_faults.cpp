@@ -14,18 +14,7 @@
 #include "scopes.h"
 #include "testsupport.h"
 
-#include <QDir>
-#include <QDirIterator>
-#include <QFile>
-#include <QFileInfo>
-#include <QProcess>
 #include <QScopeGuard>
-#include <QSqlDatabase>
-#include <QSqlQuery>
-#include <QTemporaryDir>
-#include <QtTest>
-
-#include <memory>
 
 using session::HeadlessSession;
 using exporting::ExportObserver;
@@ -67,17 +56,11 @@ QMap<QString, QByteArray> picture(const QString &dir)
 class TestExportFaults : public QObject {
     Q_OBJECT
 
-    DemoFixture m_fx;
+    CliFixture m_cli;
     ErrorTrailScope m_trail; // the in-process runs show nothing
     QString m_hostile;
-    int m_serial = 0;
 
-    QString fresh(const QString &what)
-    {
-        const QString dir = m_fx.filePath(what + QString::number(++m_serial));
-        QDir().mkpath(dir);
-        return dir;
-    }
+    QString fresh(const QString &what) { return m_cli.freshDir(what); }
 
     std::unique_ptr<ExportRun> exporterTo(DemoSession &d, const QString &dest, ExportObserver *observer)
     {
@@ -91,7 +74,7 @@ class TestExportFaults : public QObject {
     using Result = CliResult;
     Result run(const QStringList &args, const QMap<QString, QString> &env = {}, const QString &stdoutFile = {})
     {
-        return CliRunner{m_fx.filePath(QStringLiteral("home")), QString()}.run(args, {}, env, stdoutFile);
+        return m_cli.runner.run(args, {}, env, stdoutFile);
     }
     QStringList hostileExport(const QString &dest)
     {
@@ -111,9 +94,9 @@ class TestExportFaults : public QObject {
 private slots:
     void initTestCase()
     {
-        QVERIFY2(m_fx.setUp(), qPrintable(m_fx.error));
+        QVERIFY2(m_cli.setUp(), qPrintable(m_cli.fx.error));
         QString error;
-        m_hostile = writeHostileServer(m_fx.demo, m_fx.filePath(QStringLiteral("hostile")), &error);
+        m_hostile = writeHostileServer(m_cli.fx.demo, m_cli.fx.filePath(QStringLiteral("hostile")), &error);
         QVERIFY2(!m_hostile.isEmpty(), qPrintable(error));
     }
 
@@ -211,7 +194,7 @@ private slots:
             }
         });
 
-        DemoSession d(m_fx.demo, QStringLiteral("Acme"));
+        DemoSession d(m_cli.fx.demo, QStringLiteral("Acme"));
         QVERIFY(d.click(1));
         QVERIFY(d.tick(7)); // Docs
         Recorder rec;
@@ -237,7 +220,7 @@ private slots:
         const QString line = QStringLiteral("Folder ID: 17 , Folder Name: Templates , Folder Location: Templates");
         // On the command line: refused before the run when the log folder cannot take a file;
         // during the run the lines go to standard error and no log is named.
-        const QString aFile = m_fx.filePath(QStringLiteral("a-file"));
+        const QString aFile = m_cli.fx.filePath(QStringLiteral("a-file"));
         QVERIFY(writeFile(aFile, "x"));
         const QString fullLogs = fresh(QStringLiteral("full-logs"));
         logsOnFullDisk(fullLogs);
@@ -302,7 +285,7 @@ private slots:
         const QString top = fresh(QStringLiteral("relied"));
         const QString dest = top + QStringLiteral("/dest");
         const QString server = dest + QStringLiteral("/Docs");
-        QVERIFY(copyFolder(m_fx.demo, server));
+        QVERIFY(copyFolder(m_cli.fx.demo, server));
         QVERIFY(writeFile(dest + QStringLiteral("/Contracts/mine.txt"), "mine"));
         const QString logs = top + QStringLiteral("/logs");
         QVERIFY(QDir().mkpath(logs));
@@ -340,7 +323,7 @@ private slots:
         const QString top = fresh(QStringLiteral("twice"));
         const QString dest = top + QStringLiteral("/dest"), fifo = top + QStringLiteral("/report");
         QCOMPARE(QProcess::execute(QStringLiteral("mkfifo"), {fifo}), 0);
-        const QStringList first = demoArgs(QStringLiteral("export"), m_fx.demo, QStringLiteral("Acme"))
+        const QStringList first = demoArgs(QStringLiteral("export"), m_cli.fx.demo, QStringLiteral("Acme"))
             << QStringLiteral("--all") << QStringLiteral("--dest") << dest << QStringLiteral("--log-dir") << top;
         QProcess a;
         a.setProgram(qEnvironmentVariable("PARCELWISE_EXE"));
@@ -372,7 +355,7 @@ private slots:
     {
         QFETCH(QString, driver);
         const QString server = fresh(QStringLiteral("wal"));
-        QVERIFY(copyFolder(m_fx.demo, server));
+        QVERIFY(copyFolder(m_cli.fx.demo, server));
         {
             QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("wal-maker"));
             db.setDatabaseName(server + QStringLiteral("/Acme.sqlite"));
@@ -395,22 +378,6 @@ private slots:
             return found;
         };
         QVERIFY(leftovers().isEmpty());
-
-        // The folder really is out of reach for an ordinary read-only open: it either fails
-        // (permissions honoured) or writes beside the database (root ignores them).
-        {
-            QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("plain-ro"));
-            db.setDatabaseName(QStringLiteral("file:") + server + QStringLiteral("/Acme.sqlite?mode=ro"));
-            db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_READONLY;QSQLITE_OPEN_URI"));
-            const bool read = db.open() && QSqlQuery(db).exec(QStringLiteral("select count(*) from zar_file"));
-            db.close();
-            QVERIFY(!read || !leftovers().isEmpty());
-        }
-        QSqlDatabase::removeDatabase(QStringLiteral("plain-ro"));
-        QFile::setPermissions(server, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        for (const QString &name : beside)
-            QFile::remove(server + QLatin1Char('/') + name);
-        QVERIFY(QFile::setPermissions(server, QFile::ReadOwner | QFile::ExeOwner | QFile::ReadOther | QFile::ExeOther));
 
         const EmbeddedDriverScope embedded(driver);
         if (driver != QLatin1String("QSQLITE") && !QSqlDatabase::isDriverAvailable(QStringLiteral("QODBC")))

@@ -3,30 +3,14 @@
 
 #include "clirun.h"
 
-#include <QDir>
-#include <QFileInfo>
 #include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QRegularExpression>
-#include <QTemporaryDir>
-#include <QtTest>
 
 using Result = CliResult;
 
 class TestScripting : public QObject {
     Q_OBJECT
 
-    QTemporaryDir m_tmp;
-    QString m_server;
-
-    CliRunner m_cli;
-
-    Result run(const QStringList &args) { return m_cli.run(args); }
-    QStringList signIn(const QString &command, const QString &database = {}) const
-    {
-        return demoArgs(command, m_server, database);
-    }
+    CliFixture m_cli;
 
     static QJsonArray parsed(const QString &text)
     {
@@ -38,19 +22,14 @@ class TestScripting : public QObject {
     }
 
 private slots:
-    void initTestCase()
-    {
-        QVERIFY(m_tmp.isValid());
-        QDir(m_tmp.path()).mkpath(QStringLiteral("home/Documents"));
-        m_cli.home = m_tmp.filePath(QStringLiteral("home"));
-        m_server = m_tmp.filePath(QStringLiteral("server"));
-        QCOMPARE(run({QStringLiteral("demo"), m_server}).exitCode, 0);
-    }
+    void initTestCase() { QVERIFY2(m_cli.setUp(), qPrintable(m_cli.fx.error)); }
 
     void databasesJson()
     {
-        const Result plain = run(signIn(QStringLiteral("databases")));
-        const Result json = run(signIn(QStringLiteral("databases")) << QStringLiteral("--json"));
+        // An empty line on stdin is the demo login's empty password, and wins over the environment.
+        const Result plain = m_cli.run(m_cli.signIn(QStringLiteral("databases")) << QStringLiteral("--password-stdin"), "\n",
+                                       {{QStringLiteral("PARCELWISE_PASSWORD"), QStringLiteral("Wr0ng-Secret")}});
+        const Result json = m_cli.run(m_cli.signIn(QStringLiteral("databases")) << QStringLiteral("--json"));
         QCOMPARE(plain.exitCode, 0);
         QCOMPARE(json.exitCode, 0);
         QStringList fromPlain = plain.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
@@ -86,9 +65,9 @@ private slots:
         QFETCH(QString, database);
         QFETCH(int, depth);
         QFETCH(QList<int>, archived);
-        const QStringList args = signIn(QStringLiteral("tree"), database) << QStringLiteral("--depth") << QString::number(depth);
-        const Result plain = run(args);
-        const Result json = run(QStringList(args) << QStringLiteral("--json"));
+        const QStringList args = m_cli.signIn(QStringLiteral("tree"), database) << QStringLiteral("--depth=%1").arg(depth);
+        const Result plain = m_cli.run(args);
+        const Result json = m_cli.run(QStringList(args) << QStringLiteral("--json"));
         QVERIFY2(plain.exitCode == 0, qPrintable(plain.err));
         QVERIFY2(json.exitCode == 0, qPrintable(json.err));
 
@@ -139,30 +118,30 @@ private slots:
 
     void destinationCreated()
     {
-        const QString dest = m_tmp.filePath(QStringLiteral("new/deeper/out"));
-        QStringList args = signIn(QStringLiteral("export"), QStringLiteral("Acme"));
+        const QString dest = m_cli.fx.filePath(QStringLiteral("new/deeper/out"));
+        QStringList args = m_cli.signIn(QStringLiteral("export"), QStringLiteral("Acme"));
         args << QStringLiteral("--folder") << QStringLiteral("Projects") << QStringLiteral("--dest") << dest
-             << QStringLiteral("--log-dir") << m_tmp.filePath(QStringLiteral("home"));
+             << QStringLiteral("--log-dir") << m_cli.fx.filePath(QStringLiteral("home"));
         const QString shown = QDir::toNativeSeparators(QDir::cleanPath(dest));
 
         // A dry run creates nothing and says it would.
-        Result r = run(QStringList(args) << QStringLiteral("--dry-run"));
+        Result r = m_cli.run(QStringList(args) << QStringLiteral("--dry-run"));
         QVERIFY2(r.exitCode == 0, qPrintable(r.err));
         QVERIFY2(r.err.trimmed().endsWith(QStringLiteral("; destination would be created: ") + shown), qPrintable(r.err));
-        QVERIFY(!QFileInfo::exists(m_tmp.filePath(QStringLiteral("new"))));
+        QVERIFY(!QFileInfo::exists(m_cli.fx.filePath(QStringLiteral("new"))));
 
         // A refused run (a path that does not resolve) creates nothing either.
-        r = run(QStringList(args) << QStringLiteral("--folder") << QStringLiteral("Nowhere"));
+        r = m_cli.run(QStringList(args) << QStringLiteral("--folder") << QStringLiteral("Nowhere"));
         QCOMPARE(r.exitCode, 2);
-        QVERIFY(!QFileInfo::exists(m_tmp.filePath(QStringLiteral("new"))));
+        QVERIFY(!QFileInfo::exists(m_cli.fx.filePath(QStringLiteral("new"))));
 
-        r = run(args);
+        r = m_cli.run(args);
         QVERIFY2(r.exitCode == 0, qPrintable(r.err));
         QVERIFY2(r.err.trimmed().endsWith(QStringLiteral("; destination created: ") + shown), qPrintable(r.err));
         QVERIFY(QFileInfo::exists(dest + QStringLiteral("/Projects/Plans/2016/Reports/Q4 report.pdf")));
 
         // The second run finds it there: nothing to say about it.
-        r = run(QStringList(args) << QStringLiteral("--replace"));
+        r = m_cli.run(QStringList(args) << QStringLiteral("--replace"));
         QVERIFY2(r.exitCode == 0, qPrintable(r.err));
         QVERIFY2(!r.err.contains(QStringLiteral("destination")), qPrintable(r.err));
     }

@@ -4,12 +4,6 @@
 
 #include "clirun.h"
 
-#include <QDir>
-#include <QFile>
-#include <QRegularExpression>
-#include <QTemporaryDir>
-#include <QtTest>
-
 namespace {
 
 // Words as the shell splits them: blanks separate, quotes group, backslash escapes.

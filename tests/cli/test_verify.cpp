@@ -4,22 +4,12 @@
 // with QCryptographicHash, independently of the code under test.
 
 #include "clirun.h"
-#include "demo/schema.h"
+#include "exportcheck.h"
 #include "testsupport.h"
 
-#include <QCryptographicHash>
-#include <QDir>
-#include <QDirIterator>
-#include <QElapsedTimer>
-#include <QFile>
-#include <QFileInfo>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
-#include <QProcessEnvironment>
-#include <QSqlQuery>
-#include <QTemporaryDir>
-#include <QtTest>
+#include <QEventLoop>
+#include <QFileSystemWatcher>
+#include <QTimer>
 
 namespace {
 
@@ -31,32 +21,23 @@ constexpr qint64 kBigBytes = 96LL * 1024 * 1024;
 QList<QJsonObject> reportLines(const QString &path)
 {
     QList<QJsonObject> lines;
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
-        return lines;
-    for (const QByteArray &line : f.readAll().split('\n')) {
+    for (const QByteArray &line : fileBytes(path).split('\n'))
         if (!line.isEmpty())
             lines << QJsonDocument::fromJson(line).object();
-    }
     return lines;
 }
 
 QString sha256Of(const QString &path)
 {
-    QFile f(path);
-    QCryptographicHash hash(QCryptographicHash::Sha256);
-    if (!f.open(QIODevice::ReadOnly) || !hash.addData(&f))
-        return QStringLiteral("<unreadable>");
-    return QString::fromLatin1(hash.result().toHex());
+    return QString::fromLatin1(QCryptographicHash::hash(fileBytes(path), QCryptographicHash::Sha256).toHex());
 }
 
 // Every file below dir (temporary files included), relative and "/"-separated.
 QStringList filesBelow(const QString &dir)
 {
+    QSet<QString> dirs;
     QStringList files;
-    QDirIterator it(dir, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
-    while (it.hasNext())
-        files << QDir(dir).relativeFilePath(it.next());
+    listTree(dir, &dirs, &files);
     files.sort();
     return files;
 }
@@ -83,27 +64,18 @@ void setModified(const QString &path, const QDateTime &when)
 class TestVerify : public QObject {
     Q_OBJECT
 
-    QTemporaryDir m_tmp;
-    QString m_exe;
+    CliFixture m_cli;
     QString m_server;
     QString m_bigServer; // the demo with one large document added
-    int m_dirs = 0;
 
-    CliRunner m_cli;
     Result run(const QStringList &args) const { return m_cli.run(args); }
-
-    QString freshDir(const QString &name)
-    {
-        const QString path = m_tmp.filePath(QStringLiteral("%1-%2").arg(name).arg(++m_dirs));
-        QDir().mkpath(path);
-        return path;
-    }
+    QString freshDir(const QString &name) { return m_cli.freshDir(name); }
 
     QStringList exportArgs(const QString &dest, const QString &server = {}) const
     {
         return {QStringLiteral("export"), QStringLiteral("--server"), server.isEmpty() ? m_server : server, QStringLiteral("--user"),
                 QStringLiteral("demo"), QStringLiteral("--database"), QStringLiteral("Acme"), QStringLiteral("--all"),
-                QStringLiteral("--dest"), dest, QStringLiteral("--log-dir"), m_tmp.filePath(QStringLiteral("logs")),
+                QStringLiteral("--dest"), dest, QStringLiteral("--log-dir"), m_cli.fx.filePath(QStringLiteral("logs")),
                 QStringLiteral("--no-progress")};
     }
 
@@ -117,16 +89,13 @@ class TestVerify : public QObject {
         return args;
     }
 
-    // A fresh export of Acme with its report; the destination and the report path.
     QString copyOfServer(const QString &name)
     {
-        const QString server = m_tmp.filePath(name);
-        QDir().mkpath(server);
-        for (const QString &file : QDir(m_server).entryList(QDir::Files))
-            QFile::copy(m_server + QLatin1Char('/') + file, server + QLatin1Char('/') + file);
-        return server;
+        const QString server = m_cli.fx.filePath(name);
+        return copyFolder(m_server, server) ? server : QString();
     }
 
+    // A fresh export of Acme with its report; the destination and the report path.
     QPair<QString, QString> exportWithReport(const QString &server = {})
     {
         const QString dest = freshDir(QStringLiteral("export"));
@@ -137,34 +106,55 @@ class TestVerify : public QObject {
         return {dest, report};
     }
 
+    // An export of the large document's server started and killed (SIGKILL: nothing of the
+    // program runs after it) as soon as a temporary file shows in Marketing, woken by the disk:
+    // the destination gets Marketing, Marketing gets the file. False when it was never seen.
+    bool exportKilledWhileWriting(const QString &dest, const QString &report)
+    {
+        QProcess process;
+        process.start(qEnvironmentVariable("PARCELWISE_EXE"), exportArgs(dest, m_bigServer) << QStringLiteral("--report") << report);
+        if (!process.waitForStarted())
+            return false;
+        QFileSystemWatcher watcher({dest});
+        QEventLoop loop;
+        bool killed = false;
+        const auto look = [&] {
+            const QString marketing = dest + QStringLiteral("/Marketing");
+            if (!watcher.directories().contains(marketing) && QFileInfo(marketing).isDir())
+                watcher.addPath(marketing);
+            if (!killed && !temporaryFiles(marketing).isEmpty()) {
+                process.kill();
+                killed = true;
+                loop.quit();
+            }
+        };
+        connect(&watcher, &QFileSystemWatcher::directoryChanged, &loop, look);
+        connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
+        QTimer::singleShot(120000, &loop, &QEventLoop::quit);
+        look();
+        if (!killed && process.state() == QProcess::Running)
+            loop.exec();
+        process.waitForFinished();
+        return killed;
+    }
+
 private slots:
     void initTestCase()
     {
-        m_exe = qEnvironmentVariable("PARCELWISE_EXE");
-        QVERIFY2(QFileInfo(m_exe).isExecutable(), "PARCELWISE_EXE must name the built executable");
-        m_cli.home = m_tmp.filePath(QStringLiteral("home"));
-        QVERIFY(m_tmp.isValid());
-        QDir(m_tmp.path()).mkpath(QStringLiteral("home/Documents"));
-        m_server = writeDemo(m_tmp.path());
-        QVERIFY(!m_server.isEmpty());
+        QVERIFY2(m_cli.setUp(), qPrintable(m_cli.fx.error));
+        m_server = m_cli.fx.demo;
         // A copy with one document far larger than a chunk, in a folder in the middle of the walk,
         // so that a run can be stopped while it is being written.
         m_bigServer = copyOfServer(QStringLiteral("big"));
-        demo::SqliteFile acme(demo::databaseFile(m_bigServer, QStringLiteral("Acme")));
-        QString error;
-        QVERIFY2(acme.open(&error), qPrintable(error));
-        demo::CompanyWriter writer(acme);
         demo::Document big;
         big.recId = kBigId;
         big.folder = 13; // Marketing
         big.fileName = QStringLiteral("campaign.mov");
         big.description = QStringLiteral("Campaign footage");
-        big.data = QByteArray(kBigBytes, 'm');
-        for (qint64 i = 0; i < kBigBytes; i += 4096)
-            big.data[i] = char(i / 4096);
+        big.data = noise(kBigBytes, kBigId);
         big.actualDate = QStringLiteral("2017-04-03 08:09:10.000");
-        QVERIFY2(writer.addDocument(big, &error), qPrintable(error));
-        acme.close();
+        QString error;
+        QVERIFY2(addDocuments(m_bigServer, {big}, &error), qPrintable(error));
     }
 
     // Every record against the disk: each document's file has the recorded bytes, digest and
@@ -300,6 +290,33 @@ private slots:
         QCOMPARE(extra.out, QStringLiteral("mismatch  Docs/stray.txt  extra  (no record names it)\n"));
     }
 
+    // A report path that leaves the destination names nothing to check, even where a file with the
+    // recorded bytes stands at its end.
+    void pathsOutsideTheDestination()
+    {
+        const auto [dest, report] = exportWithReport();
+        const QString inside = QStringLiteral("Docs/Agenda  Kick-off.txt");
+        const QString outside = dest + QStringLiteral("/../outside.txt");
+        QVERIFY(QFile::copy(dest + u'/' + inside, outside));
+        QJsonObject record;
+        for (const QJsonObject &o : reportLines(report))
+            record = o.value(QStringLiteral("path")).toString() == inside ? o : record;
+        QByteArray lines;
+        const QStringList paths{QStringLiteral("../outside.txt"), QFileInfo(outside).absoluteFilePath(),
+                                QStringLiteral("Docs/../") + inside};
+        for (const QString &path : paths) {
+            record.insert(QStringLiteral("path"), path);
+            lines += QJsonDocument(record).toJson(QJsonDocument::Compact) + '\n';
+        }
+        const QString hostile = freshDir(QStringLiteral("hostile-report")) + QStringLiteral("/report.jsonl");
+        QVERIFY(writeFile(hostile, lines));
+        const Result r = run(verifyArgs(hostile, dest));
+        QCOMPARE(r.exitCode, 1);
+        for (const QString &path : paths)
+            QVERIFY2(r.out.contains(QStringLiteral("mismatch  %1  missing  (the path does not name a file inside").arg(path)),
+                     qPrintable(r.out));
+    }
+
     // Against the repository: an intact export matches; a document changed in the repository
     // after the export is named as such; usage and sign-in problems end with status 2.
     void verifyAgainstTheRepository()
@@ -357,23 +374,9 @@ private slots:
         for (int attempt = 0; attempt < 3 && !caught; ++attempt) {
             dest = freshDir(QStringLiteral("killed"));
             report = dest + QStringLiteral(".jsonl");
-            QProcess process;
-            process.start(m_exe, exportArgs(dest, m_bigServer) << QStringLiteral("--report") << report);
-            QVERIFY(process.waitForStarted());
-            QElapsedTimer clock;
-            clock.start();
-            bool killed = false;
-            while (process.state() == QProcess::Running && clock.elapsed() < 120000) {
-                if (!temporaryFiles(dest + QStringLiteral("/Marketing")).isEmpty()) {
-                    process.kill(); // SIGKILL: nothing of the program runs after it
-                    killed = true;
-                    break;
-                }
-            }
-            process.waitForFinished();
-            // The document may have been finished and renamed between the look and the kill:
-            // then this attempt did not catch it mid-write.
-            caught = killed && !temporaryFiles(dest).isEmpty();
+            // The document may be finished and renamed between the look and the kill: then this
+            // attempt did not catch it mid-write.
+            caught = exportKilledWhileWriting(dest, report) && !temporaryFiles(dest).isEmpty();
         }
         QVERIFY2(caught, "the export was never caught while writing the large document");
 
@@ -402,7 +405,7 @@ private slots:
         const Result update = run(exportArgs(dest, m_bigServer) << QStringLiteral("--update") << QStringLiteral("--report") << report);
         QCOMPARE(update.exitCode, 0);
         QVERIFY2(temporaryFiles(dest).isEmpty(), qPrintable(temporaryFiles(dest).join(QLatin1Char(' '))));
-        QCOMPARE(sha256OfTree(dest), sha256OfTree(fresh));
+        QCOMPARE(treeSnapshot(dest, {}), treeSnapshot(fresh, {}));
         QSet<QString> skipped;
         for (const QJsonObject &o : reportLines(report)) {
             const QString path = o.value(QStringLiteral("path")).toString();

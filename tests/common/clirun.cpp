@@ -1,5 +1,7 @@
 #include "clirun.h"
 
+#include <QDir>
+#include <QFileInfo>
 #include <QProcess>
 #include <QProcessEnvironment>
 
@@ -42,4 +44,23 @@ QStringList demoArgs(const QString &command, const QString &server, const QStrin
     if (!database.isEmpty())
         args << QStringLiteral("--database") << database;
     return args;
+}
+
+bool CliFixture::setUp()
+{
+    if (!QFileInfo(qEnvironmentVariable("PARCELWISE_EXE")).isExecutable()) {
+        fx.error = QStringLiteral("PARCELWISE_EXE must name the built executable");
+        return false;
+    }
+    if (!fx.setUp())
+        return false;
+    runner.home = fx.filePath(QStringLiteral("home"));
+    return QDir(runner.home).mkpath(QStringLiteral("Documents"));
+}
+
+QString CliFixture::freshDir(const QString &name)
+{
+    const QString path = fx.filePath(QStringLiteral("%1-%2").arg(name).arg(++dirs));
+    QDir().mkpath(path);
+    return path;
 }

@@ -1,20 +1,12 @@
 #include "hostile.h"
 
-#include <QDir>
-#include <QFile>
-#include <QSqlDatabase>
-#include <QSqlError>
-#include <QSqlQuery>
+#include "testsupport.h"
 
 QString writeHostileServer(const QString &demoServer, const QString &dir, QString *error)
 {
-    QDir().mkpath(dir);
-    for (const QString &name : QDir(demoServer).entryList(QDir::Files)) {
-        QFile::remove(QDir(dir).filePath(name));
-        if (!QFile::copy(QDir(demoServer).filePath(name), QDir(dir).filePath(name))) {
-            *error = QStringLiteral("cannot copy ") + name;
-            return {};
-        }
+    if (!copyFolder(demoServer, dir)) {
+        *error = QStringLiteral("cannot copy the demo server into ") + dir;
+        return {};
     }
     const QStringList statements = {
         QStringLiteral("CREATE TABLE keyless (Rec_ID INTEGER NOT NULL, Folder_Parent INTEGER NOT NULL, "
@@ -50,21 +42,12 @@ QString writeHostileServer(const QString &demoServer, const QString &dir, QStrin
                        "(5005, 102, 'up.txt', 'Up', CAST('dot dot' AS BLOB))"),
         QStringLiteral("INSERT INTO zar_fileLive SELECT rec_id FROM zar_file WHERE rec_id BETWEEN 5001 AND 5005"),
     };
-    const QString connection = QStringLiteral("hostile-writer");
-    bool ok = true;
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), connection);
-        db.setDatabaseName(QDir(dir).filePath(QStringLiteral("Acme.sqlite")));
-        ok = db.open();
-        QSqlQuery q(db);
-        for (const QString &sql : statements) {
-            if (ok && !q.exec(sql)) {
-                *error = q.lastError().text() + QStringLiteral(": ") + sql;
-                ok = false;
-            }
-        }
-        db.close();
-    }
-    QSqlDatabase::removeDatabase(connection);
-    return ok ? dir : QString();
+    demo::SqliteFile acme(demo::databaseFile(dir, QStringLiteral("Acme")));
+    if (!acme.open(error))
+        return {};
+    for (const QString &sql : statements)
+        if (!acme.exec(sql, error))
+            return {};
+    acme.close();
+    return dir;
 }

@@ -12,6 +12,8 @@
 #include <QSqlDatabase>
 #include <QStringList>
 
+#include <cstring>
+
 using tree::FolderTree;
 
 QString writeDemo(const QString &parentDir, QString *error)
@@ -35,32 +37,6 @@ bool DemoFixture::setUp()
     qunsetenv("XDG_DOCUMENTS_DIR");
     demo = writeDemo(tmp.path(), &error);
     return !demo.isEmpty();
-}
-
-QByteArray sha256OfTree(const QString &dir)
-{
-    const QDir root(dir);
-    QStringList files;
-    QDirIterator it(dir, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
-    while (it.hasNext())
-        files << root.relativeFilePath(it.next());
-    files.sort();
-
-    QCryptographicHash hash(QCryptographicHash::Sha256);
-    for (const QString &relative : std::as_const(files)) {
-        QFile file(root.filePath(relative));
-        hash.addData(relative.toUtf8());
-        hash.addData(QByteArray(1, '\0'));
-        if (!file.open(QIODevice::ReadOnly)) {
-            // An unreadable file must not hash like a readable empty one.
-            hash.addData(QByteArrayLiteral("<unreadable>"));
-            continue;
-        }
-        hash.addData(QByteArray::number(file.size()) + '\0');
-        while (!file.atEnd())
-            hash.addData(file.read(1 << 20));
-    }
-    return hash.result();
 }
 
 QByteArray fileBytes(const QString &path)
@@ -135,7 +111,7 @@ bool DemoSession::tickEverything()
     return true;
 }
 
-int startStandin(QProcess &process, const QString &folder, const QStringList &extra)
+bool StandinProcess::start(const QString &folder, const QStringList &extra)
 {
     QString program = qEnvironmentVariable("PARCELWISE_STANDIN");
     if (program.isEmpty())
@@ -147,10 +123,86 @@ int startStandin(QProcess &process, const QString &folder, const QStringList &ex
     process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     process.start();
     if (!process.waitForStarted(10000))
-        return 0;
+        return false;
     while (!process.canReadLine())
         if (!process.waitForReadyRead(10000))
-            return 0;
+            return false;
     const QByteArray line = process.readLine().trimmed();
-    return line.startsWith("port ") ? line.mid(5).toInt() : 0;
+    port = line.startsWith("port ") ? line.mid(5).toInt() : 0;
+    server = port > 0 ? QStringLiteral("127.0.0.1,%1").arg(port) : QString();
+    return port > 0;
+}
+
+StandinProcess::~StandinProcess()
+{
+    if (process.state() == QProcess::NotRunning)
+        return;
+    process.closeWriteChannel(); // its cue to end
+    if (!process.waitForFinished(10000))
+        process.kill();
+}
+
+QStringList treeSnapshot(const QString &dir, const QDateTime &writtenAfter)
+{
+    QStringList out;
+    QDirIterator it(dir, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        const QFileInfo info = it.fileInfo();
+        const QString rel = QDir(dir).relativeFilePath(path);
+        if (info.isDir()) {
+            out << rel + u'/';
+            continue;
+        }
+        QFile f(path);
+        QCryptographicHash h(QCryptographicHash::Sha256);
+        if (!f.open(QIODevice::ReadOnly) || !h.addData(&f)) {
+            out << rel + QStringLiteral(" unreadable");
+            continue;
+        }
+        const QDateTime modified = info.lastModified();
+        out << QStringLiteral("%1 %2 %3 %4")
+                   .arg(rel)
+                   .arg(info.size())
+                   .arg(QString::fromLatin1(h.result().toHex()),
+                        modified < writtenAfter ? QString::number(modified.toMSecsSinceEpoch()) : QStringLiteral("undated"));
+    }
+    out.sort();
+    return out;
+}
+
+QByteArray noise(qint64 size, quint32 seed)
+{
+    // xorshift64*: cheap enough for documents of many megabytes, with no period a test could meet.
+    QByteArray b(size, Qt::Uninitialized);
+    quint64 x = 0x9E3779B97F4A7C15ull ^ seed;
+    for (qint64 i = 0; i < size; i += 8) {
+        x ^= x >> 12;
+        x ^= x << 25;
+        x ^= x >> 27;
+        const quint64 word = x * 0x2545F4914F6CDD1Dull;
+        memcpy(b.data() + i, &word, size_t(qMin<qint64>(8, size - i)));
+    }
+    return b;
+}
+
+bool addDocuments(const QString &server, const QList<demo::Document> &docs, QString *error,
+                  const QList<qint64> &noBytes, const QString &company)
+{
+    demo::SqliteFile companyFile(demo::databaseFile(server, company));
+    demo::SqliteFile archiveFile(demo::databaseFile(server, company + QStringLiteral("Archive")));
+    if (!companyFile.open(error) || !archiveFile.open(error))
+        return false;
+    demo::CompanyWriter writer(companyFile);
+    demo::ArchiveWriter archive(archiveFile);
+    for (const demo::Document &d : docs) {
+        if (!writer.addDocument(d, error)
+            || (d.lifecycle == demo::Lifecycle::Archived && !archive.addBytes(d.recId, d.data, error)))
+            return false;
+    }
+    for (const qint64 id : noBytes)
+        if (!companyFile.exec(QStringLiteral("UPDATE zar_file SET file_data = NULL WHERE rec_id = %1").arg(id), error))
+            return false;
+    return true;
 }

@@ -1,12 +1,29 @@
 #pragma once
-// Helpers shared by the test programs.
+// Helpers shared by the test programs, and the Qt headers nearly all of them use.
 
+#include "demo/schema.h"
 #include "session/headlesssession.h"
 
 #include <QByteArray>
+#include <QCryptographicHash>
+#include <QDateTime>
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
+#include <QRegularExpression>
+#include <QSet>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
 #include <QString>
+#include <QStringList>
 #include <QTemporaryDir>
+#include <QtTest>
+#include <memory>
 
 // Writes the demo repository (src/demo/demorepository.h describes its contents) into
 // parentDir/demo and returns that folder's path; an empty text when it could not be written
@@ -24,10 +41,14 @@ struct DemoFixture {
     QString filePath(const QString &name) const { return tmp.filePath(name); }
 };
 
-// SHA-256 over every regular file below dir, in sorted order of relative path ("/" separated):
-// each file contributes its relative path, a zero byte, its size and its bytes. Two trees with
-// the same hash hold the same files with the same contents.
-QByteArray sha256OfTree(const QString &dir);
+// A tree as lines to compare: "rel/" per directory and "rel size sha256 date" per file, sorted,
+// where date is the modification time in ms for a file older than writtenAfter and "undated" for
+// one written later (it kept the moment of its writing).
+QStringList treeSnapshot(const QString &dir, const QDateTime &writtenAfter);
+
+// Bytes that never repeat along a document, the same for the same seed: a chunk read or written
+// at the wrong offset shows in them.
+QByteArray noise(qint64 size, quint32 seed);
 
 // Small file chores: the whole file ("" when unreadable), a file written with its folders made,
 // the files (not subfolders) of one folder copied into another, made when missing.
@@ -35,13 +56,23 @@ QByteArray fileBytes(const QString &path);
 bool writeFile(const QString &path, const QByteArray &bytes);
 bool copyFolder(const QString &from, const QString &to);
 
+// Documents added to the company database of a writable server folder, an archived one's bytes
+// to companyArchive; a document listed in noBytes is stored without any.
+bool addDocuments(const QString &server, const QList<demo::Document> &docs, QString *error,
+                  const QList<qint64> &noBytes = {}, const QString &company = QStringLiteral("Acme"));
+
 // Whether the ODBC driver manager knows a driver of this name (and Qt has its ODBC driver).
 bool odbcDriverRegistered(const QString &name);
 
-// Starts the SQL Server stand-in (PARCELWISE_STANDIN, else the one beside the test) serving folder
-// on a free port of 127.0.0.1, with extra arguments after the usual ones. Returns the port, 0 when
-// it did not come up. It stops by itself when the test ends (its standard input closes).
-int startStandin(QProcess &process, const QString &folder, const QStringList &extra = {});
+// The SQL Server stand-in (PARCELWISE_STANDIN, else the one beside the test) serving a folder on a
+// free port of 127.0.0.1, stopped when this ends (its standard input closes).
+struct StandinProcess {
+    QProcess process;
+    int port = 0;
+    QString server; // "127.0.0.1,PORT", the --server of a sign-in; empty until it is up
+    bool start(const QString &folder, const QStringList &extra = {});
+    ~StandinProcess();
+};
 
 // Keeps every status text and hourglass change the procedures asked the window for.
 struct RecordingPort : session::PlainFormPort {

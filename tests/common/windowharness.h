@@ -5,14 +5,15 @@
 
 #include "app/dialogs.h"
 #include "app/fdmsshowerror.h"
+#include "app/foldertreeview.h"
 #include "app/frmsendtofolder.h"
 #include "scopes.h"
+#include "testsupport.h"
 
 #include <QApplication>
 #include <QComboBox>
 #include <QLineEdit>
 #include <QPushButton>
-#include <QTest>
 
 #include <memory>
 
@@ -98,6 +99,22 @@ public:
     }
 
     void pressOk() { QTest::mouseClick(child<QPushButton>("cmdlogin"), Qt::LeftButton); }
+
+    tree::FolderTree::Node *node(qint64 id) const { return w->folderTree().find(QStringLiteral("Fold%1").arg(id)); }
+
+    // Where a person clicks in the tree view: the node's name (which loads its children), or its
+    // tick box (which only ticks).
+    QPoint labelOf(tree::FolderTree::Node *n) const
+    {
+        w->treeView()->scrollTo(w->folderTree().indexOf(n));
+        return {w->treeView()->checkBoxRect(n).right() + 40, w->treeView()->rowRect(n).center().y()};
+    }
+    void clickLabel(tree::FolderTree::Node *n) { QTest::mouseClick(w->treeView()->viewport(), Qt::LeftButton, {}, labelOf(n)); }
+    void clickTick(tree::FolderTree::Node *n)
+    {
+        w->treeView()->scrollTo(w->folderTree().indexOf(n));
+        QTest::mouseClick(w->treeView()->viewport(), Qt::LeftButton, {}, w->treeView()->checkBoxRect(n).center());
+    }
 
     // Unlocked, signed in as "demo" with the keyboard, the database chosen and "&OK" pressed;
     // true when the folder screen shows.

@@ -1,13 +1,12 @@
 #pragma once
 // Every statement form the tool sends, in the exact text the procedures concatenate, and a run of
-// all of them against the demo server, checked row by row, which the repository test makes through
-// each SQLite driver so both are held to the same results.
+// them against the demo server, which the repository test makes through each SQLite driver so
+// both are held to the same results.
 
 #include "errors/hunterr.h"
+#include "testsupport.h"
 #include "repository/connection.h"
 #include "session/signin.h"
-
-#include <QtTest>
 
 namespace suite {
 
@@ -159,7 +158,10 @@ qint32 failure(F &&body, QString *description = nullptr)
 
 inline QStringList ids(const QString &spaceSeparated) { return spaceSeparated.split(u' ', Qt::SkipEmptyParts); }
 
-// Runs every statement form against the demo server at `server` (user demo, empty password).
+// Runs the statement forms against the demo server at `server` (user demo, empty password) for
+// what only SQL Server's own rules decide: names without regard to case, three-part names, the
+// pairing that finds no row, a folder in both lists, the date text with its milliseconds. (Which
+// folders and documents come back is checked where they are used: the tree and export tests.)
 // A failed check returns from it with the calling test marked failed.
 inline void runStatementSuite(const QString &server)
 {
@@ -167,9 +169,7 @@ inline void runStatementSuite(const QString &server)
     repo::Connection master;
     master.open(masterConnectionString("demo", server, QString()));
     QVERIFY(master.isEmbedded());
-    const repo::RecordSet list = master.execute(catalogueList());
-    QCOMPARE(column(list, "Com_db"), QStringList({"Acme", "AcmeArchive", "Globex", "Initech", "Scratch", "Twofold", "TwofoldArchive", "VandelayArchive"}));
-    QCOMPARE(column(list, "Com_Type"), QStringList({"L", "A", "l", "L", "L", "L", "A", "a"}));
+    QCOMPARE(column(master.execute(catalogueList()), "Com_Type"), QStringList({"L", "A", "l", "L", "L", "L", "A", "a"}));
     // A three-part name may also name the connection's own database.
     QCOMPARE(column(master.execute(liveDatabase("AcmeArchive")), "com_db"), QStringList({"Acme"}));
 
@@ -183,35 +183,13 @@ inline void runStatementSuite(const QString &server)
 
     repo::Connection acme;
     acme.open(connectionText(server, "Acme"));
-
-    // Tree building: the first level is the root alone.
     const repo::RecordSet root = acme.execute(firstLevel(0));
-    QCOMPARE(root.recordCount(), 1);
     QCOMPARE(QStringList({root.text("Rec_ID"), root.text("FOLDER_NAME"), root.text("Folder_Type"),
                           root.text("folder_parent"), root.text("Icon_rec_id"), root.text("IsAdmin")}),
              QStringList({"1", "Acme Corporation", "ROOT", "0", "1", "0"}));
-
-    // Child loading, live: every live child of the root in parent, name, id order.
-    const repo::RecordSet live = acme.execute(liveChildren(1));
-    QCOMPARE(column(live, "REC_ID"), ids("2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19"));
-    QCOMPARE(column(live, "FOLDER_NAME").at(0), QStringLiteral("A/B"));
-    QCOMPARE(column(live, "icon_rec_id").at(10), QStringLiteral("99"));
-
-    // Child loading, archive: both folder lists with their origin, then the probe per child.
     const repo::RecordSet archive = acme.execute(archiveChildren(1));
-    const QStringList recIds = column(archive, "rec_id");
-    QCOMPARE(recIds, ids("2 3 4 20 5 6 7 8 9 10 11 12 13 38 14 15 16 17 18 19"));
-    QCOMPARE(column(archive, "FOLDER").at(recIds.indexOf("20")), QStringLiteral("ARCHIVE"));
-    QCOMPARE(column(archive, "FOLDER").at(recIds.indexOf("10")), QStringLiteral("LIVE"));
+    QCOMPARE(column(archive, "FOLDER").at(column(archive, "rec_id").indexOf("20")), QStringLiteral("ARCHIVE"));
     QVERIFY(archive.fieldNames().contains(QStringLiteral("TS"), Qt::CaseInsensitive));
-    QStringList shown;
-    for (const QString &id : recIds)
-        if (acme.execute(archivedBelow(id.toLongLong(), "AcmeArchive")).recordCount() >= 1)
-            shown << id;
-    QCOMPARE(shown, ids("20 10 12 38"));
-    const repo::RecordSet legal = acme.execute(archiveChildren(12));
-    QCOMPARE(column(legal, "rec_id"), ids("31 30"));
-    QCOMPARE(column(legal, "Folder"), QStringList({"LIVE", "LIVE"}));
     // In Twofold a folder stands in both lists: it comes back twice.
     repo::Connection twofold;
     twofold.open(connectionText(server, "Twofold"));
@@ -220,29 +198,8 @@ inline void runStatementSuite(const QString &server)
     QStringList origins3 = column(both, "Folder").mid(1); // equal sort keys: either order
     origins3.sort();
     QCOMPARE(origins3, QStringList({"ARCHIVE", "LIVE"}));
-
-    // Folder walk: live sub-folders with and without the trailing blank, archive halves, probe.
-    QCOMPARE(column(acme.execute(subFoldersLive(14, false)), "rec_id"), ids("25"));
-    QCOMPARE(column(acme.execute(subFoldersLive(25, true)), "folder_name"), QStringList({"2016"}));
-    const repo::RecordSet below = acme.execute(subFoldersArchive(20));
-    QCOMPARE(column(below, "rec_id"), ids("32 36 37 33"));
-    QCOMPARE(column(below, "FOLDER"), QStringList(4, QStringLiteral("ARCHIVE")));
-    QCOMPARE(column(acme.execute(subFoldersArchive(10)), "folder_name"), QStringList({"Budgets", "Ledgers 2009"}));
-    QCOMPARE(acme.execute(archivedBelow(37, "AcmeArchive")).recordCount(), 0);
-    QVERIFY(acme.execute(archivedBelow(33, "AcmeArchive")).recordCount() >= 1); // only at the bottom
-    QVERIFY(acme.execute(archivedBelow(28, "acmearchive")).recordCount() >= 1);  // any letter case
-
-    // Documents of a folder, live and archived, and one document's bytes each.
-    QCOMPARE(column(acme.execute(folderFilesLive(7)), "rec_id").size(), 18);
-    QCOMPARE(column(acme.execute(folderFilesArchive(28, "AcmeArchive")), "File_Description"),
-             QStringList({"Audit 2009", "Ledger 2009"}));
-    // 1122's bytes are missing from the archive store, so it is not listed.
-    QCOMPARE(column(acme.execute(folderFilesArchive(32, "AcmeArchive")), "rec_id"), ids("1120 1121"));
-    const repo::RecordSet doc = acme.execute(documentLive(1007));
-    QCOMPARE(QStringList({doc.text("File_Name"), doc.text("File_Description")}),
-             QStringList({"minutes.txt", "Minutes 12/03/2015"}));
-    QVERIFY(doc.value("File_Data").toByteArray().contains("Document 1007"));
-    QCOMPARE(acme.execute(documentLive(1101)).recordCount(), 0); // archived: not in the live list
+    QVERIFY(acme.execute(archivedBelow(28, "acmearchive")).recordCount() >= 1); // any letter case
+    QCOMPARE(column(acme.execute(subFoldersArchive(20)), "FOLDER"), QStringList(4, QStringLiteral("ARCHIVE")));
     const repo::RecordSet archived = acme.execute(documentArchive(1101, "AcmeArchive"));
     QCOMPARE(archived.text("File_name"), QStringLiteral("ledger-2009.csv"));
     QVERIFY(archived.value("FileData").toByteArray().contains("Document 1101"));

@@ -3,15 +3,9 @@
 // and the leftovers of a killed run never leave anything under a document's name.
 
 #include "errors/hunterr.h"
+#include "testsupport.h"
 #include "export/exportdisk.h"
 #include "export/hashingreader.h"
-
-#include <QCryptographicHash>
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QTemporaryDir>
-#include <QtTest>
 
 #include <algorithm>
 #include <atomic>
@@ -121,31 +115,6 @@ private slots:
             QCOMPARE(reader.sha256(), QString::fromLatin1(QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex()));
             QVERIFY(disk.wroteThisRun(written));
         }
-    }
-
-    // An update keeps what is there and can tell which files of a kept directory are not its own.
-    void keptFilesAndFacts()
-    {
-        const QString dest = m_tmp.filePath(QStringLiteral("kept"));
-        const QString dir = dest + QStringLiteral("/Folder");
-        QVERIFY(QDir().mkpath(dir));
-        for (const char *name : {"a.txt", "b.txt", ".parcelwise-999999-1.part"}) {
-            QFile f(dir + QLatin1Char('/') + QLatin1String(name));
-            QVERIFY(f.open(QIODevice::WriteOnly));
-            f.write("abc");
-        }
-        ExportDisk disk(dest, true);
-        qint64 size = -1;
-        QDateTime date;
-        QVERIFY(disk.fileFacts(dir + QStringLiteral("/a.txt"), &size, &date));
-        QCOMPARE(size, qint64(3));
-        QCOMPARE(date, QFileInfo(dir + QStringLiteral("/a.txt")).lastModified());
-        QVERIFY(!disk.fileFacts(dir, &size, &date)); // a directory is no file
-        disk.keepDirectory(dir);
-        disk.keepFile(dir + QStringLiteral("/a.txt"));
-        QCOMPARE(disk.filesNotOfThisRun(dir), QStringList{dir + QStringLiteral("/b.txt")});
-        disk.removeLeftovers(dir); // a dry run removes nothing
-        QCOMPARE(entries(dir).size(), 3);
     }
 
     // A parallel export's workers stage and date files in the same directories at once while the

@@ -3,16 +3,14 @@
 // from a real system-scope settings file.
 
 #include "errors/hunterr.h"
+#include "testsupport.h"
 #include "scopes.h"
 #include "errors/report.h"
 #include "errors/settings.h"
 
 #include <QObject>
-#include <QRegularExpression>
 #include <QSettings>
 #include <QSysInfo>
-#include <QTemporaryDir>
-#include <QTest>
 
 #include <new>
 #include <stdexcept>

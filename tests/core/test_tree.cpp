@@ -7,12 +7,7 @@
 #include "testsupport.h"
 
 #include <QAbstractItemModelTester>
-#include <QFile>
 #include <QSignalSpy>
-#include <QTemporaryDir>
-#include <QtTest>
-
-#include <memory>
 
 using tree::FolderTree;
 namespace TreeImage = tree::TreeImage;

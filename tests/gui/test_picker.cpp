@@ -8,14 +8,9 @@
 #include "windowharness.h"
 
 #include <QComboBox>
-#include <QDir>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QStorageInfo>
-#include <QTemporaryDir>
-#include <QTest>
-
-#include <memory>
 
 namespace Dialogs = app::Dialogs;
 using app::DirList;

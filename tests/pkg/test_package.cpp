@@ -3,16 +3,9 @@
 // every file it installs, and lintian's verdict on it).
 
 #include "cli/arguments.h"
+#include "testsupport.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QProcess>
-#include <QRegularExpression>
-#include <QSet>
 #include <QStandardPaths>
-#include <QTemporaryDir>
-#include <QtTest>
 
 namespace {
 
