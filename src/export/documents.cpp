@@ -33,16 +33,18 @@ bool Exporter::wroteThisRun(const QString &path)
 }
 
 // The name is decided here, on the walk's thread, from what the folder's listing says of the
-// document (the same row its own statement reads): never over a file this run wrote, else with
-// its id beside its title; "[id].ext" when the title cannot be a file name at all.
+// document (the same row its own statement reads): of the documents whose names collide, the one
+// of lowest id keeps its title and the others carry their id beside it; never over a file this
+// run wrote; "[id].ext" when the title cannot be a file name at all, or when the name with the
+// id is another document's own.
 void Exporter::fxnSaveDocument(qint64 recId, const QString &path, const QString &listedTitle,
-                               const QString &listedFileName)
+                               const QString &listedFileName, const NameOwners &owners)
 {
     const QChar sep = pathSeparator();
     const QString ext = GetFileExtension(listedFileName);
     const QString tag = idTag(recId);
     QString name = cleanDocumentTitle(listedTitle);
-    const bool renamed = wroteThisRun(path + sep + name + ext);
+    const bool renamed = !owners.owns(name + ext, recId) || wroteThisRun(path + sep + name + ext);
     if (renamed)
         name += QLatin1Char(' ') + tag;
 
@@ -50,7 +52,7 @@ void Exporter::fxnSaveDocument(qint64 recId, const QString &path, const QString 
     job.recId = recId;
     job.folder = path;
     job.listedTitle = listedTitle;
-    job.fileName = titleCanBeFileName(name, ext) ? name + ext : QString();
+    job.fileName = titleCanBeFileName(name, ext) && owners.owns(name + ext, recId) ? name + ext : QString();
     job.fallbackName = tag + ext;
     job.fallbackFree = titleCanBeFileName(tag, ext) && !wroteThisRun(path + sep + job.fallbackName);
     job.renamed = renamed;

@@ -29,11 +29,7 @@ void step(const char *what, const QString &path)
 // platform's file systems do.
 QString fsKey(const QString &path)
 {
-#if defined(Q_OS_WIN) || defined(Q_OS_DARWIN)
-    return path.toCaseFolded();
-#else
-    return path;
-#endif
+    return names::fileSystemKey(path);
 }
 
 QString parentOf(const QString &path)

@@ -18,7 +18,6 @@ namespace exporting {
 
 using names::RemoveSpChr;
 using names::idTag;
-using names::isNoName;
 using names::pathSeparator;
 using tree::FolderTree;
 using tree::SessionState;
@@ -31,16 +30,6 @@ const QString kForm = QStringLiteral("FrmSendtofolder.");
 const QString kFold = QStringLiteral("Fold");
 constexpr quint8 kFileLine = 0;
 constexpr quint8 kFolderLine = 1;
-
-qint64 recordId(const repo::RecordSet &rs)
-{
-    const QVariant value = rs.value(QStringLiteral("rec_id"));
-    bool ok = false;
-    const qint64 id = value.toLongLong(&ok);
-    if (ok)
-        return id;
-    return qint64(value.toDouble());
-}
 
 } // namespace
 
@@ -143,22 +132,18 @@ void Exporter::stopQueue()
 
 // --- Folder walk ---------------------------------------------------------------------------
 
-QString Exporter::directoryFor(const QString &parent, const QString &cleaned, qint64 id, ReportStatus *status)
+QString Exporter::directoryFor(const QString &parent, const QString &cleaned, qint64 id, const NameOwners &siblings,
+                               ReportStatus *status)
 {
     const QChar sep = pathSeparator();
     const QString base = parent.endsWith(sep) ? parent : parent + sep;
-    const QString tag = idTag(id);
-    // A name that is no name (or means this directory or its parent) would put the folder on
-    // top of another one: it keeps its id instead, as documents do.
-    QString name = isNoName(cleaned) ? tag : cleaned;
-    ReportStatus how = name == tag ? ReportStatus::Fallback : ReportStatus::Written;
     // Never replace what this run made: siblings that clean alike each keep their own directory.
-    while (disk().madeThisRun(base + name) || wroteThisRun(base + name)) {
-        name += QLatin1Char(' ') + tag;
-        how = ReportStatus::Renamed;
-    }
+    bool renamed = false;
+    const QString name = folderDirectoryName(cleaned, id, siblings, [&](const QString &n) {
+        return disk().madeThisRun(base + n) || wroteThisRun(base + n);
+    }, &renamed);
     if (status)
-        *status = how;
+        *status = renamed ? ReportStatus::Renamed : name == idTag(id) ? ReportStatus::Fallback : ReportStatus::Written;
     return base + name;
 }
 
@@ -210,6 +195,7 @@ void Exporter::CopyCheckedFolders()
     // Where each ticked folder belongs below the destination, made or not: a ticked folder below
     // one whose directory could not be made is logged at its own place.
     QHash<const FolderTree::Node *, QString> meant;
+    const QHash<const FolderTree::Node *, NameOwners> siblings = tickedOwners(tree);
     const int count = tree.count();
     for (int index = 1; index <= count; ++index) {
         FolderTree::Node *node = nullptr;
@@ -224,9 +210,8 @@ void Exporter::CopyCheckedFolders()
         // The nearest ticked ancestor's directory as this run made it: it may carry its id.
         QString parentDir = destination;
         QString meantParent = destination;
-        const FolderTree::Node *up = node->parent;
-        const bool underTicked = up && up->checked && folderIdOfKey(up->key) != 1;
-        if (underTicked) {
+        const FolderTree::Node *up = tickedParent(node);
+        if (up) {
             parentDir = m_nodeDirs.value(up);
             meantParent = meant.value(up);
         }
@@ -241,7 +226,7 @@ void Exporter::CopyCheckedFolders()
         }
         m_walked.insert(id);
         ExportRecord folder = ExportRecord::of(ExportRecord::Kind::Folder, id, node->tag);
-        target = directoryFor(parentDir, cleaned, id, &folder.status);
+        target = directoryFor(parentDir, cleaned, id, siblings.value(up), &folder.status);
         meant.insert(node, target);
         if (!recreateDirectory(source, target, logged, folder))
             continue;
@@ -280,6 +265,7 @@ void Exporter::walkSubFolders(const QString &key, const QString &topPath, bool f
         QString path;
         QString source;
         QSet<qint64> listed;
+        NameOwners names; // which child keeps a name that several clean to
     };
     std::vector<Level> stack;
     auto list = [&](const QString &id, const QString &path, bool first) {
@@ -292,7 +278,7 @@ void Exporter::walkSubFolders(const QString &key, const QString &topPath, bool f
             return false;
         }
         prefetchBelow(rs);
-        stack.push_back({rs, path, source, {}});
+        stack.push_back({rs, path, source, {}, subfolderOwners(rs)});
         return true;
     };
     QString id = key;
@@ -309,7 +295,7 @@ void Exporter::walkSubFolders(const QString &key, const QString &topPath, bool f
             continue;
         }
         Level &level = stack.back();
-        const QString childPath = nextSubFolder(level.rs, level.path, level.source, level.listed);
+        const QString childPath = nextSubFolder(level.rs, level.path, level.source, level.listed, level.names);
         if (childPath.isEmpty() || !list(QString::number(m_childId), childPath, false)) {
             if (!childPath.isEmpty())
                 folderDone(childPath);
@@ -328,7 +314,7 @@ void Exporter::prefetchBelow(repo::RecordSet rs)
     QList<qint64> ids;
     try {
         for (rs.moveFirst(); !rs.eof(); rs.moveNext())
-            ids << recordId(rs);
+            ids << listedId(rs);
     } catch (...) {
         // The walk meets whatever is wrong with the listing itself.
     }
@@ -343,6 +329,21 @@ void Exporter::prefetchBelow(repo::RecordSet rs)
     }
     m_ahead.insert(m_ahead.begin(), next.cbegin(), next.cend());
     topUpPrefetch();
+}
+
+// In an archive database a child without archived documents below it gets no directory: of the
+// children whose names clean alike, the lowest that does keeps the name.
+NameOwners Exporter::subfolderOwners(const repo::RecordSet &rs)
+{
+    if (!m_signIn.blnArchive)
+        return folderOwners(rs);
+    return folderOwners(rs, [this](qint64 id) {
+        try {
+            return listing(repo::statements::archivedBelowProbe(QString::number(id), m_signIn.strSelectedDb)).recordCount() >= 1;
+        } catch (...) {
+            return true; // the walk meets the failure at this child and logs it
+        }
+    });
 }
 
 // A child the walk leaves out: what was sent ahead for it is not waited for.
@@ -387,12 +388,12 @@ void Exporter::folderDone(const QString &path)
 // One row of a listing: the child's directory made and its documents written. Returns the
 // directory to descend into, or "" when the child is skipped or failed (logged).
 QString Exporter::nextSubFolder(const repo::RecordSet &rs, const QString &parentPath, const QString &source,
-                                QSet<qint64> &listed)
+                                QSet<qint64> &listed, const NameOwners &siblings)
 {
     qint64 childId = 0;
     QString folderName;
     if (!HuntERR::resume(source, [&] {
-            childId = recordId(rs);
+            childId = listedId(rs);
             folderName = rs.text(QStringLiteral("folder_name"));
         })) {
         logFailure(source, childId, folderName, parentPath, kFolderLine);
@@ -428,7 +429,7 @@ QString Exporter::nextSubFolder(const repo::RecordSet &rs, const QString &parent
 
     QString cleaned = folderName;
     ExportRecord folder = ExportRecord::of(ExportRecord::Kind::Folder, childId, folderName);
-    const QString childPath = directoryFor(parentPath, RemoveSpChr(cleaned), childId, &folder.status);
+    const QString childPath = directoryFor(parentPath, RemoveSpChr(cleaned), childId, siblings, &folder.status);
     if (!recreateDirectory(source, childPath, logged, folder)) {
         dropAhead(childId);
         return {};
@@ -459,18 +460,19 @@ void Exporter::CopyFolderFiles(qint64 folderId, const QString &path)
         return;
     }
 
+    const NameOwners owners = documentOwners(rs);
     const int rows = rs.recordCount();
     for (int row = 0; row < rows && !rs.eof(); ++row) {
         qint64 recId = 0;
         QString description;
         QString fileName;
         if (HuntERR::resume(source, [&] {
-                recId = recordId(rs);
+                recId = listedId(rs);
                 description = rs.text(QStringLiteral("File_Description"));
                 fileName = rs.text(QStringLiteral("File_Name"));
             })) {
             // The status line names the document once it is written (retireDocument).
-            fxnSaveDocument(recId, path, description, fileName);
+            fxnSaveDocument(recId, path, description, fileName, owners);
         } else {
             logFailure(source, recId, description, path, kFileLine);
             record(ExportRecord::of(ExportRecord::Kind::Document, recId, description, ReportStatus::Failed, m_lastFailure),

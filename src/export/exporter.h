@@ -10,6 +10,7 @@
 #include "export/documentfetcher.h"
 #include "export/documentqueue.h"
 #include "export/exportreport.h"
+#include "export/nameowners.h"
 #include "names/filenames.h"
 #include "repository/valuereader.h"
 #include "tree/treesession.h"
@@ -130,7 +131,9 @@ private:
     void CopyFolderFiles(qint64 folderId, const QString &path);
     // Names the document as the folder's listing gives it and hands it over to be fetched,
     // written and dated (at once, or by a worker with more than one job).
-    void fxnSaveDocument(qint64 recId, const QString &path, const QString &listedTitle, const QString &listedFileName);
+    // Of the documents whose names collide, the one of lowest id (owners) keeps the title.
+    void fxnSaveDocument(qint64 recId, const QString &path, const QString &listedTitle, const QString &listedFileName,
+                         const NameOwners &owners);
     void fxnWriteLog(qint64 paramId, QString paramName, QString paramLocation, quint8 paramType);
 
     // The outcome's counts, log lines, error trail, files put in place and report records, on
@@ -152,16 +155,18 @@ private:
     QString childFoldersQuery(const QString &id, bool firstLevel) const;
     void walkSubFolders(const QString &key, const QString &topPath, bool firstLevel);
     QString nextSubFolder(const repo::RecordSet &rs, const QString &parentPath, const QString &source,
-                          QSet<qint64> &listed);
+                          QSet<qint64> &listed, const NameOwners &siblings);
     void folderDone(const QString &path);
     // The walk's own statements, sent ahead by the workers when there are any.
     void prefetchBelow(repo::RecordSet rs);
+    NameOwners subfolderOwners(const repo::RecordSet &rs);
     void topUpPrefetch();
     void dropAhead(qint64 childId);
     repo::RecordSet listing(const QString &sql);
-    // The directory a folder gets below parent: its cleaned name unless that is no name or this
-    // run already made it; then its id goes in.
-    QString directoryFor(const QString &parent, const QString &cleaned, qint64 id, ReportStatus *status = nullptr);
+    // The directory a folder gets below parent: its cleaned name unless that is no name, belongs
+    // to a sibling of lower id, or this run already made it; then its id goes in.
+    QString directoryFor(const QString &parent, const QString &cleaned, qint64 id, const NameOwners &siblings,
+                         ReportStatus *status = nullptr);
     // Replaces an earlier run's entry and makes the directory (an update keeps a directory that is
     // there); a failure is logged once.
     bool recreateDirectory(const QString &source, const QString &target, const std::function<void()> &logged,

@@ -29,8 +29,7 @@ QList<TopDirectory> topDirectories(const FolderTree &tree)
     for (int i = 1; i <= tree.count(); ++i) {
         const FolderTree::Node *node = tree.node(i);
         const qint64 id = qint64(folderIdOfKey(node->key));
-        const FolderTree::Node *up = node->parent;
-        if (!node->checked || id == 1 || (up && up->checked && folderIdOfKey(up->key) != 1))
+        if (!node->checked || id == 1 || tickedParent(node))
             continue;
         QString tag = node->tag;
         tops.append({RemoveSpChr(tag), id});
@@ -43,16 +42,16 @@ QList<TopDirectory> topDirectories(const FolderTree &tree)
 QStringList existingTopEntries(const FolderTree &tree, const QString &destination)
 {
     const QDir dest(destination);
+    const NameOwners siblings = tickedOwners(tree).value(nullptr);
     QSet<QString> taken;
     QStringList existing;
     for (const TopDirectory &top : topDirectories(tree)) {
-        // The names the walk gives: no name becomes the id; a sibling that cleans alike to one
-        // already taken gets its id appended.
-        const QString tag = names::idTag(top.id);
-        QString name = names::isNoName(top.cleaned) ? tag : top.cleaned;
-        while (taken.contains(name))
-            name += QLatin1Char(' ') + tag;
-        taken.insert(name);
+        // The names the walk gives (nameowners.h).
+        bool renamed = false;
+        const QString name = folderDirectoryName(top.cleaned, top.id, siblings, [&](const QString &n) {
+            return taken.contains(names::fileSystemKey(n));
+        }, &renamed);
+        taken.insert(names::fileSystemKey(name));
         const QFileInfo entry(dest.filePath(name));
         if (entry.exists() || entry.isSymLink())
             existing << QDir::toNativeSeparators(entry.filePath());

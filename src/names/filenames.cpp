@@ -115,4 +115,13 @@ bool titleCanBeFileName(const QString &cleanedTitle, const QString &ext)
     return true;
 }
 
+QString fileSystemKey(const QString &name)
+{
+#if defined(Q_OS_WIN) || defined(Q_OS_DARWIN)
+    return name.toCaseFolded();
+#else
+    return name;
+#endif
+}
+
 } // namespace names

@@ -31,5 +31,8 @@ bool isNoName(const QString &cleaned);
 // Whether cleanedTitle + ext can be created as a file here; when not, the document is saved
 // under "[" + rec_id + "]" + ext instead.
 bool titleCanBeFileName(const QString &cleanedTitle, const QString &ext);
+// A name or path as the file system compares it: letter case folded where the platform's file
+// systems ignore it (Windows, macOS), as it is elsewhere. Equal keys name the same entry.
+QString fileSystemKey(const QString &name);
 
 } // namespace names

@@ -128,8 +128,8 @@ private slots:
             {"[105]", "dir"},
             {"Projects/[106]", "dir"},                  // "|" below Projects is not Projects
             {"Projects/Plans/Master plan.txt", "<any>"}, // still there
-            {"X Y", "dir"},                              // "X*Y" first in name order
-            {"X Y [107]", "dir"},                        // "X:Y" keeps its id
+            {"X Y", "dir"},                              // "X:Y", the lower id, though listed second
+            {"X Y [108]", "dir"},                        // "X*Y" keeps its id
             {esc + "/Bell\aTitle.txt", "bell"},          // names on disk unchanged
             {"Blocked/Report.pdf", "dir"},               // the subfolder made first...
             {"Blocked/[5003].pdf", "blocked report"},    // ...so the document falls back to its id
