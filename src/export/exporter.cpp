@@ -18,7 +18,7 @@ namespace exporting {
 
 using names::RemoveSpChr;
 using names::idTag;
-using names::isNoName;
+using names::titleCanBeFileName;
 using names::pathSeparator;
 using tree::FolderTree;
 using tree::SessionState;
@@ -149,8 +149,9 @@ QString Exporter::directoryFor(const QString &parent, const QString &cleaned, qi
     const QString base = parent.endsWith(sep) ? parent : parent + sep;
     const QString tag = idTag(id);
     // A name that is no name (or means this directory or its parent) would put the folder on
-    // top of another one: it keeps its id instead, as documents do.
-    QString name = isNoName(cleaned) ? tag : cleaned;
+    // top of another one, and one the file system refuses (too long, a NUL in it) would lose it:
+    // it keeps its id instead, as documents do.
+    QString name = titleCanBeFileName(cleaned, {}) ? cleaned : tag;
     ReportStatus how = name == tag ? ReportStatus::Fallback : ReportStatus::Written;
     // Never replace what this run made: siblings that clean alike each keep their own directory.
     while (disk().madeThisRun(base + name) || wroteThisRun(base + name)) {
