@@ -15,7 +15,6 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonObject>
-#include <QStandardPaths>
 
 #include <vector>
 
@@ -208,7 +207,7 @@ struct ExportRequest {
 bool isLogFileName(const QString &report, const QString &logFolder)
 {
     const QFileInfo file(report);
-    const QString folder = logFolder.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation)
+    const QString folder = logFolder.isEmpty() ? exporting::documentsFolder()
                                                : logFolder;
     return QFileInfo(file.absolutePath()) == QFileInfo(folder)
         && file.fileName().startsWith(QLatin1String("zarnivo Parcelwise Log ")) && file.fileName().endsWith(QLatin1String(".txt"));

@@ -1,8 +1,9 @@
 #include "cli/logcheck.h"
 
+#include "export/exporter.h"
+
 #include <QDir>
 #include <QFileInfo>
-#include <QStandardPaths>
 #include <QTemporaryFile>
 
 namespace cli {
@@ -10,9 +11,10 @@ namespace cli {
 bool logFolderTakesLines(const QString &logDir, QString *problem)
 {
     const QString folder =
-        logDir.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation) : logDir;
+        logDir.isEmpty() ? exporting::documentsFolder() : logDir;
     if (folder.isEmpty()) {
-        *problem = QStringLiteral("no documents folder is known for the export log; name one with --log-dir");
+        *problem = QStringLiteral("no Documents folder is known for the export log (is HOME set?); name a folder "
+                                  "with --log-dir");
         return false;
     }
     QString reason;

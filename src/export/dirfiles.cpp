@@ -155,6 +155,16 @@ bool fileFacts(const Dir &parent, const QString &name, qint64 *size, QDateTime *
     return true;
 }
 
+QDateTime earliestFileTime()
+{
+    return QDateTime::fromSecsSinceEpoch(-2147483647LL - 1, Qt::UTC);
+}
+
+QDateTime latestFileTime()
+{
+    return QDateTime::fromSecsSinceEpoch(2147483647LL, Qt::UTC);
+}
+
 bool setFileTime(const Dir &parent, const QString &name, const QDateTime &when)
 {
     if (!when.isValid() || !singleEntryName(name))
@@ -267,6 +277,16 @@ bool fileFacts(const Dir &parent, const QString &name, qint64 *size, QDateTime *
     *size = qint64((quint64(data.nFileSizeHigh) << 32) | data.nFileSizeLow);
     *modified = dateOfTicks(data.ftCreationTime); // the time the export sets there
     return true;
+}
+
+QDateTime earliestFileTime()
+{
+    return QDateTime(QDate(1601, 1, 1), QTime(0, 0), Qt::UTC);
+}
+
+QDateTime latestFileTime()
+{
+    return QDateTime(QDate(30827, 12, 31), QTime(23, 59, 59), Qt::UTC);
 }
 
 bool setFileTime(const Dir &parent, const QString &name, const QDateTime &when)

@@ -76,6 +76,10 @@ bool fileFacts(const Dir &parent, const QString &name, qint64 *size, QDateTime *
 // Gives the file the document's date without following a link: the creation time on Windows,
 // the modification time elsewhere (the access time stays).
 bool setFileTime(const Dir &parent, const QString &name, const QDateTime &when);
+// The range of file dates every file system of the platform holds (a 32-bit time on Unix, the
+// FILETIME range on Windows).
+QDateTime earliestFileTime();
+QDateTime latestFileTime();
 // Longest full path, in the system's encoding, that every program can still open by name.
 qsizetype maximumPathLength();
 

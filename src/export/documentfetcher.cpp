@@ -156,11 +156,15 @@ bool DocumentFetcher::keptUnchanged(const DocumentJob &job, repo::Connection &cn
             o.keptDateError = std::current_exception();
             return false;
         }
-        if (!when.isValid() || when.toMSecsSinceEpoch() != onDisk.toMSecsSinceEpoch())
+        // A date the file system could not carry stays what it became: dating the file again
+        // with it gives the date it has, and then the file is the one written before.
+        if (!when.isValid()
+            || (when.toMSecsSinceEpoch() != onDisk.toMSecsSinceEpoch()
+                && m_disk.dateFile(file, when).toMSecsSinceEpoch() != onDisk.toMSecsSinceEpoch()))
             return false;
         o.kept = file;
         o.bytes = size;
-        o.date = when;
+        o.date = onDisk;
         return true;
     }
     return false;
@@ -171,8 +175,17 @@ void DocumentFetcher::date(repo::Connection &cn, qint64 recId, const QString &fi
     const QDateTime when = documentDate(cn, recId);
     // Without a date the file keeps the times the file system gave it; a file that cannot be
     // opened keeps its times too, and that is not reported.
-    if (when.isValid() && m_disk.setFileTime(filePath, when))
-        *applied = when;
+    if (!when.isValid())
+        return;
+    *applied = m_disk.dateFile(filePath, when);
+    // A date the file system cannot hold (1900-01-01, 9999-12-31 on many) became another one: the
+    // file is kept, and its date is a failure of its own.
+    if (applied->isValid() && applied->toMSecsSinceEpoch() != when.toMSecsSinceEpoch())
+        HuntERR::raise(5, QStringLiteral("Invalid procedure call or argument: the file system cannot carry the date %1 "
+                                         "of document %2; its file is dated %3")
+                              .arg(when.toUTC().toString(Qt::ISODate))
+                              .arg(recId)
+                              .arg(applied->toUTC().toString(Qt::ISODate)));
 }
 
 } // namespace exporting

@@ -53,8 +53,13 @@ void Exporter::fxnSaveDocument(qint64 recId, const QString &path, const QString 
     job.folder = path;
     job.listedTitle = listedTitle;
     job.fileName = titleCanBeFileName(name, ext) && owners.owns(name + ext, recId) ? name + ext : QString();
-    job.fallbackName = tag + ext;
-    job.fallbackFree = titleCanBeFileName(tag, ext) && !wroteThisRun(path + sep + job.fallbackName);
+    // The id always makes a name: without an extension that cannot be part of one (it holds a
+    // separator, or is too long), and numbered on when another title took "[id].ext" already.
+    const QString usableExt = titleCanBeFileName(tag, ext) ? ext : QString();
+    job.fallbackName = tag + usableExt;
+    for (int n = 2; wroteThisRun(path + sep + job.fallbackName); ++n)
+        job.fallbackName = tag + QLatin1Char(' ') + QString::number(n) + usableExt;
+    job.fallbackFree = true;
     job.renamed = renamed;
     job.serial = ++m_submitted;
     m_documents->submit(std::move(job));
@@ -107,18 +112,25 @@ QString Exporter::retireWritten(const DocumentJob &job, DocumentOutcome &o, Expo
     rec.status = o.fellBack ? ReportStatus::Fallback : job.renamed ? ReportStatus::Renamed : ReportStatus::Written;
     rec.bytes = o.bytes;
     rec.date = o.date;
+    bool misdated = false;
     if (o.dateError) {
         if (!HuntERR::resume(kSaveSource, [&] { HuntERR::inner(kDateSource, [&] { std::rethrow_exception(o.dateError); }); })) {
             logFailure(kSaveSource, job.recId, o.description, job.folder, kFileLine);
             rec.message = m_lastFailure;
+            misdated = true;
         }
     }
     const QString filePath = commitDocument(kSaveSource, o.written, job.folder + pathSeparator() + job.fallbackName, rec);
     if (filePath.isEmpty())
         return {};
     rec.sha256 = o.sha256;
-    ++m_result.documents;
     m_result.bytes += o.bytes;
+    // One outcome per document: one whose date failed is a failure (logged above), not also a
+    // document written, and its record says so with the date its file carries.
+    if (misdated)
+        rec.status = ReportStatus::Misdated;
+    else
+        ++m_result.documents;
     if (m_options.observer)
         m_options.observer->documentWritten(filePath, o.bytes);
     return filePath;

@@ -316,16 +316,26 @@ void ExportDisk::discardFile(const QString &stagedPath)
         dirhandles::removeEntry(parent, tempName);
 }
 
-bool ExportDisk::setFileTime(const QString &filePath, const QDateTime &when)
+QDateTime ExportDisk::dateFile(const QString &filePath, const QDateTime &when)
 {
     if (m_dry)
-        return true;
+        return when;
     const QStringList names = entryNames(filePath);
     QString why;
     const dirhandles::Dir parent = openParent(names, &why);
     // A document waiting under its temporary name is dated there, before it takes its name.
     const QString staged = stagedName(filePath);
-    return parent.isOpen() && dirhandles::setFileTime(parent, staged.isEmpty() ? names.last() : staged, when);
+    const QString name = staged.isEmpty() ? names.last() : staged;
+    if (!parent.isOpen())
+        return {};
+    // Some file systems clamp a date they cannot hold, others refuse it: then the nearest date
+    // every one of them holds is tried. What the file carries is read back either way.
+    if (!dirhandles::setFileTime(parent, name, when)
+        && !dirhandles::setFileTime(parent, name, qBound(dirhandles::earliestFileTime(), when, dirhandles::latestFileTime())))
+        return {};
+    qint64 size = 0;
+    QDateTime carried;
+    return dirhandles::fileFacts(parent, name, &size, &carried) ? carried : QDateTime();
 }
 
 bool ExportDisk::fileFacts(const QString &path, qint64 *size, QDateTime *date) const

@@ -58,7 +58,10 @@ public:
     // file there. ERR_WRITE_FAILED when the name is refused; the staged file then stays staged.
     void commitFile(const QString &stagedPath, const QString &finalPath);
     void discardFile(const QString &stagedPath);
-    bool setFileTime(const QString &filePath, const QDateTime &when);
+    // Dates the file (its temporary file while staged): the date it carries afterwards, which is
+    // when or, where the file system cannot hold when, the nearest it can; invalid when the file
+    // could not be dated at all. A dry run says when.
+    QDateTime dateFile(const QString &filePath, const QDateTime &when);
     // A regular file at path (never through a link): its size and the date the export sets.
     bool fileFacts(const QString &path, qint64 *size, QDateTime *date) const;
     // An existing file or directory kept as it is by an update: it counts as this run's.

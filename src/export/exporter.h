@@ -33,6 +33,9 @@ class ExportDisk;
 
 // The user's documents folder, without a trailing separator; "" when the platform has none.
 QString fxnGetMyFolderLocation();
+// The user's Documents folder by the platform's rule (QStandardPaths), not made; "" when there is
+// none (no home).
+QString documentsFolder();
 // "\zarnivo Parcelwise Log " + year month day hour minute, unpadded, + ".txt" (leading separator
 // is the platform's).
 QString exportLogNameFor(const QDateTime &when);

@@ -11,7 +11,6 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QSet>
-#include <QStandardPaths>
 
 namespace exporting {
 
@@ -64,7 +63,7 @@ QString Exporter::refusal(const ExportOptions &options) const
     const QList<TopDirectory> tops = topDirectories(m_tree.tree());
     QStringList reliedOn = options.reliedOn;
     const QString folder = options.logFolder.isEmpty()
-                               ? QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation)
+                               ? documentsFolder()
                                : options.logFolder;
     reliedOn << folder << QCoreApplication::applicationFilePath();
     reliedOn << embeddedServerFiles(m_signIn.cnDb().embeddedFolder());

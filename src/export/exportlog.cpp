@@ -54,16 +54,24 @@ QString exportLogNameFor(const QDateTime &when)
            + QString::number(time.minute()) + QStringLiteral(".txt");
 }
 
+QString documentsFolder()
+{
+#ifdef Q_OS_UNIX
+    // Without a home Qt names a Documents folder at the file system's root, which is nobody's.
+    if (qEnvironmentVariableIsEmpty("HOME"))
+        return {};
+#endif
+    return QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
+}
+
 QString fxnGetMyFolderLocation()
 {
-    return logFolderAt(QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation), true);
+    return logFolderAt(documentsFolder(), true);
 }
 
 QString Exporter::logFolder() const
 {
-    const QString folder = m_options.logFolder.isEmpty()
-                               ? QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation)
-                               : m_options.logFolder;
+    const QString folder = m_options.logFolder.isEmpty() ? documentsFolder() : m_options.logFolder;
     return logFolderAt(folder, !m_options.dryRun);
 }
 
@@ -97,15 +105,21 @@ void Exporter::fxnWriteLog(qint64 paramId, QString paramName, QString paramLocat
             HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: there is no documents folder "
                                                          "for the export log"));
         QFile log(path);
-        if (!log.open(QIODevice::WriteOnly | QIODevice::Append))
+        // Unbuffered: the line is one write, and what a full disk took of it is cut off again,
+        // so the log never ends in half a line.
+        if (!log.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered))
             HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: cannot open the export log %1 (%2)")
                                               .arg(path, log.errorString()));
+        const qint64 before = log.size();
         const QByteArray bytes = line.toLocal8Bit() + QByteArrayLiteral("\r\n");
         const qint64 written = log.write(bytes);
-        log.close();
-        if (written != bytes.size() || log.error() != QFileDevice::NoError)
+        const QString why = log.errorString();
+        if (written != bytes.size()) {
+            log.resize(before);
             HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: cannot write the export log %1 (%2)")
-                                              .arg(path, log.errorString()));
+                                              .arg(path, why));
+        }
+        log.close();
         m_logFolder = folder;
         m_logWritten = true;
         m_pendingLine.clear();

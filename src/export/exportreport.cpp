@@ -37,6 +37,8 @@ QString reportStatusText(ReportStatus status)
         return QStringLiteral("skipped");
     case ReportStatus::Failed:
         return QStringLiteral("failed");
+    case ReportStatus::Misdated:
+        return QStringLiteral("misdated");
     }
     return {};
 }
@@ -44,7 +46,7 @@ QString reportStatusText(ReportStatus status)
 ReportStatus reportStatusOf(const QString &text)
 {
     for (const ReportStatus s : {ReportStatus::Written, ReportStatus::Renamed, ReportStatus::Fallback,
-                                 ReportStatus::Skipped, ReportStatus::Failed}) {
+                                 ReportStatus::Skipped, ReportStatus::Failed, ReportStatus::Misdated}) {
         if (text == reportStatusText(s))
             return s;
     }

@@ -22,6 +22,7 @@ enum class ReportStatus {
     Fallback, // the "[id]" name
     Skipped,  // kept as it was (--update)
     Failed,
+    Misdated, // written, but its file could not take the repository's date (the message says why)
 };
 QString reportStatusText(ReportStatus status);
 // None for a text that names no status.

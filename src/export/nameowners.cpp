@@ -13,18 +13,19 @@ using tree::folderIdOfKey;
 namespace {
 
 // A name that is no name (or means this directory or its parent) would put the folder on top of
-// another one: it keeps its id instead, as documents do.
-QString folderName(const QString &cleaned, qint64 id)
+// another one, and one the file system refuses (too long, a NUL in it) would lose it: it keeps its
+// id instead, as documents do.
+bool usableFolderName(const QString &cleaned)
 {
-    return names::isNoName(cleaned) ? names::idTag(id) : cleaned;
+    return names::titleCanBeFileName(cleaned, {});
 }
 
 void askFolderName(NameOwners &owners, const QString &cleaned, qint64 id)
 {
-    if (names::isNoName(cleaned))
-        owners.claim(names::idTag(id), id);
-    else
+    if (usableFolderName(cleaned))
         owners.add(cleaned, id);
+    else
+        owners.claim(names::idTag(id), id);
 }
 
 } // namespace
@@ -77,10 +78,11 @@ NameOwners documentOwners(repo::RecordSet rs)
             const qint64 id = listedId(rs);
             const QString title = names::cleanDocumentTitle(rs.text(QStringLiteral("File_Description")));
             const QString ext = names::GetFileExtension(rs.text(QStringLiteral("File_Name")));
+            const QString tag = names::idTag(id);
             if (names::titleCanBeFileName(title, ext))
                 owners.add(title + ext, id);
-            else
-                owners.claim(names::idTag(id) + ext, id);
+            else // the fallback name, as the walk gives it
+                owners.claim(tag + (names::titleCanBeFileName(tag, ext) ? ext : QString()), id);
         }
     } catch (...) {
         // The walk meets whatever is wrong with the listing itself.
@@ -109,7 +111,7 @@ QString folderDirectoryName(const QString &cleaned, qint64 id, const NameOwners 
                             const std::function<bool(const QString &name)> &taken, bool *renamed)
 {
     const QString tag = names::idTag(id);
-    QString name = folderName(cleaned, id);
+    QString name = usableFolderName(cleaned) ? cleaned : tag;
     *renamed = false;
     while (!owners.owns(name, id) || taken(name)) {
         name += QLatin1Char(' ') + tag;

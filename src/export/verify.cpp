@@ -173,7 +173,9 @@ FileCheck checkRepository(repo::Connection &cn, bool archive, const QString &arc
         check.differences << QStringLiteral("repository content");
         details << QStringLiteral("the repository's SHA-256 is %1, the file's %2").arg(check.sha256, expected);
     }
-    const QDateTime when = documentDate(cn, record.id);
+    // A misdated record says its file could not take the repository's date (or the repository's
+    // date could not be read): its file's date was checked against the record alone.
+    const QDateTime when = record.status == ReportStatus::Misdated ? record.date : documentDate(cn, record.id);
     if (when.isValid() != record.date.isValid()
         || (when.isValid() && when.toMSecsSinceEpoch() != record.date.toMSecsSinceEpoch())) {
         check.differences << QStringLiteral("repository date");

@@ -93,7 +93,8 @@ bool titleCanBeFileName(const QString &cleanedTitle, const QString &ext)
     if (trimBlanks(cleanedTitle).isEmpty() || isNoName(cleanedTitle))
         return false;
     const QString fileName = cleanedTitle + ext;
-    if (fileName.contains(QChar(0)))
+    // A stored extension is not cleaned: it may hold a separator, which would make a path.
+    if (fileName.contains(QChar(0)) || fileName.contains(QLatin1Char('/')))
         return false;
 #ifdef Q_OS_WIN
     // NTFS counts UTF-16 units; the shell strips trailing blanks and points, so such a name
@@ -103,7 +104,7 @@ bool titleCanBeFileName(const QString &cleanedTitle, const QString &ext)
     if (fileName.endsWith(QLatin1Char(' ')) || fileName.endsWith(QLatin1Char('.')))
         return false;
     for (QChar c : fileName) {
-        if (c.unicode() < 32)
+        if (c.unicode() < 32 || QStringView(u"\\:*?\"<>|").contains(c))
             return false;
     }
     if (isReservedDeviceName(fileName))

@@ -317,6 +317,51 @@ private slots:
                      qPrintable(r.out));
     }
 
+    // Dates a file cannot carry (1900-01-01, a common empty date; 9999-12-31): the file is kept,
+    // its date failure logged once and not also counted written; the report holds the date the
+    // file took; verify (the repository too) passes, and --update leaves the files alone.
+    void datesTheFileSystemCannotCarry()
+    {
+        const QString server = copyOfServer(QStringLiteral("dates"));
+        QList<demo::Document> docs;
+        for (const char *date : {"1900-01-01 00:00:00.000", "9999-12-31 23:59:59.997"}) {
+            demo::Document d;
+            d.recId = 9101 + docs.size();
+            d.folder = 13; // Marketing
+            d.fileName = QStringLiteral("far.txt");
+            d.description = QStringLiteral("Far %1").arg(d.recId);
+            d.data = "far";
+            d.actualDate = QString::fromLatin1(date);
+            docs << d;
+        }
+        QString error;
+        QVERIFY2(addDocuments(server, docs, &error), qPrintable(error));
+        const auto [dest, report] = exportWithReport(server);
+        int misdated = 0;
+        for (const QJsonObject &o : reportLines(report)) {
+            if (o.value(QStringLiteral("id")).toInteger() < 9101)
+                continue;
+            const QDateTime onDisk = QFileInfo(dest + QLatin1Char('/') + o.value(QStringLiteral("path")).toString()).lastModified();
+            QCOMPARE(o.value(QStringLiteral("date")).toString(), onDisk.toUTC().toString(Qt::ISODateWithMs));
+            const bool carried = onDisk.date().year() == 1900 || onDisk.date().year() == 9999;
+            misdated += carried ? 0 : 1;
+            QCOMPARE(o.value(QStringLiteral("status")).toString(), QLatin1String(carried ? "written" : "misdated"));
+            QVERIFY(carried || o.value(QStringLiteral("message")).toString().contains(QLatin1String("cannot carry the date")));
+        }
+        const Result verified = run(QStringList{verifyArgs(report, dest)} << QStringLiteral("--server") << server
+                                    << QStringLiteral("--user") << QStringLiteral("demo") << QStringLiteral("--database")
+                                    << QStringLiteral("Acme"));
+        QVERIFY2(verified.exitCode == 0, qPrintable(verified.out + verified.err));
+        const QString again = dest + QStringLiteral("-update.jsonl");
+        const Result update = run(exportArgs(dest, server) << QStringLiteral("--update") << QStringLiteral("--report") << again);
+        QVERIFY2(update.exitCode == 0, qPrintable(update.err));
+        for (const QJsonObject &o : reportLines(again)) {
+            if (o.value(QStringLiteral("id")).toInteger() >= 9101)
+                QCOMPARE(o.value(QStringLiteral("status")).toString(), QStringLiteral("skipped"));
+        }
+        qInfo("%d of 2 dates could not be carried by this file system", misdated);
+    }
+
     // Against the repository: an intact export matches; a document changed in the repository
     // after the export is named as such; usage and sign-in problems end with status 2.
     void verifyAgainstTheRepository()

@@ -1,7 +1,7 @@
 // The SQL Server path end to end: the tool through Qt's ODBC driver and FreeTDS's ODBC driver to
 // the SQL Server stand-in, which serves a copy of the demo repository (with an undated document of
-// 100,000 bytes added) over TDS. Every outcome is set against the same steps on the embedded
-// server: sign-in and failures. The export over the wire, which also reads the folder tree, is in
+// 100,000 bytes and a row its columns' types cannot hold added) over TDS, offering encryption.
+// Every outcome is set against the same steps on the embedded server: sign-in and failures. The export over the wire, which also reads the folder tree, is in
 // test_streaming, where its files, log, report and every statement sent equal the embedded server's.
 
 #include "errors/hunterr.h"
@@ -29,13 +29,14 @@ class TestWire : public QObject {
     QString server(bool wire) const { return wire ? m_wire : m_fx.demo; }
 
     // A bare ODBC connection to the stand-in with the given extra text.
-    QSqlDatabase rawConnection(const QString &name, const QString &database, const QString &extra)
+    QSqlDatabase rawConnection(const QString &name, const QString &database, const QString &extra,
+                               const QString &version = QStringLiteral("7.4"))
     {
         QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QODBC"), name);
         db.setDatabaseName(QStringLiteral("DRIVER={FreeTDS};Server=127.0.0.1;Port=%1;Database=%2;UID=demo;PWD=;"
-                                          "TDS_Version=7.4%3")
+                                          "TDS_Version=%4%3")
                                .arg(m_port)
-                               .arg(database, extra));
+                               .arg(database, extra, version));
         return db;
     }
 
@@ -61,7 +62,12 @@ private slots:
         undated.data = noise(100000, 2103);
         QString error;
         QVERIFY2(addDocuments(m_fx.demo, {undated}, &error), qPrintable(error));
-        QVERIFY2(m_standin.start(m_fx.demo), "the stand-in did not start");
+        // A row no folder shows, with values its columns' declared types (int, datetime) cannot hold.
+        demo::SqliteFile acme(demo::databaseFile(m_fx.demo, QStringLiteral("Acme")));
+        QVERIFY2(acme.open(&error) && acme.exec(QStringLiteral("insert into zar_file (rec_id, folder_rec_id, File_Name, FileActualDate) "
+                                                               "values (2106, 'forty-two', 'misfit.txt', 'someday')"), &error), qPrintable(error));
+        acme.close();
+        QVERIFY2(m_standin.start(m_fx.demo, {QStringLiteral("--tls")}), "the stand-in did not start");
         m_wire = m_standin.server;
         m_port = m_standin.port;
     }
@@ -132,30 +138,57 @@ private slots:
         }
     }
 
+    // Each form of server name a person types, and a host that is not there named as such.
+    void serverNames()
+    {
+        StandinProcess atDefault; // on SQL Server's own port, with the instance lookup on UDP 1434
+        const bool defaultPorts = atDefault.start(m_fx.demo, {"--port", "1433", "--browser-port", "1434"});
+        for (const char *name : {"127.0.0.1", "127.0.0.1\\STANDIN", "tcp:localhost,1433", "no-such-host.invalid"}) {
+            const bool missing = QByteArray(name).endsWith(".invalid");
+            if (!missing && !defaultPorts) {
+                qWarning("%s not tried: 127.0.0.1:1433 or UDP 1434 is taken", name);
+                continue;
+            }
+            PlainFormPort port;
+            HeadlessSession h(port);
+            h.fillDatabaseList(QString::fromLatin1(name), QStringLiteral("demo"), QString());
+            QCOMPARE(port.databases.size(), missing ? 0 : 8);
+            QCOMPARE(port.messages, missing ? QStringList{"SQL Server does not exist or access denied (unknown host no-such-host.invalid)"}
+                                            : QStringList());
+        }
+    }
+
     // TEXTSIZE on the wire as SQL Server has it, and the tool's connection asking for all of it.
     void textSize()
     {
+        // Every TDS version gets the document whole, and 7.1 a long nvarchar as ntext (from 7.2 it is
+        // nvarchar(max), which Qt's ODBC driver reads into 256 bytes and leaves empty at the truncation).
         const QString cut = QStringLiteral("select file_data from zar_file where rec_id = 2103");
+        const QString longText(5000, QChar(0xE9));
         const struct {
-            const char *name, *extra, *setFirst;
+            const char *name, *extra, *version;
             int expected;
         } cases[] = {
-            {"no TextSize: the default cuts", "", nullptr, 4096},
-            {"TextSize in the connection text", ";TextSize=2147483647", nullptr, 100000},
+            {"no TextSize: the default cuts", "", "7.4", 4096},
+            {"TextSize in the connection text", ";TextSize=2147483647", "7.4", 100000},
+            {"TDS 7.1", ";TextSize=2147483647", "7.1", 100000},
+            {"TDS 7.2", ";TextSize=2147483647", "7.2", 100000},
+            {"TDS 7.3", ";TextSize=2147483647", "7.3", 100000},
         };
         for (const auto &c : cases) {
             const QString name = QString::fromLatin1(c.name);
             {
-                QSqlDatabase db = rawConnection(name, QStringLiteral("Acme"), QString::fromLatin1(c.extra));
+                QSqlDatabase db = rawConnection(name, QStringLiteral("Acme"), QString::fromLatin1(c.extra), QString::fromLatin1(c.version));
                 QVERIFY2(db.open(), qPrintable(db.lastError().text()));
                 QSqlQuery q(db);
                 q.setForwardOnly(true);
-                if (c.setFirst)
-                    QVERIFY(q.exec(QString::fromLatin1(c.setFirst)));
-                QVERIFY2(q.exec(cut) && q.next(), qPrintable(q.lastError().text()));
-                const QByteArray bytes = q.value(0).toByteArray();
+                QVERIFY2(q.exec(QStringLiteral("select N'%1' as v, file_data from zar_file where rec_id = 2103").arg(longText)) && q.next(),
+                         qPrintable(q.lastError().text()));
+                const QByteArray bytes = q.value(1).toByteArray();
                 QVERIFY2(bytes.size() == c.expected, c.name);
                 QCOMPARE(bytes, noise(100000, 2103).left(c.expected));
+                if (c.version == QByteArrayView("7.1"))
+                    QCOMPARE(q.value(0).toString(), longText);
             }
             QSqlDatabase::removeDatabase(name);
         }
@@ -166,7 +199,7 @@ private slots:
         QCOMPARE(cn.execute(cut).value(QStringLiteral("file_data")).toByteArray().size(), 100000);
     }
 
-    // Failures as SQL Server reports them, and extra driver attributes. (How the stand-in itself
+    // Logins refused as SQL Server refuses them; encryption as agreed. (How the stand-in itself
     // copes with junk and with sessions side by side is the stand-in's business, not this test's.)
     void failuresAndDriverAttributes()
     {
@@ -197,22 +230,23 @@ private slots:
             }
         }
 
-        // Extra driver attributes reach FreeTDS: asked to require encryption, which the stand-in does
-        // not offer at pre-login, FreeTDS gives up before the login.
-        qputenv("PARCELWISE_ODBC_OPTIONS", "Encryption=require");
-        {
+        // Encryption as FreeTDS agrees it with a server that has a certificate: the login only by
+        // default, the whole session when the extra driver attributes require it.
+        for (const char *options : {"", "Encryption=require"}) {
+            qputenv("PARCELWISE_ODBC_OPTIONS", options);
             repo::Connection encrypted;
-            QString text;
-            try {
-                encrypted.open(QStringLiteral("User ID=demo;Initial Catalog=Acme;Data Source=%1;Password=").arg(m_wire));
-            } catch (const HuntERR::Error &e) {
-                text = QString::number(e.number());
-            }
-            QCOMPARE(text, QString::number(repo::ERR_UNREACHABLE));
+            encrypted.open(QStringLiteral("User ID=demo;Initial Catalog=Acme;Data Source=%1;Password=").arg(m_wire));
+            const repo::RecordSet rs = encrypted.execute(
+                QStringLiteral("select encrypt_option from sys.dm_exec_connections where session_id = @@SPID"));
+            QCOMPARE(rs.value(QStringLiteral("encrypt_option")).toString(), QLatin1String(*options ? "TRUE" : "FALSE"));
         }
         qunsetenv("PARCELWISE_ODBC_OPTIONS");
+    }
 
-        // Failures in SQL Server's numbers and words, as the tool describes them.
+    // Failures of statements in SQL Server's numbers and words, as the tool describes them; the
+    // collation's order; batches; varchar in the collation's code page.
+    void statementFailures()
+    {
         const struct {
             const char *sql;
             qint32 number;
@@ -221,6 +255,15 @@ private slots:
             {"select * from zar_nothing", repo::ERR_NO_OBJECT, "Invalid object name 'zar_nothing'."},
             {"select rec_id from from zar_file", repo::ERR_COMMAND, "Incorrect syntax near 'from'."},
             {"select no_such_column from zar_file", repo::ERR_COMMAND, "Invalid column name 'no_such_column'."},
+            // SQLite's own syntax, which the embedded server runs, refused as SQL Server refuses it
+            {"select rec_id from zar_file order by rec_id limit 1", repo::ERR_COMMAND, "Incorrect syntax near 'limit'."},
+            {"select File_Name || 'x' from zar_file", repo::ERR_COMMAND, "Incorrect syntax near '|'."},
+            {"create table if not exists t (a int)", repo::ERR_COMMAND, "Incorrect syntax near the keyword 'IF'."},
+            // A value its column's declared type cannot hold is an error, not a silent 0
+            {"select folder_rec_id from zar_file where rec_id = 2106", HuntERR::ERR_GENERAL,
+             "Conversion failed when converting the nvarchar value 'forty-two' to data type int."},
+            {"select a.FileActualDate as d from zar_file a where a.rec_id = 2106", HuntERR::ERR_GENERAL,
+             "Conversion failed when converting date and/or time from character string."},
         };
         repo::Connection cn;
         cn.open(QStringLiteral("Provider=SQLOLEDB.1;User ID=demo;Initial Catalog=Acme;Data Source=%1;Password=").arg(m_wire));
@@ -233,6 +276,31 @@ private slots:
                 QCOMPARE(e.description(), QString::fromLatin1(f.description));
             }
         }
+
+        // Texts in the collation's order: accents with their letter, hyphens not counted, "ß" as "ss";
+        // varchar in its code page, CP1252: "€" is in it, "Ω" is not.
+        repo::RecordSet sorted = cn.execute(QStringLiteral(
+            "select N'strast' as v union all select N'Straße' union all select N'cotf' union all select N'côte' "
+            "union all select N'co-op' union all select N'cook' order by v"));
+        QStringList order;
+        for (; !sorted.eof(); sorted.moveNext())
+            order << sorted.text(QStringLiteral("v"));
+        QCOMPARE(order, QStringList({"cook", "co-op", "côte", "cotf", "Straße", "strast"}));
+        QCOMPARE(cn.execute(QStringLiteral("select 'x € Ω' as FOLDER")).text(QStringLiteral("FOLDER")), QStringLiteral("x € ?"));
+
+        // Statements one after another in a batch, with ";" or without: a result each.
+        QSqlDatabase db = rawConnection(QStringLiteral("batch"), QStringLiteral("zar_Master"), QString());
+        QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+        QSqlQuery q(db);
+        q.setForwardOnly(true); // as the tool's statements: no server cursor
+        QVERIFY(q.exec(QStringLiteral("SET TEXTSIZE 9; select Com_db from com_company where Com_db = 'Acme'\n"
+                                      "select count(*) from com_company where Com_db <> 'Acme' select 3")));
+        QStringList results;
+        do {
+            while (q.next())
+                results << q.value(0).toString();
+        } while (q.nextResult());
+        QCOMPARE(results, QStringList({"Acme", "7", "3"}));
     }
 };
 
