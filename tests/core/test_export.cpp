@@ -202,6 +202,48 @@ private slots:
                                     + QStringLiteral("Miscellaneous"));
     }
 
+    // Names that clean alike, stored and listed in the order opposite to their ids: the lowest id
+    // keeps the name, documents and sibling folders alike, for any number of jobs.
+    void lowestIdKeepsTheName()
+    {
+        const QString server = m_fx.filePath(QStringLiteral("ties"));
+        QVERIFY(copyFolder(m_fx.demo, server));
+        QString error;
+        {
+            demo::SqliteFile acme(demo::databaseFile(server, QStringLiteral("Acme")));
+            QVERIFY2(acme.open(&error), qPrintable(error));
+            demo::CompanyWriter writer(acme);
+            // ":" sorts before "?", "*" before ":": each pair is listed higher id first.
+            const std::pair<int, const char *> rows[] = {{4002, "Memo:1"}, {4001, "Memo?1"}, {4102, "Pair*1"}, {4101, "Pair:1"}};
+            for (const auto &[id, name] : rows) {
+                demo::Document doc;
+                doc.recId = id;
+                doc.folder = 7;
+                doc.fileName = QStringLiteral("t.txt");
+                doc.description = QLatin1String(name);
+                doc.data = QByteArray::number(id);
+                demo::Folder folder;
+                folder.recId = id;
+                folder.parent = 7;
+                folder.name = QLatin1String(name);
+                folder.type = QStringLiteral("FOLDER");
+                QVERIFY2(id < 4100 ? writer.addDocument(doc, &error) : writer.addFolder(folder, &error), qPrintable(error));
+            }
+        }
+        DemoSession d(server, QStringLiteral("Acme"));
+        QVERIFY(d.click(1) && d.tick(7));
+        for (const int jobs : {1, 3}) {
+            const QString dest = freshDestination();
+            const auto exporter = exporterTo(d, dest);
+            exporter->options.jobs = jobs;
+            QVERIFY(!exporter->run());
+            QCOMPARE(fileBytes(dest + QStringLiteral("/Docs/Memo 1.txt")), QByteArray("4001"));
+            QCOMPARE(fileBytes(dest + QStringLiteral("/Docs/Memo 1 [4002].txt")), QByteArray("4002"));
+            QVERIFY(QFileInfo(dest + QStringLiteral("/Docs/Pair 1")).isDir());
+            QVERIFY(QFileInfo(dest + QStringLiteral("/Docs/Pair 1 [4102]")).isDir());
+        }
+    }
+
     void loadedChildrenPlacementAndReplacement()
     {
         DemoSession d(m_fx.demo, QStringLiteral("Acme"));
