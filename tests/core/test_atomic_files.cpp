@@ -8,8 +8,6 @@
 #include "export/hashingreader.h"
 
 #include <algorithm>
-#include <atomic>
-#include <thread>
 #include <vector>
 
 using exporting::ExportDisk;
@@ -114,61 +112,6 @@ private slots:
             QCOMPARE(QFileInfo(written).lastModified().toUTC(), when);
             QCOMPARE(reader.sha256(), QString::fromLatin1(QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex()));
             QVERIFY(disk.wroteThisRun(written));
-        }
-    }
-
-    // A parallel export's workers stage and date files in the same directories at once while the
-    // walk puts earlier ones in place: every file arrives whole under its name, each directory's
-    // leftovers go, and nothing temporary stays behind.
-    void stagedFromSeveralThreads()
-    {
-        const QString dest = m_tmp.filePath(QStringLiteral("threads"));
-        constexpr int kDirs = 4, kThreads = 4, kFiles = 40;
-        for (int d = 0; d < kDirs; ++d) {
-            const QString dir = dest + QStringLiteral("/D%1").arg(d);
-            QVERIFY(QDir().mkpath(dir));
-            QFile f(dir + QStringLiteral("/.parcelwise-999999-1.part")); // another run's leftover
-            QVERIFY(f.open(QIODevice::WriteOnly));
-        }
-        ExportDisk disk(dest, false);
-        const QDateTime when = QDateTime(QDate(2019, 1, 2), QTime(3, 4, 5), Qt::UTC);
-        const auto fileOf = [&](int t, int i) { return dest + QStringLiteral("/D%1/t%2-%3.bin").arg(i % kDirs).arg(t).arg(i); };
-        const auto bytesOf = [](int t, int i) { return QByteArray(100 + 37 * i, char('a' + t)); };
-        std::vector<std::thread> threads;
-        std::atomic<int> failures{0};
-        for (int t = 0; t < kThreads; ++t) {
-            threads.emplace_back([&, t] {
-                for (int i = 0; i < kFiles; ++i) {
-                    try {
-                        repo::BytesReader reader(bytesOf(t, i));
-                        disk.stageFile(fileOf(t, i), reader);
-                        if (disk.dateFile(fileOf(t, i), when) != when)
-                            ++failures;
-                    } catch (...) {
-                        ++failures;
-                    }
-                }
-            });
-        }
-        // The walk's side meanwhile: what it asks about the files and the directories.
-        for (int i = 0; i < 200; ++i)
-            QVERIFY(!disk.wroteThisRun(fileOf(0, i % kFiles)) && !disk.madeThisRun(dest + QStringLiteral("/D0")));
-        for (std::thread &th : threads)
-            th.join();
-        QCOMPARE(failures.load(), 0);
-        for (int t = 0; t < kThreads; ++t)
-            for (int i = 0; i < kFiles; ++i)
-                disk.commitFile(fileOf(t, i), fileOf(t, i));
-        for (int d = 0; d < kDirs; ++d)
-            QCOMPARE(entries(dest + QStringLiteral("/D%1").arg(d)).size(), kThreads * kFiles / kDirs);
-        for (int t = 0; t < kThreads; ++t) {
-            for (int i = 0; i < kFiles; ++i) {
-                QFile f(fileOf(t, i));
-                QVERIFY(f.open(QIODevice::ReadOnly));
-                QCOMPARE(f.readAll(), bytesOf(t, i));
-                QCOMPARE(QFileInfo(f).lastModified().toUTC(), when);
-                QVERIFY(disk.wroteThisRun(fileOf(t, i)));
-            }
         }
     }
 };
