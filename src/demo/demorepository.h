@@ -67,8 +67,9 @@
 //   1014 paths.txt "C:\Temp notes"             1015 all-marks.txt "All marks \ / : * ? " < > | here"
 //   1016 padded.txt "  Padded title  "         (leading and trailing blanks)
 //   1017 dup-first.txt "Duplicate title"  and  1018 dup-second.txt "Duplicate title": equal titles
-//        and extensions; their order under "order by File_Description" is not defined, so tell
-//        the written file apart by its bytes (each text names its own rec_id).
+//        and extensions; their order under "order by File_Description" is not defined, but 1017,
+//        the lower id, keeps the title and 1018 is "Duplicate title [1018].txt" (each text names
+//        its own rec_id).
 //   1019 long.txt: a 300-character title (too long for a file name)
 //   1020 blank.txt ""  (empty title: written "[1020].txt", never a bare hidden ".txt")
 //   1021 "spaces" "   " (title of three blanks, stored name without a point)
