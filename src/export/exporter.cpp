@@ -137,7 +137,7 @@ QString Exporter::directoryFor(const QString &parent, const QString &cleaned, qi
 {
     const QChar sep = pathSeparator();
     const QString base = parent.endsWith(sep) ? parent : parent + sep;
-    // Never replace what this run made: siblings that clean alike each keep their own directory.
+    // Of siblings that clean alike the lowest id keeps the name; never over what this run made.
     bool renamed = false;
     const QString name = folderDirectoryName(cleaned, id, siblings, [&](const QString &n) {
         return disk().madeThisRun(base + n) || wroteThisRun(base + n);
