@@ -127,7 +127,8 @@ CommandDef exportCommand()
         "it tells what the real run would do.\n"
         "\n"
         "Items that cannot be written are listed in the export log (in the Documents folder, or\n"
-        "in --log-dir) and make the exit status 1. A progress line is shown on stderr when it is\n"
+        "in --log-dir) and make the exit status 1; each is also named on stderr as it happens, its\n"
+        "path below DIR and the reason, unless --quiet is given. A progress line is shown on stderr when it is\n"
         "a terminal (with --progress into a file or a pipe: one line every few seconds); a summary\n"
         "line is printed at the end in any case, and with --json one JSON object on stdout.\n"
         "\n"
@@ -159,7 +160,7 @@ CommandDef exportCommand()
                           << option("--log-dir", "DIR", "Directory for the export log (default: your Documents folder;\ncreated with its parents when missing)")
                           << option("--progress", "", "Show the progress line even when stderr is not a terminal")
                           << option("--no-progress", "", "Never show the progress line")
-                          << shortOption("-q", option("--quiet", "", "Show no progress line"))
+                          << shortOption("-q", option("--quiet", "", "Show no progress line and no failed items as they happen"))
                           << shortOption("-v", option("--verbose", "", "Print each directory and file on stdout as it is written"))
                           << jsonOption("At the end, print one JSON object on stdout: folders, documents,\n"
                                         "bytes, failures, retries, seconds, log, report, exitStatus")

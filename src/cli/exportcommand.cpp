@@ -197,6 +197,7 @@ struct ExportRequest {
     bool json = false;
     bool verbose = false;
     bool progress = false;
+    bool reasons = true; // each failed item on stderr as it happens
     int jobs = 1;
     bool update = false;
     QString report; // "" when none is wanted
@@ -268,7 +269,8 @@ int readRequest(const Parsed &p, ExportRequest *request)
         printError(printable(problem));
         return ExitError;
     }
-    request->progress = !p.has(QStringLiteral("--quiet"))
+    request->reasons = !p.has(QStringLiteral("--quiet"));
+    request->progress = request->reasons
         && (p.has(QStringLiteral("--progress")) || (!p.has(QStringLiteral("--no-progress")) && stderrIsTerminal()));
     return ExitDone;
 }
@@ -326,7 +328,8 @@ int runExport(const Parsed &p)
         printError(printable(held));
         return ExitError;
     }
-    ExportReporter reporter(destination, request.progress, (request.dryRun || request.verbose) && !request.json);
+    ExportReporter reporter(destination, request.progress, (request.dryRun || request.verbose) && !request.json,
+                            request.reasons);
     ReportFile report;
     if (!request.report.isEmpty() && !report.open(request.report, request.update, &problem)) {
         printError(printable(QStringLiteral("cannot write the report \"%1\": %2").arg(request.report, problem)));

@@ -56,6 +56,9 @@ public:
     // or several at once): told now and then while they stream.
     virtual void documentBytes(qint64 bytesInFlight) { Q_UNUSED(bytesInFlight); }
     virtual void failureLogged(const QString &line) { Q_UNUSED(line); }
+    // The same failure as the person reads it: the item's path (a document: its folder and its
+    // listed title) and the error's own words, as its report record carries them.
+    virtual void itemFailed(const QString &path, const QString &reason) { Q_UNUSED(path); Q_UNUSED(reason); }
     // --update: an existing directory kept, a document's file left as it was, and (dry run) a
     // file in a kept directory that the repository no longer lists.
     virtual void directoryKept(const QString &path) { Q_UNUSED(path); }
