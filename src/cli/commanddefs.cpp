@@ -169,7 +169,9 @@ CommandDef exportCommand()
         "  0  done: every item exported\n"
         "  1  some items could not be exported; they are listed in the export log\n"
         "  2  usage error, existing directories refused, or a local problem: the destination, the\n"
-        "     log or the report cannot be used\n") + QLatin1String(kSignInExits);
+        "     log or the report cannot be used\n") + QLatin1String(kSignInExits)
+        + QStringLiteral("  130, 143  stopped by SIGINT, SIGTERM: documents in flight abandoned, whole files kept;\n"
+                         "     a second SIGINT ends at once\n");
     exportCommand.examples = {
         QStringLiteral("parcelwise export --server sql01 --user exporter --database Acme \\\n"
                        "      --folder \"Projects/2016\" --folder Contracts --dest /srv/export --password-stdin < ~/.parcelwise-password"),

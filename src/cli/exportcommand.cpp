@@ -3,6 +3,7 @@
 
 #include "cli/clisession.h"
 #include "cli/destination.h"
+#include "cli/interrupts.h"
 #include "cli/jsonoutput.h"
 #include "cli/logcheck.h"
 #include "cli/progress.h"
@@ -143,7 +144,8 @@ QString summaryLog(const ExportResult &result, bool dryRun)
                                                                          : QString();
 }
 
-void printSummary(const ExportResult &result, bool dryRun, double seconds, const QString &destinationNote)
+void printSummary(const ExportResult &result, bool dryRun, double seconds, const QString &destinationNote,
+                  const QString &stoppedBy)
 {
     QString logPath = summaryLog(result, dryRun);
     if (result.failures > 0 && dryRun)
@@ -161,7 +163,9 @@ void printSummary(const ExportResult &result, bool dryRun, double seconds, const
                           .arg(result.jobs - result.connections)
                           .arg(printable(result.connectionError));
     writeErr(QStringLiteral("%1%2, %3%8, %4 bytes (%5), %6, %7 s; log: %9")
-                 .arg(dryRun ? QStringLiteral("Dry run, nothing written: would export ") : QStringLiteral("Exported "),
+                 .arg(QString(stoppedBy.isEmpty() ? QString() : QStringLiteral("Stopped by %1: ").arg(stoppedBy))
+                          + (dryRun ? QStringLiteral("Dry run, nothing written: would export ")
+                                    : stoppedBy.isEmpty() ? QStringLiteral("Exported ") : QStringLiteral("exported ")),
                       counted(result.folders, "folder"), counted(result.documents, "document"))
                  .arg(result.bytes)
                  .arg(humanBytes(result.bytes), counted(result.failures, "failure"),
@@ -344,13 +348,22 @@ int runExport(const Parsed &p)
         if (!request.json)
             writeOut(QStringLiteral("mkdir   ") + made + QLatin1Char('\n'));
     ExportResult result;
-    const bool ok = handled(QStringLiteral("FrmSendtofolder.cmdStart_Click"), [&] { result = exporter.run(options); });
+    exporting::StopRequest stop;
+    options.stop = &stop;
+    bool ok = false;
+    {
+        const InterruptScope interrupts(stop);
+        ok = handled(QStringLiteral("FrmSendtofolder.cmdStart_Click"), [&] { result = exporter.run(options); });
+    }
     reporter.finish();
 
-    printSummary(result, request.dryRun, reporter.elapsedSeconds(), destinationNote(request.output.dest, request.dryRun));
+    const int interrupted = interruptedStatus(stop);
+    printSummary(result, request.dryRun, reporter.elapsedSeconds(), destinationNote(request.output.dest, request.dryRun),
+                 interrupted ? signalName(stop.why()) : QString());
     if (!report.ok())
         printError(printable(QStringLiteral("the report \"%1\" is incomplete: %2").arg(request.report, report.errorString())));
-    const int status = !ok ? failureStatus()
+    const int status = interrupted ? interrupted
+        : !ok ? failureStatus()
         : result.anythingFailed() || !report.ok() || !session.port.openedLog.isEmpty() ? ExitItemsFailed
                                                                                          : ExitDone;
     if (request.json)

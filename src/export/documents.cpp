@@ -60,6 +60,10 @@ void Exporter::fxnSaveDocument(qint64 recId, const QString &path, const QString 
 
 void Exporter::retireDocument(const DocumentJob &job, DocumentOutcome &o)
 {
+    if (o.abandoned) { // the run was stopped: no file, no record, no log line
+        releaseRecords(job.serial);
+        return;
+    }
     m_retiring = true;
     // Each failure goes to the error trail and to the log just as it would had it happened here.
     const auto replay = [&](std::exception_ptr e) {

@@ -88,6 +88,7 @@ ExportResult Exporter::run(const ExportOptions &options)
         throw;
     }
     m_documents->drain();
+    m_result.stopped = stopped();
     const DocumentQueue::Connections connections = m_documents->connections();
     m_result.jobs = connections.asked;
     m_result.connections = connections.connected;
@@ -119,6 +120,7 @@ void Exporter::startQueue(int jobs)
     settings.archiveDb = m_signIn.strSelectedDb;
     settings.update = m_options.update;
     settings.digests = m_options.records != nullptr;
+    settings.stop = m_options.stop;
     m_fetcher = std::make_unique<DocumentFetcher>(std::move(settings), *m_disk);
     const DocumentFetcher *fetcher = m_fetcher.get(); // all the workers see of the run
     m_documents = std::make_unique<DocumentQueue>(
@@ -211,7 +213,7 @@ void Exporter::CopyCheckedFolders()
     // one whose directory could not be made is logged at its own place.
     QHash<const FolderTree::Node *, QString> meant;
     const int count = tree.count();
-    for (int index = 1; index <= count; ++index) {
+    for (int index = 1; index <= count && !stopped(); ++index) {
         FolderTree::Node *node = nullptr;
         if (!HuntERR::resume(source, [&] { node = tree.node(index); }))
             continue;
@@ -298,7 +300,7 @@ void Exporter::walkSubFolders(const QString &key, const QString &topPath, bool f
     QString id = key;
     id.remove(kFold);
     list(id, topPath, firstLevel);
-    while (!stack.empty()) {
+    while (!stack.empty() && !stopped()) {
         if (stack.back().rs.eof()) {
             const QString done = stack.back().path;
             stack.pop_back();
@@ -460,7 +462,7 @@ void Exporter::CopyFolderFiles(qint64 folderId, const QString &path)
     }
 
     const int rows = rs.recordCount();
-    for (int row = 0; row < rows && !rs.eof(); ++row) {
+    for (int row = 0; row < rows && !rs.eof() && !stopped(); ++row) {
         qint64 recId = 0;
         QString description;
         QString fileName;

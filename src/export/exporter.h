@@ -10,6 +10,7 @@
 #include "export/documentfetcher.h"
 #include "export/documentqueue.h"
 #include "export/exportreport.h"
+#include "export/stoprequest.h"
 #include "names/filenames.h"
 #include "repository/valuereader.h"
 #include "tree/treesession.h"
@@ -83,6 +84,9 @@ struct ExportOptions {
     ExportRecords *records = nullptr; // one record per folder and document, as the run goes
     // Files the caller relies on (its report): the run refuses to write where they lie.
     QStringList reliedOn;
+    // Asked to stop (stoprequest.h): the walk starts nothing more, documents in flight are
+    // abandoned, and the run returns what it wrote with stopped set. The caller keeps it alive.
+    StopRequest *stop = nullptr;
 };
 
 // What a run did. failures counts every item that could not be written (in a dry run: would
@@ -102,6 +106,7 @@ struct ExportResult {
     int jobs = 1;
     int connections = 1;
     QString connectionError;
+    bool stopped = false; // the stop request ended the run early: the counts are what was written
     // Something failed: the log was shown, or lines could not be logged, or (dry run) would be.
     bool anythingFailed() const { return failures > 0 || !unloggedLines.isEmpty(); }
 };
@@ -174,6 +179,7 @@ private:
     // Writes one failure line and keeps a failure of the log itself from ending the walk.
     void logFailure(const QString &source, qint64 id, const QString &name, const QString &location, quint8 type);
     QString logFolder() const;
+    bool stopped() const { return stopRequested(m_options.stop); }
     ExportDisk &disk();
     // The run's disk layer, its fetcher and its queue, made in this order and gone in the reverse.
     void startQueue(int jobs);
