@@ -153,7 +153,9 @@ void printSummary(const ExportResult &result, bool dryRun, double seconds, const
     logPath = logPath.isEmpty() ? QStringLiteral("none") : printable(logPath);
     if (const qsizetype lost = result.unloggedLines.size(); lost > 0 && !dryRun)
         logPath += QStringLiteral(" (%1 could not be logged; they are shown above)").arg(counted(lost, "failure"));
-    const QString kept = result.kept > 0 ? QStringLiteral(" (%1 more unchanged)").arg(result.kept) : QString();
+    QString kept = result.kept > 0 ? QStringLiteral(" (%1 more unchanged)").arg(result.kept) : QString();
+    if (result.skipped > 0)
+        kept += QStringLiteral(" (%1 left out by --exclude or --since)").arg(result.skipped);
     // --jobs that quietly became fewer would look like a slow server: say so.
     QString connections;
     if (result.connections < result.jobs)
@@ -206,7 +208,16 @@ struct ExportRequest {
     bool update = false;
     QString report; // "" when none is wanted
     OutputFolders output;
+    QStringList exclude;
+    QDateTime since; // invalid: no --since
 };
+
+// --since's DATE: a day (its start, local time) or a date and time; invalid when it is neither.
+QDateTime sinceDate(const QString &text)
+{
+    const QDate day = QDate::fromString(text.trimmed(), Qt::ISODate);
+    return day.isValid() ? day.startOfDay() : QDateTime::fromString(text.trimmed(), Qt::ISODate);
+}
 
 // The log of some run (named by the minute) in the log folder: the run would append its lines
 // to the report, or the report would replace an earlier run's log.
@@ -244,6 +255,17 @@ int readRequest(const Parsed &p, ExportRequest *request)
             return usageError(QStringLiteral("--jobs needs a whole number from 1 to %1, not \"%2\"")
                                   .arg(kMaxJobs)
                                   .arg(printable(text)),
+                              p.command);
+    }
+
+    request->exclude = p.values.value(QStringLiteral("--exclude"));
+    if (request->exclude.contains(QString()))
+        return usageError(QStringLiteral("--exclude needs a folder path pattern, such as \"Projects/*/Drafts\""), p.command);
+    if (p.has(QStringLiteral("--since"))) {
+        request->since = sinceDate(p.value(QStringLiteral("--since")));
+        if (!request->since.isValid())
+            return usageError(QStringLiteral("--since needs a date such as 2016-01-31 or 2016-01-31T08:00, not \"%1\"")
+                                  .arg(printable(p.value(QStringLiteral("--since")))),
                               p.command);
     }
 
@@ -313,6 +335,8 @@ int runExport(const Parsed &p)
     options.update = request.update;
     options.logFolder = request.output.log.path;
     options.jobs = request.jobs;
+    options.exclude = request.exclude;
+    options.since = request.since;
     if (!request.report.isEmpty())
         options.reliedOn << request.report;
     // Refused before anything is written: no folder made, no report emptied.

@@ -74,6 +74,19 @@ DocumentOutcome DocumentFetcher::fetch(const DocumentJob &job, repo::Connection 
         o.abandoned = true; // no document starts once the run is asked to stop
         return o;
     }
+    if (m_settings.since.isValid()) {
+        try {
+            const QDateTime when = documentDate(cn, job.recId);
+            if (when.isValid() && when < m_settings.since) {
+                o.before = when;
+                return o;
+            }
+        } catch (...) {
+            o.description = job.listedTitle;
+            o.readError = std::current_exception();
+            return o;
+        }
+    }
     const QString idText = QString::number(job.recId);
     const QString sql = m_settings.archive ? repo::statements::archiveDocument(idText, m_settings.archiveDb)
                                            : repo::statements::liveDocument(idText);

@@ -25,6 +25,7 @@ struct FetchSettings {
     bool update = false;  // a file already there with the document's size and date is kept
     bool digests = false; // each document's SHA-256 is taken on its way to the file
     const StopRequest *stop = nullptr; // asked to stop: no document starts, one streaming ends
+    QDateTime since; // valid: a document dated before it is not fetched (its date is read first)
 };
 
 class DocumentFetcher {

@@ -53,6 +53,7 @@ struct DocumentOutcome {
     qint64 streamed = 0; // bytes read from the repository on the way (told as progress)
     std::exception_ptr dateError;
     bool abandoned = false; // the run was asked to stop first: nothing written, nothing staged
+    QDateTime before;       // --since: the document's date, before the cut (not fetched)
 };
 
 class DocumentQueue {

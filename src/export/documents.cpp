@@ -60,7 +60,11 @@ void Exporter::fxnSaveDocument(qint64 recId, const QString &path, const QString 
 
 void Exporter::retireDocument(const DocumentJob &job, DocumentOutcome &o)
 {
-    if (o.abandoned) { // the run was stopped: no file, no record, no log line
+    if (o.abandoned || o.before.isValid()) { // stopped: no file, no record, no log line
+        if (o.before.isValid())
+            leaveOut(ExportRecord::Kind::Document, job.recId, job.listedTitle,
+                     job.folder + pathSeparator() + (job.fileName.isEmpty() ? job.fallbackName : job.fileName),
+                     QStringLiteral("dated %1, before --since").arg(o.before.toString(Qt::ISODate)));
         releaseRecords(job.serial);
         return;
     }

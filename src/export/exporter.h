@@ -17,6 +17,7 @@
 #include "tree/treeprocs.h"
 
 #include <QDateTime>
+#include <QRegularExpression>
 
 #include <QHash>
 #include <QSet>
@@ -41,6 +42,12 @@ QString exportLogNameFor(const QDateTime &when);
 // milliseconds ignored) stands for, taken as local time with the offset in force today.
 // Raises HuntERR::Error (13) on a text too short or not numeric where digits belong.
 QDateTime fileDateFromRepositoryText(const QString &text);
+// A glob ("*" any run of characters, "/" included; "?" one; "[...]" one of a set) as an
+// expression matching whole texts, letter case aside.
+QRegularExpression globExpression(const QString &glob);
+// A folder's path below the root: the names as stored from the top down, joined by "/".
+QString repositoryPathOf(const tree::FolderTree::Node *node);
+
 // The date the export gives a document's file: its own date, else its upload date, read with the
 // date statement; invalid when it has neither. Raises HuntERR::Error when the statement fails.
 QDateTime documentDate(repo::Connection &cn, qint64 recId);
@@ -87,6 +94,13 @@ struct ExportOptions {
     // Asked to stop (stoprequest.h): the walk starts nothing more, documents in flight are
     // abandoned, and the run returns what it wrote with stopped set. The caller keeps it alive.
     StopRequest *stop = nullptr;
+    // Filters; what they leave out is recorded as skipped. A folder whose path below the root
+    // ("/"-separated, names as stored) matches one of these globs (letter case aside; "*" spans
+    // "/" too) is left out with its whole subtree.
+    QStringList exclude;
+    // Valid: a document dated before it (its own date, else its upload date) is left out; it is
+    // dated with the date statement before its bytes are read. Undated documents are exported.
+    QDateTime since;
 };
 
 // What a run did. failures counts every item that could not be written (in a dry run: would
@@ -98,6 +112,7 @@ struct ExportResult {
     qint64 bytes = 0;
     qint64 failures = 0;
     qint64 kept = 0; // --update: documents left as they were (not in documents)
+    qint64 skipped = 0; // folders and documents the filters left out
     QStringList unloggedLines;
     QString logName; // the log's file name this run chose (it may have written none)
     QString logPath; // the log this run wrote to; "" when it wrote none
@@ -134,7 +149,7 @@ private:
     void CopyCheckedFolders();
     // The ticked node's directory filled: its subfolders (unless the tree loaded them) and documents.
     void MakeDir(const tree::FolderTree::Node *node, const QString &strPath);
-    void CopySubFolders(const QString &key, const QString &parentPath);
+    void CopySubFolders(const QString &key, const QString &parentPath, const QString &repoPath);
     void CopyFolderFiles(qint64 folderId, const QString &path);
     // Names the document as the folder's listing gives it and hands it over to be fetched,
     // written and dated (at once, or by a worker with more than one job).
@@ -158,9 +173,13 @@ private:
     // What this run wrote at path, once every document that may still write there is done.
     bool wroteThisRun(const QString &path);
     QString childFoldersQuery(const QString &id, bool firstLevel) const;
-    void walkSubFolders(const QString &key, const QString &topPath, bool firstLevel);
-    QString nextSubFolder(const repo::RecordSet &rs, const QString &parentPath, const QString &source,
-                          QSet<qint64> &listed);
+    void walkSubFolders(const QString &key, const QString &topPath, const QString &topRepoPath, bool firstLevel);
+    QString nextSubFolder(const repo::RecordSet &rs, const QString &parentPath, const QString &parentRepoPath,
+                          const QString &source, QSet<qint64> &listed);
+    // The glob of --exclude that the folder path (or one above it) matches; "" when none does.
+    QString exclusion(const QString &repoPath) const;
+    // An item the filters leave out, recorded as skipped at the path it would have had.
+    void leaveOut(ExportRecord::Kind kind, qint64 id, const QString &name, const QString &path, const QString &why);
     void folderDone(const QString &path);
     // The walk's own statements, sent ahead by the workers when there are any.
     void prefetchBelow(repo::RecordSet rs);
@@ -198,6 +217,8 @@ private:
     QHash<const tree::FolderTree::Node *, QString> m_nodeDirs; // ticked nodes' directories
     QSet<QString> m_keptDirs;  // --update: directories kept from an earlier run
     qint64 m_childId = 0;
+    QString m_childRepoPath; // and its path below the root
+    QList<QPair<QString, QRegularExpression>> m_excluded; // --exclude's globs
     qint64 m_submitted = 0;    // documents handed out so far
     std::deque<std::pair<qint64, ExportRecord>> m_heldRecords; // waiting for the job of that serial
     std::deque<QString> m_ahead; // statements the walk will send, in its order, not yet sent ahead
