@@ -60,7 +60,8 @@ void Exporter::fxnSaveDocument(qint64 recId, const QString &path, const QString 
 
 void Exporter::retireDocument(const DocumentJob &job, DocumentOutcome &o)
 {
-    if (o.abandoned || o.before.isValid()) { // stopped: no file, no record, no log line
+    // Stopped: no file, no record, no log line. Dated before --since: recorded as left out.
+    if (o.abandoned || o.before.isValid()) {
         if (o.before.isValid())
             leaveOut(ExportRecord::Kind::Document, job.recId, job.listedTitle,
                      job.folder + pathSeparator() + (job.fileName.isEmpty() ? job.fallbackName : job.fileName),

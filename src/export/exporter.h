@@ -6,6 +6,8 @@
 // to the thread that calls run(), the walk's thread, which also owns the error trail. With more
 // than one job, workers fetch documents through the run's DocumentFetcher only
 // (documentfetcher.h); their outcomes come back to the walk's thread through the DocumentQueue.
+// The run's stop request (ExportOptions::stop, stoprequest.h) may be set from any thread or a
+// signal handler while run() goes on.
 
 #include "export/documentfetcher.h"
 #include "export/documentqueue.h"
