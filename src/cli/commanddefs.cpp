@@ -102,12 +102,44 @@ CommandDef treeCommand()
     return tree;
 }
 
+QList<OptionDef> exportOptions()
+{
+    QList<OptionDef> options = signInOptions();
+    options << option("--database", "NAME", "Company database to export from (live or archive)")
+            << option("--folder", "PATH", "Folder to export, e.g. \"Projects/2016\"; may be repeated", true)
+            << option("--all", "", "Export every folder directly below the root")
+            << option("--exclude", "PATTERN", "Leave out each folder, with its subtree, whose path below the root\n"
+                                                            "matches PATTERN (* ? [..], letter case aside); may be repeated", true)
+            << option("--since", "DATE", "Leave out documents dated before DATE (2016-01-31 or\n"
+                                                       "2016-01-31T08:00): each is dated first, with a statement more")
+            << option("--dest", "DIR", "Directory that receives the folders (created with its parents when missing)")
+            << shortOption("-j", option("--jobs", "N", "Documents fetched and written at once, each on its own\nconnection (1 to 64; default 1)"))
+            << shortOption("-n", option("--dry-run", "", "Write nothing; list the directories and files it would write\n"
+                                                                       "and the existing directories it would delete or refuse"))
+            << option("--replace", "", "Delete existing directories of the names the run writes and\nwrite them anew")
+            << option("--update", "", "Keep existing directories and leave documents whose file has\n"
+                                                    "their size and date; with --dry-run, also list files the\n"
+                                                    "repository no longer holds")
+            << option("--report", "FILE", "Write a JSON Lines record of every folder and document to FILE\n"
+                                                        "(with --update, digests of unchanged files carry over from FILE)")
+            << option("--log-dir", "DIR", "Directory for the export log (default: your Documents folder;\ncreated with its parents when missing)")
+            << option("--progress", "", "Show the progress line even when stderr is not a terminal")
+            << option("--no-progress", "", "Never show the progress line")
+            << shortOption("-q", option("--quiet", "", "Show no progress line and no failed items as they happen"))
+            << shortOption("-v", option("--verbose", "", "Print each directory and file on stdout as it is written"))
+            << jsonOption("At the end, print one JSON object on stdout: folders, documents,\n"
+                                        "bytes, failures, retries, seconds, log, report, exitStatus")
+            << traceOption() << helpOption();
+    return options;
+}
+
 CommandDef exportCommand()
 {
     CommandDef exportCommand;
     exportCommand.name = QStringLiteral("export");
     exportCommand.synopsis = QStringLiteral(
         "export --server NAME --user NAME --database NAME (--folder PATH ... | --all) --dest DIR\n"
+        "                         [--exclude PATTERN ...] [--since DATE]\n"
         "                         [-j N] [-n] [--replace | --update] [--report FILE] [--log-dir DIR] [--json]\n"
         "                         [--progress | --no-progress] [-q] [-v] [--password-stdin | --password-file FILE]");
     exportCommand.summary = QStringLiteral("Export folders and their documents to a directory");
@@ -120,6 +152,12 @@ CommandDef exportCommand()
         "matched whole (\"Q1: Plans/Drafts\").\n"
         "--all ticks every folder directly below the root.\n"
         "\n"
+        "--exclude and --since leave items out; each is in the report as skipped. --exclude's\n"
+        "PATTERN is matched against a folder's path below the root, names as stored, \"/\" between\n"
+        "them (\"*\" spans \"/\" too). --since takes a document's own date, else its upload date;\n"
+        "it runs the date statement for each document before its bytes are read, so it costs a\n"
+        "round trip per document. Documents without any date are exported.\n"
+        "\n"
         "Before anything is written, the directories the run would make at the top of DIR are\n"
         "looked for: when any of them is already there (a directory, a file or a link), the run\n"
         "refuses, names them and touches nothing. --replace deletes each and writes it anew, with\n"
@@ -127,7 +165,8 @@ CommandDef exportCommand()
         "it tells what the real run would do.\n"
         "\n"
         "Items that cannot be written are listed in the export log (in the Documents folder, or\n"
-        "in --log-dir) and make the exit status 1. A progress line is shown on stderr when it is\n"
+        "in --log-dir) and make the exit status 1; each is also named on stderr as it happens, its\n"
+        "path below DIR and the reason, unless --quiet is given. A progress line is shown on stderr when it is\n"
         "a terminal (with --progress into a file or a pipe: one line every few seconds); a summary\n"
         "line is printed at the end in any case, and with --json one JSON object on stdout.\n"
         "\n"
@@ -142,33 +181,14 @@ CommandDef exportCommand()
         "SHA-256, date, status), for 'parcelwise verify'. --update finishes or refreshes an earlier\n"
         "export into the same DIR: existing directories are kept, a document whose file is there\n"
         "with its size and date is left alone, everything else is written.");
-    exportCommand.options = signInOptions();
-    exportCommand.options << option("--database", "NAME", "Company database to export from (live or archive)")
-                          << option("--folder", "PATH", "Folder to export, e.g. \"Projects/2016\"; may be repeated", true)
-                          << option("--all", "", "Export every folder directly below the root")
-                          << option("--dest", "DIR", "Directory that receives the folders (created with its parents when missing)")
-                          << shortOption("-j", option("--jobs", "N", "Documents fetched and written at once, each on its own\nconnection (1 to 64; default 1)"))
-                          << shortOption("-n", option("--dry-run", "", "Write nothing; list the directories and files it would write\n"
-                                                                       "and the existing directories it would delete or refuse"))
-                          << option("--replace", "", "Delete existing directories of the names the run writes and\nwrite them anew")
-                          << option("--update", "", "Keep existing directories and leave documents whose file has\n"
-                                                    "their size and date; with --dry-run, also list files the\n"
-                                                    "repository no longer holds")
-                          << option("--report", "FILE", "Write a JSON Lines record of every folder and document to FILE\n"
-                                                        "(with --update, digests of unchanged files carry over from FILE)")
-                          << option("--log-dir", "DIR", "Directory for the export log (default: your Documents folder;\ncreated with its parents when missing)")
-                          << option("--progress", "", "Show the progress line even when stderr is not a terminal")
-                          << option("--no-progress", "", "Never show the progress line")
-                          << shortOption("-q", option("--quiet", "", "Show no progress line"))
-                          << shortOption("-v", option("--verbose", "", "Print each directory and file on stdout as it is written"))
-                          << jsonOption("At the end, print one JSON object on stdout: folders, documents,\n"
-                                        "bytes, failures, retries, seconds, log, report, exitStatus")
-                          << traceOption() << helpOption();
+    exportCommand.options = exportOptions();
     exportCommand.exitStatus = QStringLiteral(
         "  0  done: every item exported\n"
         "  1  some items could not be exported; they are listed in the export log\n"
         "  2  usage error, existing directories refused, or a local problem: the destination, the\n"
-        "     log or the report cannot be used\n") + QLatin1String(kSignInExits);
+        "     log or the report cannot be used\n") + QLatin1String(kSignInExits)
+        + QStringLiteral("  130, 143  stopped by SIGINT, SIGTERM: documents in flight abandoned, whole files kept;\n"
+                         "     a second SIGINT ends at once\n");
     exportCommand.examples = {
         QStringLiteral("parcelwise export --server sql01 --user exporter --database Acme \\\n"
                        "      --folder \"Projects/2016\" --folder Contracts --dest /srv/export --password-stdin < ~/.parcelwise-password"),

@@ -3,6 +3,7 @@
 
 #include "cli/clisession.h"
 #include "cli/destination.h"
+#include "cli/interrupts.h"
 #include "cli/jsonoutput.h"
 #include "cli/logcheck.h"
 #include "cli/progress.h"
@@ -142,7 +143,8 @@ QString summaryLog(const ExportResult &result, bool dryRun)
                                                                          : QString();
 }
 
-void printSummary(const ExportResult &result, bool dryRun, double seconds, const QString &destinationNote)
+void printSummary(const ExportResult &result, bool dryRun, double seconds, const QString &destinationNote,
+                  const QString &stoppedBy)
 {
     QString logPath = summaryLog(result, dryRun);
     if (result.failures > 0 && dryRun)
@@ -150,7 +152,9 @@ void printSummary(const ExportResult &result, bool dryRun, double seconds, const
     logPath = logPath.isEmpty() ? QStringLiteral("none") : printable(logPath);
     if (const qsizetype lost = result.unloggedLines.size(); lost > 0 && !dryRun)
         logPath += QStringLiteral(" (%1 could not be logged; they are shown above)").arg(counted(lost, "failure"));
-    const QString kept = result.kept > 0 ? QStringLiteral(" (%1 more unchanged)").arg(result.kept) : QString();
+    QString kept = result.kept > 0 ? QStringLiteral(" (%1 more unchanged)").arg(result.kept) : QString();
+    if (result.skipped > 0)
+        kept += QStringLiteral(" (%1 left out by --exclude or --since)").arg(result.skipped);
     // --jobs that quietly became fewer would look like a slow server: say so.
     QString connections;
     if (result.connections < result.jobs)
@@ -160,7 +164,9 @@ void printSummary(const ExportResult &result, bool dryRun, double seconds, const
                           .arg(result.jobs - result.connections)
                           .arg(printable(result.connectionError));
     writeErr(QStringLiteral("%1%2, %3%8, %4 bytes (%5), %6, %7 s; log: %9")
-                 .arg(dryRun ? QStringLiteral("Dry run, nothing written: would export ") : QStringLiteral("Exported "),
+                 .arg(QString(stoppedBy.isEmpty() ? QString() : QStringLiteral("Stopped by %1: ").arg(stoppedBy))
+                          + (dryRun ? QStringLiteral("Dry run, nothing written: would export ")
+                                    : stoppedBy.isEmpty() ? QStringLiteral("Exported ") : QStringLiteral("exported ")),
                       counted(result.folders, "folder"), counted(result.documents, "document"))
                  .arg(result.bytes)
                  .arg(humanBytes(result.bytes), counted(result.failures, "failure"),
@@ -196,11 +202,21 @@ struct ExportRequest {
     bool json = false;
     bool verbose = false;
     bool progress = false;
+    bool reasons = true; // each failed item on stderr as it happens
     int jobs = 1;
     bool update = false;
     QString report; // "" when none is wanted
     OutputFolders output;
+    QStringList exclude;
+    QDateTime since; // invalid: no --since
 };
+
+// --since's DATE: a day (its start, local time) or a date and time; invalid when it is neither.
+QDateTime sinceDate(const QString &text)
+{
+    const QDate day = QDate::fromString(text.trimmed(), Qt::ISODate);
+    return day.isValid() ? day.startOfDay() : QDateTime::fromString(text.trimmed(), Qt::ISODate);
+}
 
 // The log of some run (named by the minute) in the log folder: the run would append its lines
 // to the report, or the report would replace an earlier run's log.
@@ -241,6 +257,17 @@ int readRequest(const Parsed &p, ExportRequest *request)
                               p.command);
     }
 
+    request->exclude = p.values.value(QStringLiteral("--exclude"));
+    if (request->exclude.contains(QString()))
+        return usageError(QStringLiteral("--exclude needs a folder path pattern, such as \"Projects/*/Drafts\""), p.command);
+    if (p.has(QStringLiteral("--since"))) {
+        request->since = sinceDate(p.value(QStringLiteral("--since")));
+        if (!request->since.isValid())
+            return usageError(QStringLiteral("--since needs a date such as 2016-01-31 or 2016-01-31T08:00, not \"%1\"")
+                                  .arg(printable(p.value(QStringLiteral("--since")))),
+                              p.command);
+    }
+
     QString problem;
     const QString logText = p.value(QStringLiteral("--log-dir"));
     if (!checkOutputFolders(p.value(QStringLiteral("--dest")), p.has(QStringLiteral("--log-dir")) ? &logText : nullptr,
@@ -267,7 +294,8 @@ int readRequest(const Parsed &p, ExportRequest *request)
         printError(printable(problem));
         return ExitError;
     }
-    request->progress = !p.has(QStringLiteral("--quiet"))
+    request->reasons = !p.has(QStringLiteral("--quiet"));
+    request->progress = request->reasons
         && (p.has(QStringLiteral("--progress")) || (!p.has(QStringLiteral("--no-progress")) && stderrIsTerminal()));
     return ExitDone;
 }
@@ -306,6 +334,8 @@ int runExport(const Parsed &p)
     options.update = request.update;
     options.logFolder = request.output.log.path;
     options.jobs = request.jobs;
+    options.exclude = request.exclude;
+    options.since = request.since;
     if (!request.report.isEmpty())
         options.reliedOn << request.report;
     // Refused before anything is written: no folder made, no report emptied.
@@ -325,7 +355,8 @@ int runExport(const Parsed &p)
         printError(printable(held));
         return ExitError;
     }
-    ExportReporter reporter(destination, request.progress, (request.dryRun || request.verbose) && !request.json);
+    ExportReporter reporter(destination, request.progress, (request.dryRun || request.verbose) && !request.json,
+                            request.reasons);
     ReportFile report;
     if (!request.report.isEmpty() && !report.open(request.report, request.update, &problem)) {
         printError(printable(QStringLiteral("cannot write the report \"%1\": %2").arg(request.report, problem)));
@@ -340,13 +371,22 @@ int runExport(const Parsed &p)
         if (!request.json)
             writeOut(QStringLiteral("mkdir   ") + made + QLatin1Char('\n'));
     ExportResult result;
-    const bool ok = handled(QStringLiteral("FrmSendtofolder.cmdStart_Click"), [&] { result = exporter.run(options); });
+    exporting::StopRequest stop;
+    options.stop = &stop;
+    bool ok = false;
+    {
+        const InterruptScope interrupts(stop);
+        ok = handled(QStringLiteral("FrmSendtofolder.cmdStart_Click"), [&] { result = exporter.run(options); });
+    }
     reporter.finish();
 
-    printSummary(result, request.dryRun, reporter.elapsedSeconds(), destinationNote(request.output.dest, request.dryRun));
+    const int interrupted = interruptedStatus(stop);
+    printSummary(result, request.dryRun, reporter.elapsedSeconds(), destinationNote(request.output.dest, request.dryRun),
+                 interrupted ? signalName(stop.why()) : QString());
     if (!report.ok())
         printError(printable(QStringLiteral("the report \"%1\" is incomplete: %2").arg(request.report, report.errorString())));
-    const int status = !ok ? failureStatus()
+    const int status = interrupted ? interrupted
+        : !ok ? failureStatus()
         : result.anythingFailed() || !report.ok() || !session.port.openedLog.isEmpty() ? ExitItemsFailed
                                                                                          : ExitDone;
     if (request.json)

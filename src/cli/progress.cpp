@@ -25,10 +25,11 @@ QString counted(qint64 count, const char *noun)
     return QString::number(count) + QLatin1Char(' ') + QLatin1String(noun) + (count == 1 ? QString() : QStringLiteral("s"));
 }
 
-ExportReporter::ExportReporter(const QString &destination, bool showProgress, bool listing)
+ExportReporter::ExportReporter(const QString &destination, bool showProgress, bool listing, bool reasons)
     : m_destination(QDir::toNativeSeparators(destination))
     , m_progress(showProgress)
     , m_listing(listing)
+    , m_reasons(reasons)
     , m_lines(!stderrIsTerminal())
 {
     m_clock.start();
@@ -103,6 +104,15 @@ void ExportReporter::failureLogged(const QString &)
 {
     ++m_failures;
     draw(false);
+}
+
+void ExportReporter::itemFailed(const QString &path, const QString &reason)
+{
+    if (!m_reasons)
+        return;
+    if (m_progress)
+        clearLine();
+    writeErr(printable(shown(path)) + QStringLiteral(": ") + printable(reason) + QLatin1Char('\n'));
 }
 
 void ExportReporter::failureUnlogged(const QString &line)

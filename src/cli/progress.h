@@ -17,7 +17,8 @@ QString counted(qint64 count, const char *noun);
 class ExportReporter : public exporting::ExportObserver {
 public:
     // destination: shown paths are relative to it. listing: the dry run's lines on stdout.
-    ExportReporter(const QString &destination, bool showProgress, bool listing);
+    // reasons: each failed item on stderr as it happens, with the error's own words.
+    ExportReporter(const QString &destination, bool showProgress, bool listing, bool reasons = false);
 
     void folderStarted(const QString &path) override;
     void directoryRemoved(const QString &path) override;
@@ -25,6 +26,7 @@ public:
     void documentWritten(const QString &filePath, qint64 bytes) override;
     void documentBytes(qint64 bytesInFlight) override;
     void failureLogged(const QString &line) override;
+    void itemFailed(const QString &path, const QString &reason) override;
     void failureUnlogged(const QString &line) override;
     void directoryKept(const QString &path) override;
     void documentKept(const QString &filePath, qint64 bytes) override;
@@ -43,6 +45,7 @@ private:
     QString m_destination;
     bool m_progress;
     bool m_listing;
+    bool m_reasons;
     QElapsedTimer m_clock;
     bool m_lines; // stderr is no terminal: whole lines now and then, never a line drawn over
     qint64 m_lastDraw = -1;

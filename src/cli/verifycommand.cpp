@@ -93,6 +93,8 @@ void verifyDocument(const QString &dest, const ExportRecord &r, Session *session
 void verifyRecord(const QString &dest, const ExportRecord &r, Session *session, VerifyCounts &counts,
                   ExportReporter &reporter)
 {
+    if (r.isFilteredOut())
+        return; // nothing was written for it
     if (r.status == ReportStatus::Failed) {
         counts.failedInExport += r.kind == ExportRecord::Kind::Document ? 1 : 0;
         return;
@@ -139,7 +141,7 @@ ReportRun checkRecords(ReportReader &reader, const QString &label, const QString
         }
         ++run.records;
         verifyRecord(dest, r, session, counts, reporter);
-        if (extra && r.status != ReportStatus::Failed)
+        if (extra && r.status != ReportStatus::Failed && !r.isFilteredOut())
             name(run.named, r.path);
     }
     run.readError = reader.error();

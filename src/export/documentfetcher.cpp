@@ -15,15 +15,19 @@ using names::pathSeparator;
 
 namespace {
 
-// Counts what passes, for the progress line.
+// Counts what passes, for the progress line; ends the stream when the run is asked to stop (the
+// disk layer then removes the temporary file).
 class CountingReader final : public repo::ValueReader {
 public:
-    CountingReader(repo::ValueReader &inner, const DocumentQueue::Counted &counted, qint64 *total)
-        : m_inner(inner), m_counted(counted), m_total(total)
+    CountingReader(repo::ValueReader &inner, const DocumentQueue::Counted &counted, qint64 *total,
+                   const StopRequest *stop)
+        : m_inner(inner), m_counted(counted), m_total(total), m_stop(stop)
     {
     }
     qint64 read(char *buffer, qint64 max) override
     {
+        if (stopRequested(m_stop))
+            HuntERR::raise(HuntERR::ERR_GENERAL, QStringLiteral("The export was stopped"));
         const qint64 n = m_inner.read(buffer, max);
         if (n > 0) {
             *m_total += n;
@@ -38,6 +42,7 @@ private:
     repo::ValueReader &m_inner;
     const DocumentQueue::Counted &m_counted;
     qint64 *m_total;
+    const StopRequest *m_stop;
 };
 
 repo::StreamedRow openDocument(repo::Connection &cn, const QString &sql, qint64 recId, DocumentOutcome &o)
@@ -65,6 +70,23 @@ DocumentFetcher::DocumentFetcher(FetchSettings settings, ExportDisk &disk)
 DocumentOutcome DocumentFetcher::fetch(const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted) const
 {
     DocumentOutcome o;
+    if (stopRequested(m_settings.stop)) {
+        o.abandoned = true; // no document starts once the run is asked to stop
+        return o;
+    }
+    if (m_settings.since.isValid()) {
+        try {
+            const QDateTime when = documentDate(cn, job.recId);
+            if (when.isValid() && when < m_settings.since) {
+                o.before = when;
+                return o;
+            }
+        } catch (...) {
+            o.description = job.listedTitle;
+            o.readError = std::current_exception();
+            return o;
+        }
+    }
     const QString idText = QString::number(job.recId);
     const QString sql = m_settings.archive ? repo::statements::archiveDocument(idText, m_settings.archiveDb)
                                            : repo::statements::liveDocument(idText);
@@ -78,11 +100,16 @@ DocumentOutcome DocumentFetcher::fetch(const DocumentJob &job, repo::Connection 
             if (!row.value) // the date statement ended it: sent again for the bytes
                 row = openDocument(cn, sql, job.recId, o);
         }
-        CountingReader bytes(*row.value, counted, &o.streamed);
+        CountingReader bytes(*row.value, counted, &o.streamed, m_settings.stop);
         writing = true;
         stage(job, bytes, o);
     } catch (...) {
         (writing ? o.writeError : o.readError) = std::current_exception();
+    }
+    // Cut short by the stop (or failing as it came): abandoned, not a failure of the document.
+    if (stopRequested(m_settings.stop) && o.written.isEmpty()) {
+        o.abandoned = true;
+        return o;
     }
     // The statement is closed by now: the connection is free for the date. The file is dated
     // under its temporary name, so a file under a final name is always complete and dated.

@@ -9,6 +9,7 @@
 // error trail. Failures travel back in the outcome as they were raised.
 
 #include "export/documentqueue.h"
+#include "export/stoprequest.h"
 
 #include <QDateTime>
 #include <QString>
@@ -23,6 +24,8 @@ struct FetchSettings {
     QString archiveDb;
     bool update = false;  // a file already there with the document's size and date is kept
     bool digests = false; // each document's SHA-256 is taken on its way to the file
+    const StopRequest *stop = nullptr; // asked to stop: no document starts, one streaming ends
+    QDateTime since; // valid: a document dated before it is not fetched (its date is read first)
 };
 
 class DocumentFetcher {

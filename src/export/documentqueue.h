@@ -52,6 +52,8 @@ struct DocumentOutcome {
     std::exception_ptr keptDateError; // --update: the date statement failed (the file is written)
     qint64 streamed = 0; // bytes read from the repository on the way (told as progress)
     std::exception_ptr dateError;
+    bool abandoned = false; // the run was asked to stop first: nothing written, nothing staged
+    QDateTime before;       // --since: the document's date, before the cut (not fetched)
 };
 
 class DocumentQueue {

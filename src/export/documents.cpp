@@ -67,6 +67,15 @@ void Exporter::fxnSaveDocument(qint64 recId, const QString &path, const QString 
 
 void Exporter::retireDocument(const DocumentJob &job, DocumentOutcome &o)
 {
+    // Stopped: no file, no record, no log line. Dated before --since: recorded as left out.
+    if (o.abandoned || o.before.isValid()) {
+        if (o.before.isValid())
+            leaveOut(ExportRecord::Kind::Document, job.recId, job.listedTitle,
+                     job.folder + pathSeparator() + (job.fileName.isEmpty() ? job.fallbackName : job.fileName),
+                     QStringLiteral("dated %1, before --since").arg(o.before.toString(Qt::ISODate)));
+        releaseRecords(job.serial);
+        return;
+    }
     m_retiring = true;
     // Each failure goes to the error trail and to the log just as it would had it happened here.
     const auto replay = [&](std::exception_ptr e) {

@@ -66,6 +66,9 @@ ExportResult Exporter::run(const ExportOptions &options)
     m_logWritten = false;
     m_logFolder.clear();
     m_result.logName = exportLogNameFor(QDateTime::currentDateTime()).mid(1);
+    m_excluded.clear();
+    for (const QString &glob : options.exclude)
+        m_excluded.append({glob, globExpression(glob)});
 
     // One job in a dry run: it reads no bytes, and its picture of the disk belongs to the walk.
     // Step mode asks about each failure as it happens, which only the walk's thread can do.
@@ -77,6 +80,7 @@ ExportResult Exporter::run(const ExportOptions &options)
         throw;
     }
     m_documents->drain();
+    m_result.stopped = stopped();
     const DocumentQueue::Connections connections = m_documents->connections();
     m_result.jobs = connections.asked;
     m_result.connections = connections.connected;
@@ -108,6 +112,8 @@ void Exporter::startQueue(int jobs)
     settings.archiveDb = m_signIn.strSelectedDb;
     settings.update = m_options.update;
     settings.digests = m_options.records != nullptr;
+    settings.stop = m_options.stop;
+    settings.since = m_options.since;
     m_fetcher = std::make_unique<DocumentFetcher>(std::move(settings), *m_disk);
     const DocumentFetcher *fetcher = m_fetcher.get(); // all the workers see of the run
     m_documents = std::make_unique<DocumentQueue>(
@@ -197,7 +203,7 @@ void Exporter::CopyCheckedFolders()
     QHash<const FolderTree::Node *, QString> meant;
     const QHash<const FolderTree::Node *, NameOwners> siblings = tickedOwners(tree);
     const int count = tree.count();
-    for (int index = 1; index <= count; ++index) {
+    for (int index = 1; index <= count && !stopped(); ++index) {
         FolderTree::Node *node = nullptr;
         if (!HuntERR::resume(source, [&] { node = tree.node(index); }))
             continue;
@@ -219,6 +225,10 @@ void Exporter::CopyCheckedFolders()
         const QString cleaned = RemoveSpChr(tag);
         QString target = meantParent + pathSeparator() + cleaned;
         meant.insert(node, target);
+        if (const QString glob = exclusion(repositoryPathOf(node)); !glob.isEmpty()) {
+            leaveOut(ExportRecord::Kind::Folder, id, node->tag, target, QStringLiteral("excluded by ") + glob);
+            continue;
+        }
         auto logged = [&] { logFailure(source, id, node->tag, target, kFolderLine); };
         if (parentDir.isEmpty() || m_walked.contains(id)) {
             logged(); // its parent's directory could not be made, or the folder was already written
@@ -241,14 +251,14 @@ void Exporter::MakeDir(const FolderTree::Node *node, const QString &strPath)
     HuntERR::inner(kForm + QStringLiteral("MakeDir(strPath)"), [&] {
         // Loaded children are nodes of their own and go with the walk only when ticked.
         if (node->children.size() < 1)
-            CopySubFolders(node->key, strPath);
+            CopySubFolders(node->key, strPath, repositoryPathOf(node));
         CopyFolderFiles(folderIdOfKey(node->key), strPath);
     });
 }
 
-void Exporter::CopySubFolders(const QString &key, const QString &parentPath)
+void Exporter::CopySubFolders(const QString &key, const QString &parentPath, const QString &repoPath)
 {
-    walkSubFolders(key, parentPath, true);
+    walkSubFolders(key, parentPath, repoPath, true);
 }
 
 QString Exporter::childFoldersQuery(const QString &id, bool firstLevel) const
@@ -258,17 +268,18 @@ QString Exporter::childFoldersQuery(const QString &id, bool firstLevel) const
 
 // The subfolder tree below one folder, depth first in name order, with an explicit stack of the
 // open listings: the depth of a repository's tree never meets the depth of the call stack.
-void Exporter::walkSubFolders(const QString &key, const QString &topPath, bool firstLevel)
+void Exporter::walkSubFolders(const QString &key, const QString &topPath, const QString &topRepoPath, bool firstLevel)
 {
     struct Level {
         repo::RecordSet rs;
         QString path;
+        QString repoPath;
         QString source;
         QSet<qint64> listed;
         NameOwners names; // which child keeps a name that several clean to
     };
     std::vector<Level> stack;
-    auto list = [&](const QString &id, const QString &path, bool first) {
+    auto list = [&](const QString &id, const QString &path, const QString &repoPath, bool first) {
         const QString source = first ? QStringLiteral("FrmSendtofolder.CopySubFolders(key,parentPath)")
                                      : QStringLiteral("FrmSendtofolder.CopySubFoldersDeep(key,parentPath)");
         repo::RecordSet rs;
@@ -278,13 +289,13 @@ void Exporter::walkSubFolders(const QString &key, const QString &topPath, bool f
             return false;
         }
         prefetchBelow(rs);
-        stack.push_back({rs, path, source, {}, subfolderOwners(rs)});
+        stack.push_back({rs, path, repoPath, source, {}, subfolderOwners(rs)});
         return true;
     };
     QString id = key;
     id.remove(kFold);
-    list(id, topPath, firstLevel);
-    while (!stack.empty()) {
+    list(id, topPath, topRepoPath, firstLevel);
+    while (!stack.empty() && !stopped()) {
         if (stack.back().rs.eof()) {
             const QString done = stack.back().path;
             stack.pop_back();
@@ -295,8 +306,9 @@ void Exporter::walkSubFolders(const QString &key, const QString &topPath, bool f
             continue;
         }
         Level &level = stack.back();
-        const QString childPath = nextSubFolder(level.rs, level.path, level.source, level.listed, level.names);
-        if (childPath.isEmpty() || !list(QString::number(m_childId), childPath, false)) {
+        const QString childPath =
+            nextSubFolder(level.rs, level.path, level.repoPath, level.source, level.listed, level.names);
+        if (childPath.isEmpty() || !list(QString::number(m_childId), childPath, m_childRepoPath, false)) {
             if (!childPath.isEmpty())
                 folderDone(childPath);
             stack.back().rs.moveNext();
@@ -387,8 +399,8 @@ void Exporter::folderDone(const QString &path)
 
 // One row of a listing: the child's directory made and its documents written. Returns the
 // directory to descend into, or "" when the child is skipped or failed (logged).
-QString Exporter::nextSubFolder(const repo::RecordSet &rs, const QString &parentPath, const QString &source,
-                                QSet<qint64> &listed, const NameOwners &siblings)
+QString Exporter::nextSubFolder(const repo::RecordSet &rs, const QString &parentPath, const QString &parentRepoPath,
+                                const QString &source, QSet<qint64> &listed, const NameOwners &siblings)
 {
     qint64 childId = 0;
     QString folderName;
@@ -420,6 +432,14 @@ QString Exporter::nextSubFolder(const repo::RecordSet &rs, const QString &parent
     if (listed.contains(childId))
         return {};
     listed.insert(childId);
+    const QString repoPath = parentRepoPath + QLatin1Char('/') + folderName;
+    if (const QString glob = exclusion(repoPath); !glob.isEmpty()) {
+        QString cleaned = folderName;
+        leaveOut(ExportRecord::Kind::Folder, childId, folderName, parentPath + pathSeparator() + RemoveSpChr(cleaned),
+                 QStringLiteral("excluded by ") + glob);
+        dropAhead(childId);
+        return {};
+    }
     if (m_walked.contains(childId)) {
         logged();
         dropAhead(childId);
@@ -437,6 +457,7 @@ QString Exporter::nextSubFolder(const repo::RecordSet &rs, const QString &parent
     if (!HuntERR::resume(source, [&] { CopyFolderFiles(childId, childPath); }))
         logged();
     m_childId = childId;
+    m_childRepoPath = repoPath;
     return childPath;
 }
 
@@ -462,7 +483,7 @@ void Exporter::CopyFolderFiles(qint64 folderId, const QString &path)
 
     const NameOwners owners = documentOwners(rs);
     const int rows = rs.recordCount();
-    for (int row = 0; row < rows && !rs.eof(); ++row) {
+    for (int row = 0; row < rows && !rs.eof() && !stopped(); ++row) {
         qint64 recId = 0;
         QString description;
         QString fileName;

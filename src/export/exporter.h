@@ -6,17 +6,21 @@
 // to the thread that calls run(), the walk's thread, which also owns the error trail. With more
 // than one job, workers fetch documents through the run's DocumentFetcher only
 // (documentfetcher.h); their outcomes come back to the walk's thread through the DocumentQueue.
+// The run's stop request (ExportOptions::stop, stoprequest.h) may be set from any thread or a
+// signal handler while run() goes on.
 
 #include "export/documentfetcher.h"
 #include "export/documentqueue.h"
 #include "export/exportreport.h"
 #include "export/nameowners.h"
+#include "export/stoprequest.h"
 #include "names/filenames.h"
 #include "repository/valuereader.h"
 #include "tree/treesession.h"
 #include "tree/treeprocs.h"
 
 #include <QDateTime>
+#include <QRegularExpression>
 
 #include <QHash>
 #include <QSet>
@@ -44,6 +48,12 @@ QString exportLogNameFor(const QDateTime &when);
 // milliseconds ignored) stands for, taken as local time with the offset in force today.
 // Raises HuntERR::Error (13) on a text too short or not numeric where digits belong.
 QDateTime fileDateFromRepositoryText(const QString &text);
+// A glob ("*" any run of characters, "/" included; "?" one; "[...]" one of a set) as an
+// expression matching whole texts, letter case aside.
+QRegularExpression globExpression(const QString &glob);
+// A folder's path below the root: the names as stored from the top down, joined by "/".
+QString repositoryPathOf(const tree::FolderTree::Node *node);
+
 // The date the export gives a document's file: its own date, else its upload date, read with the
 // date statement; invalid when it has neither. Raises HuntERR::Error when the statement fails.
 QDateTime documentDate(repo::Connection &cn, qint64 recId);
@@ -60,6 +70,9 @@ public:
     // or several at once): told now and then while they stream.
     virtual void documentBytes(qint64 bytesInFlight) { Q_UNUSED(bytesInFlight); }
     virtual void failureLogged(const QString &line) { Q_UNUSED(line); }
+    // The same failure as the person reads it: the item's path (a document: its folder and its
+    // listed title) and the error's own words, as its report record carries them.
+    virtual void itemFailed(const QString &path, const QString &reason) { Q_UNUSED(path); Q_UNUSED(reason); }
     // --update: an existing directory kept, a document's file left as it was, and (dry run) a
     // file in a kept directory that the repository no longer lists.
     virtual void directoryKept(const QString &path) { Q_UNUSED(path); }
@@ -84,6 +97,16 @@ struct ExportOptions {
     ExportRecords *records = nullptr; // one record per folder and document, as the run goes
     // Files the caller relies on (its report): the run refuses to write where they lie.
     QStringList reliedOn;
+    // Asked to stop (stoprequest.h): the walk starts nothing more, documents in flight are
+    // abandoned, and the run returns what it wrote with stopped set. The caller keeps it alive.
+    StopRequest *stop = nullptr;
+    // Filters; what they leave out is recorded as skipped. A folder whose path below the root
+    // ("/"-separated, names as stored) matches one of these globs (letter case aside; "*" spans
+    // "/" too) is left out with its whole subtree.
+    QStringList exclude;
+    // Valid: a document dated before it (its own date, else its upload date) is left out; it is
+    // dated with the date statement before its bytes are read. Undated documents are exported.
+    QDateTime since;
 };
 
 // What a run did. failures counts every item that could not be written (in a dry run: would
@@ -95,6 +118,7 @@ struct ExportResult {
     qint64 bytes = 0;
     qint64 failures = 0;
     qint64 kept = 0; // --update: documents left as they were (not in documents)
+    qint64 skipped = 0; // folders and documents the filters left out
     QStringList unloggedLines;
     QString logName; // the log's file name this run chose (it may have written none)
     QString logPath; // the log this run wrote to; "" when it wrote none
@@ -103,6 +127,7 @@ struct ExportResult {
     int jobs = 1;
     int connections = 1;
     QString connectionError;
+    bool stopped = false; // the stop request ended the run early: the counts are what was written
     // Something failed: the log was shown, or lines could not be logged, or (dry run) would be.
     bool anythingFailed() const { return failures > 0 || !unloggedLines.isEmpty(); }
 };
@@ -130,7 +155,7 @@ private:
     void CopyCheckedFolders();
     // The ticked node's directory filled: its subfolders (unless the tree loaded them) and documents.
     void MakeDir(const tree::FolderTree::Node *node, const QString &strPath);
-    void CopySubFolders(const QString &key, const QString &parentPath);
+    void CopySubFolders(const QString &key, const QString &parentPath, const QString &repoPath);
     void CopyFolderFiles(qint64 folderId, const QString &path);
     // Names the document as the folder's listing gives it and hands it over to be fetched,
     // written and dated (at once, or by a worker with more than one job).
@@ -156,9 +181,13 @@ private:
     // What this run wrote at path, once every document that may still write there is done.
     bool wroteThisRun(const QString &path);
     QString childFoldersQuery(const QString &id, bool firstLevel) const;
-    void walkSubFolders(const QString &key, const QString &topPath, bool firstLevel);
-    QString nextSubFolder(const repo::RecordSet &rs, const QString &parentPath, const QString &source,
-                          QSet<qint64> &listed, const NameOwners &siblings);
+    void walkSubFolders(const QString &key, const QString &topPath, const QString &topRepoPath, bool firstLevel);
+    QString nextSubFolder(const repo::RecordSet &rs, const QString &parentPath, const QString &parentRepoPath,
+                          const QString &source, QSet<qint64> &listed, const NameOwners &siblings);
+    // The glob of --exclude that the folder path (or one above it) matches; "" when none does.
+    QString exclusion(const QString &repoPath) const;
+    // An item the filters leave out, recorded as skipped at the path it would have had.
+    void leaveOut(ExportRecord::Kind kind, qint64 id, const QString &name, const QString &path, const QString &why);
     void folderDone(const QString &path);
     // The walk's own statements, sent ahead by the workers when there are any.
     void prefetchBelow(repo::RecordSet rs);
@@ -179,6 +208,7 @@ private:
     // Writes one failure line and keeps a failure of the log itself from ending the walk.
     void logFailure(const QString &source, qint64 id, const QString &name, const QString &location, quint8 type);
     QString logFolder() const;
+    bool stopped() const { return stopRequested(m_options.stop); }
     ExportDisk &disk();
     // The run's disk layer, its fetcher and its queue, made in this order and gone in the reverse.
     void startQueue(int jobs);
@@ -197,6 +227,8 @@ private:
     QHash<const tree::FolderTree::Node *, QString> m_nodeDirs; // ticked nodes' directories
     QSet<QString> m_keptDirs;  // --update: directories kept from an earlier run
     qint64 m_childId = 0;
+    QString m_childRepoPath; // and its path below the root
+    QList<QPair<QString, QRegularExpression>> m_excluded; // --exclude's globs
     qint64 m_submitted = 0;    // documents handed out so far
     std::deque<std::pair<qint64, ExportRecord>> m_heldRecords; // waiting for the job of that serial
     std::deque<QString> m_ahead; // statements the walk will send, in its order, not yet sent ahead

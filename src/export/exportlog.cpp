@@ -134,6 +134,8 @@ void Exporter::logFailure(const QString &source, qint64 id, const QString &name,
         m_documents->drain();
     m_pendingLine.clear();
     m_lastFailure = failureMessage(HuntERR::preservedCause());
+    if (m_options.observer)
+        m_options.observer->itemFailed(type == 0 ? location + pathSeparator() + name : location, m_lastFailure);
     if (type == 1) // a document's record is made where the document is handled
         record(ExportRecord::of(ExportRecord::Kind::Folder, id, name, ReportStatus::Failed, m_lastFailure), location);
     HuntERR::resume(source, [&] { fxnWriteLog(id, name, location, type); });

@@ -51,6 +51,15 @@ struct ExportRecord {
         r.message = message;
         return r;
     }
+    // Left out by a filter of the run (--exclude, --since): nothing of it is on disk.
+    static ExportRecord filtered(Kind kind, qint64 id, const QString &name, const QString &why)
+    {
+        return of(kind, id, name, ReportStatus::Skipped, QStringLiteral("filtered: ") + why);
+    }
+    bool isFilteredOut() const
+    {
+        return status == ReportStatus::Skipped && message.startsWith(QLatin1String("filtered: "));
+    }
 };
 
 // Where the exporter hands its records.

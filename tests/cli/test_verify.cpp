@@ -11,6 +11,10 @@
 #include <QFileSystemWatcher>
 #include <QTimer>
 
+#ifdef Q_OS_UNIX
+#include <signal.h>
+#endif
+
 namespace {
 
 using Result = CliResult;
@@ -106,10 +110,10 @@ class TestVerify : public QObject {
         return {dest, report};
     }
 
-    // An export of the large document's server started and killed (SIGKILL: nothing of the
-    // program runs after it) as soon as a temporary file shows in Marketing, woken by the disk:
+    // An export of the large document's server started and sent the signal (SIGKILL: nothing of
+    // the program runs after it) as soon as a temporary file shows in Marketing, woken by the disk:
     // the destination gets Marketing, Marketing gets the file. False when it was never seen.
-    bool exportKilledWhileWriting(const QString &dest, const QString &report)
+    bool exportKilledWhileWriting(const QString &dest, const QString &report, int signal = 9, Result *ended = nullptr)
     {
         QProcess process;
         process.start(qEnvironmentVariable("PARCELWISE_EXE"), exportArgs(dest, m_bigServer) << QStringLiteral("--report") << report);
@@ -123,7 +127,11 @@ class TestVerify : public QObject {
             if (!watcher.directories().contains(marketing) && QFileInfo(marketing).isDir())
                 watcher.addPath(marketing);
             if (!killed && !temporaryFiles(marketing).isEmpty()) {
+#ifdef Q_OS_UNIX
+                ::kill(pid_t(process.processId()), signal);
+#else
                 process.kill();
+#endif
                 killed = true;
                 loop.quit();
             }
@@ -135,6 +143,9 @@ class TestVerify : public QObject {
         if (!killed && process.state() == QProcess::Running)
             loop.exec();
         process.waitForFinished();
+        if (ended)
+            *ended = {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+                      QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
         return killed;
     }
 
@@ -472,6 +483,23 @@ private slots:
         const Result verified = run(withServer);
         QCOMPARE(verified.exitCode, 0);
         QVERIFY2(!verified.err.contains(QStringLiteral("without a digest")), qPrintable(verified.err));
+    }
+
+    // SIGINT while the large document streams: the run stops at once and cleanly (130, "stopped"),
+    // and every file it leaves is whole and exact: each one is named by a record that verify holds.
+    void interruptedExportLeavesOnlyWholeFiles()
+    {
+#ifndef Q_OS_UNIX
+        QSKIP("needs SIGINT");
+#endif
+        const QString dest = freshDir(QStringLiteral("interrupted")), report = dest + QStringLiteral(".jsonl");
+        Result r;
+        QVERIFY(exportKilledWhileWriting(dest, report, SIGINT, &r));
+        QVERIFY2(r.exitCode == 130 && r.err.contains(QStringLiteral("Stopped by SIGINT: exported ")), qPrintable(r.err));
+        QVERIFY2(temporaryFiles(dest).isEmpty(), qPrintable(temporaryFiles(dest).join(QLatin1Char(' '))));
+        QVERIFY(reportLines(report).size() > 3);
+        const Result verified = run(verifyArgs(report, dest) << QStringLiteral("--extra"));
+        QVERIFY2(verified.exitCode == 0, qPrintable(verified.out + verified.err));
     }
 
     // An update keeps a directory it finds and lists, in a dry run, the files the repository no

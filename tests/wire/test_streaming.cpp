@@ -200,7 +200,7 @@ private slots:
         QCOMPARE(four.log, one.log);
         QVERIFY(!one.report.isEmpty());
         QCOMPARE(four.report.split(u'\n'), one.report.split(u'\n')); // every record, in the same order
-        QCOMPARE(four.err.section(u',', 0, 3), one.err.section(u',', 0, 3)); // the summary's counts
+        QCOMPARE(four.err.section(u'\n', -2).section(u',', 0, 3), one.err.section(u'\n', -2).section(u',', 0, 3)); // the summary's counts
         QCOMPARE(four.exitCode, one.exitCode);
         if (!wire && embeddedDriver.isEmpty())
             m_embedded.insert(database, one);
