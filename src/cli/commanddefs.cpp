@@ -128,7 +128,7 @@ QList<OptionDef> exportOptions()
             << shortOption("-q", option("--quiet", "", "Show no progress line and no failed items as they happen"))
             << shortOption("-v", option("--verbose", "", "Print each directory and file on stdout as it is written"))
             << jsonOption("At the end, print one JSON object on stdout: folders, documents,\n"
-                                        "bytes, failures, retries, seconds, log, report, exitStatus")
+                                        "bytes, failures, retries, connections, jobs, seconds, log,\nreport, exitStatus")
             << traceOption() << helpOption();
     return options;
 }

@@ -183,6 +183,9 @@ void printJson(const ExportResult &result, double seconds, const QString &report
     o.insert(QStringLiteral("bytes"), result.bytes);
     o.insert(QStringLiteral("failures"), result.failures);
     o.insert(QStringLiteral("retries"), 0); // the run sends every statement once
+    // Connections the documents were fetched on, of those asked for: fewer when some could not connect.
+    o.insert(QStringLiteral("connections"), result.connections);
+    o.insert(QStringLiteral("jobs"), result.jobs);
     o.insert(QStringLiteral("seconds"), qRound(seconds * 10) / 10.0);
     o.insert(QStringLiteral("log"), log.isEmpty() ? QJsonValue() : QJsonValue(log));
     o.insert(QStringLiteral("report"), report.isEmpty() ? QJsonValue() : QJsonValue(absoluteNative(report)));

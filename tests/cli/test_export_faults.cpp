@@ -317,7 +317,7 @@ private slots:
 
 #ifdef Q_OS_UNIX
     // One run per destination: a second run while the first holds the destination (its report is
-    // a pipe nobody reads yet) is refused, even with --update, and the first still ends whole.
+    // a pipe nobody reads yet) is refused, even with --replace, and the first still ends whole.
     void secondRunIntoOneDestinationIsRefused()
     {
         const QString top = fresh(QStringLiteral("twice"));
@@ -330,7 +330,7 @@ private slots:
         a.setArguments(QStringList(first) << QStringLiteral("--report") << fifo);
         a.start();
         QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(dest + QStringLiteral("/.parcelwise.lock")), 20000);
-        const Result b = run(QStringList(first) << QStringLiteral("--update"));
+        const Result b = run(QStringList(first) << QStringLiteral("--replace"));
         QVERIFY2(b.exitCode == 2 && b.err.contains(QString::number(a.processId())), qPrintable(b.err));
         QFile reader(fifo);
         QVERIFY(reader.open(QIODevice::ReadOnly));
