@@ -48,6 +48,27 @@ class TestCli : public QObject {
     CliFixture m_cli;
     QString m_untouched; // destination and log folder of every refused run
 
+    // Clicks the way open (each node once, as a person would: a second click reloads and drops
+    // the ticks below it) and ticks each chain's last folder, or every folder below the root.
+    static bool tickChains(HeadlessSession &s, const QList<QStringList> &chains)
+    {
+        QSet<FolderTree::Node *> clicked;
+        const auto open = [&](FolderTree::Node *node) {
+            return clicked.contains(node) || (clicked.insert(node), s.click(node));
+        };
+        bool ok = open(s.root());
+        const std::vector<FolderTree::Node *> children = s.root()->children;
+        for (FolderTree::Node *child : children)
+            ok = ok && (!chains.isEmpty() || s.tick(child));
+        for (const QStringList &chain : chains) {
+            FolderTree::Node *node = s.root();
+            for (const QString &name : chain)
+                node = node && open(node) ? s.child(node, name) : nullptr;
+            ok = ok && node && s.tick(node);
+        }
+        return ok;
+    }
+
 private slots:
     void initTestCase()
     {
@@ -203,34 +224,12 @@ private slots:
             QVERIFY(blocker.isEmpty() || file.open(QIODevice::WriteOnly));
         }
 
-        // In-process: click the way open (each node once, as a person would: a second click
-        // reloads and drops the ticks below it), tick, copy.
+        // In-process: click the way open, tick, copy.
         const QDateTime windowStart = QDateTime::currentDateTime().addSecs(-2);
         PlainFormPort port;
         HeadlessSession s(port);
         QCOMPARE(s.signIn(m_cli.fx.demo, QStringLiteral("demo"), QString(), database), HeadlessSession::Opened::Yes);
-        QSet<FolderTree::Node *> clicked;
-        auto open = [&](FolderTree::Node *node) {
-            if (!clicked.contains(node)) {
-                clicked.insert(node);
-                QVERIFY(s.click(node));
-            }
-        };
-        open(s.root());
-        if (chains.isEmpty()) {
-            const std::vector<FolderTree::Node *> children = s.root()->children;
-            for (FolderTree::Node *child : children)
-                QVERIFY(s.tick(child));
-        }
-        for (const QStringList &chain : std::as_const(chains)) {
-            FolderTree::Node *node = s.root();
-            for (const QString &name : chain) {
-                open(node);
-                node = s.child(node, name);
-                QVERIFY2(node, qPrintable(name));
-            }
-            QVERIFY(s.tick(node));
-        }
+        QVERIFY(tickChains(s, chains));
         s.signin.DestinationPath = QDir::toNativeSeparators(windowDest);
         ExportRun exporter(s.signin, s.procs);
         exporter.options.logFolder = QDir::toNativeSeparators(windowLog);
