@@ -93,7 +93,7 @@ tree="$BUILD_DIR/bench/bench_tree_load"
 mkdir -p "$BENCH_DIR"
 BENCH_DIR="$(cd "$BENCH_DIR" && pwd)"
 repo="$BENCH_DIR/repo"
-stamp="args=$GEN_ARGS; generator=$(sha256sum "$checkout/bench/gen_large_repository.cpp" | cut -c1-16)"
+stamp="args=$GEN_ARGS; generator=$(cat "$checkout"/bench/gen_large_*.cpp "$checkout"/bench/gen_large_*.h | sha256sum | cut -c1-16)"
 if [ -f "$repo/server.ini" ] && [ "$(cat "$repo/.params" 2>/dev/null)" = "$stamp" ]; then
     note "reusing the repository in $repo"
 else
