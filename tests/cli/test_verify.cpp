@@ -348,14 +348,12 @@ private slots:
         QString error;
         QVERIFY2(addDocuments(server, docs, &error), qPrintable(error));
         const auto [dest, report] = exportWithReport(server);
-        int misdated = 0;
         for (const QJsonObject &o : reportLines(report)) {
             if (o.value(QStringLiteral("id")).toInteger() < 9101)
                 continue;
             const QDateTime onDisk = QFileInfo(dest + QLatin1Char('/') + o.value(QStringLiteral("path")).toString()).lastModified();
             QCOMPARE(o.value(QStringLiteral("date")).toString(), onDisk.toUTC().toString(Qt::ISODateWithMs));
             const bool carried = onDisk.date().year() == 1900 || onDisk.date().year() == 9999;
-            misdated += carried ? 0 : 1;
             QCOMPARE(o.value(QStringLiteral("status")).toString(), QLatin1String(carried ? "written" : "misdated"));
             QVERIFY(carried || o.value(QStringLiteral("message")).toString().contains(QLatin1String("cannot carry the date")));
         }
@@ -370,7 +368,6 @@ private slots:
             if (o.value(QStringLiteral("id")).toInteger() >= 9101)
                 QCOMPARE(o.value(QStringLiteral("status")).toString(), QStringLiteral("skipped"));
         }
-        qInfo("%d of 2 dates could not be carried by this file system", misdated);
     }
 
     // Against the repository: an intact export matches; a document changed in the repository
