@@ -8,21 +8,6 @@
 #include "exportrun.h"
 #include "session/headlesssession.h"
 
-#include <QDateTime>
-#include <QDir>
-#include <QDirIterator>
-#include <QFile>
-#include <QFileInfo>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QRegularExpression>
-#include <QSet>
-#include <QTemporaryDir>
-#include <QtTest>
-
-using tree::FolderTree;
-using session::HeadlessSession;
-using session::PlainFormPort;
 using exporting::ExportResult;
 
 namespace {

@@ -16,7 +16,6 @@
 
 #include <QScopeGuard>
 
-using session::HeadlessSession;
 using exporting::ExportObserver;
 using exporting::exportLogNameFor;
 

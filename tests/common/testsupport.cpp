@@ -14,8 +14,6 @@
 
 #include <cstring>
 
-using tree::FolderTree;
-
 QString writeDemo(const QString &parentDir, QString *error)
 {
     const QString dir = QDir(parentDir).filePath(QStringLiteral("demo"));

@@ -25,6 +25,12 @@
 #include <QtTest>
 #include <memory>
 
+// The names nearly every test program signs in and clicks with.
+using session::HeadlessSession;
+using session::PlainFormPort;
+using tree::FolderTree;
+using Opened = HeadlessSession::Opened;
+
 // Writes the demo repository (src/demo/demorepository.h describes its contents) into
 // parentDir/demo and returns that folder's path; an empty text when it could not be written
 // (error, if given, says why).

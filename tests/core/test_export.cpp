@@ -8,26 +8,14 @@
 #include "scopes.h"
 #include "testsupport.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QSqlDatabase>
-#include <QTemporaryDir>
-#include <QtTest>
-
-#include <memory>
-
 using names::RemoveSpChr;
 using names::cleanDocumentTitle;
 using names::pathSeparator;
 using names::titleCanBeFileName;
-using session::HeadlessSession;
 using exporting::ExportObserver;
 using exporting::exportLogNameFor;
 using exporting::fileDateFromRepositoryText;
 using exporting::fxnGetMyFolderLocation;
-
-using Opened = HeadlessSession::Opened;
 
 namespace {
 

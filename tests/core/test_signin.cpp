@@ -11,11 +11,7 @@
 
 #include <optional>
 
-using session::HeadlessSession;
-using session::PlainFormPort;
 using session::SignIn;
-
-using Opened = HeadlessSession::Opened;
 
 class TestSignIn : public QObject {
     Q_OBJECT

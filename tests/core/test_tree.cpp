@@ -9,13 +9,8 @@
 #include <QAbstractItemModelTester>
 #include <QSignalSpy>
 
-using tree::FolderTree;
 namespace TreeImage = tree::TreeImage;
 using tree::folderIdOfKey;
-using session::HeadlessSession;
-using session::PlainFormPort;
-
-using Opened = HeadlessSession::Opened;
 
 namespace {
 

@@ -8,10 +8,6 @@
 #include "testsupport.h"
 #include "windowharness.h"
 
-#include <QDir>
-#include <QFile>
-
-using tree::FolderTree;
 using exporting::exportLogNameFor;
 using exporting::fxnGetMyFolderLocation;
 namespace Dialogs = app::Dialogs;

@@ -10,7 +10,6 @@
 #include <QImage>
 #include <QMouseEvent>
 
-using tree::FolderTree;
 using app::FolderItemDelegate;
 using app::FolderTreeView;
 namespace TreeImages = app::TreeImages;

@@ -9,7 +9,6 @@
 
 #include <QLabel>
 
-using tree::FolderTree;
 namespace Dialogs = app::Dialogs;
 
 using Dialogs::Answer;

@@ -14,18 +14,7 @@
 #include "repository/connection.h"
 #include "testsupport.h"
 
-#include <QCryptographicHash>
-#include <QDir>
-#include <QDirIterator>
-#include <QFile>
-#include <QFileInfo>
-#include <QProcess>
 #include <QRandomGenerator>
-#include <QSqlDatabase>
-#include <QSqlError>
-#include <QSqlQuery>
-#include <QTemporaryDir>
-#include <QtTest>
 
 using exporting::ExportRecord;
 using exporting::fromJsonLine;

@@ -11,11 +11,6 @@
 
 #include <QTcpServer>
 
-using session::HeadlessSession;
-using session::PlainFormPort;
-
-using Opened = HeadlessSession::Opened;
-
 class TestWire : public QObject {
     Q_OBJECT
 
