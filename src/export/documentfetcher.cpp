@@ -207,12 +207,17 @@ void DocumentFetcher::date(repo::Connection &cn, qint64 recId, const QString &fi
     *applied = m_disk.dateFile(filePath, when);
     // A date the file system cannot hold (1900-01-01, 9999-12-31 on many) became another one: the
     // file is kept, and its date is a failure of its own.
+    // ISO text has no year before 1 (a date of year 1 taken as local time east of Greenwich is one).
+    const auto text = [](const QDateTime &d) {
+        const QString iso = d.toUTC().toString(Qt::ISODate);
+        return iso.isEmpty() ? d.toUTC().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss 'UTC'")) : iso;
+    };
     if (applied->isValid() && applied->toMSecsSinceEpoch() != when.toMSecsSinceEpoch())
         HuntERR::raise(5, QStringLiteral("Invalid procedure call or argument: the file system cannot carry the date %1 "
                                          "of document %2; its file is dated %3")
-                              .arg(when.toUTC().toString(Qt::ISODate))
+                              .arg(text(when))
                               .arg(recId)
-                              .arg(applied->toUTC().toString(Qt::ISODate)));
+                              .arg(text(*applied)));
 }
 
 } // namespace exporting
