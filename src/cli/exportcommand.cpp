@@ -221,6 +221,13 @@ QDateTime sinceDate(const QString &text)
     return day.isValid() ? day.startOfDay() : QDateTime::fromString(text.trimmed(), Qt::ISODate);
 }
 
+// What every run's log name starts with: this minute's name up to its date digits.
+QString logNamePrefix()
+{
+    const QString name = exporting::exportLogNameFor(QDateTime::currentDateTime()).mid(1);
+    return name.left(name.lastIndexOf(QLatin1Char(' ')) + 1);
+}
+
 // The log of some run (named by the minute) in the log folder: the run would append its lines
 // to the report, or the report would replace an earlier run's log.
 bool isLogFileName(const QString &report, const QString &logFolder)
@@ -229,7 +236,7 @@ bool isLogFileName(const QString &report, const QString &logFolder)
     const QString folder = logFolder.isEmpty() ? exporting::documentsFolder()
                                                : logFolder;
     return QFileInfo(file.absolutePath()) == QFileInfo(folder)
-        && file.fileName().startsWith(QLatin1String("zarnivo Parcelwise Log ")) && file.fileName().endsWith(QLatin1String(".txt"));
+        && file.fileName().startsWith(logNamePrefix()) && file.fileName().endsWith(QLatin1String(".txt"));
 }
 
 int readRequest(const Parsed &p, ExportRequest *request)

@@ -135,7 +135,29 @@ void setPointerReset(std::function<void()> reset);
 
 namespace detail {
 void enterHandler(std::exception_ptr caught);
+
+// The error path of the handlers that end a failure where it happens: the failure is preserved,
+// caught() runs, step mode may run the body again; otherwise ended() reports it and the error
+// ends here. False when the body failed.
+template <class F, class Caught, class Ended>
+bool guarded(F &&body, Caught &&caught, Ended &&ended)
+{
+    for (;;) {
+        try {
+            body();
+            return true;
+        } catch (...) {
+            enterHandler(std::current_exception());
+            caught();
+            if (ErrMustStop())
+                continue;
+            ended();
+            clearCurrent();
+            return false;
+        }
+    }
 }
+} // namespace detail
 
 // An inner procedure (flags 51): a failure is reported with this procedure's call-stack entry and
 // passed on to the caller as an Error. Only the not-passed-on number comes back, as a default value.
@@ -165,22 +187,13 @@ auto inner(const QString &source, F &&body, const NamedValues &params = {}) -> d
 template <class F>
 bool handler(const QString &source, F &&body, const std::function<void()> &onError = {})
 {
-    for (;;) {
-        try {
-            body();
-            return true;
-        } catch (...) {
-            detail::enterHandler(std::current_exception());
-            if (onError)
-                onError();
-            if (ErrMustStop())
-                continue;
-            ErrorIn(source, FlagsEventHandler);
-            ErrHandlerExit();
-            clearCurrent(); // the handler is left normally; the error ends here
-            return false;
-        }
-    }
+    return detail::guarded(std::forward<F>(body), [&] {
+        if (onError)
+            onError();
+    }, [&] {
+        ErrorIn(source, FlagsEventHandler);
+        ErrHandlerExit();
+    });
 }
 
 // A statement of a procedure that goes on after a failure (the export): the failure is recorded
@@ -190,19 +203,7 @@ bool handler(const QString &source, F &&body, const std::function<void()> &onErr
 template <class F>
 bool resume(const QString &source, F &&body)
 {
-    for (;;) {
-        try {
-            body();
-            return true;
-        } catch (...) {
-            detail::enterHandler(std::current_exception());
-            if (ErrMustStop())
-                continue;
-            ErrorIn(source, FlagReport);
-            clearCurrent();
-            return false;
-        }
-    }
+    return detail::guarded(std::forward<F>(body), [] {}, [&] { ErrorIn(source, FlagReport); });
 }
 
 } // namespace HuntERR

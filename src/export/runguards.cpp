@@ -9,18 +9,10 @@
 
 namespace exporting {
 
+using names::fileSystemKey;
 using names::idTag;
 
 namespace {
-
-Qt::CaseSensitivity fileNameCase()
-{
-#if defined(Q_OS_WIN) || defined(Q_OS_MACOS)
-    return Qt::CaseInsensitive;
-#else
-    return Qt::CaseSensitive;
-#endif
-}
 
 // The path with links resolved as far as it exists, the rest appended as given.
 QString resolved(const QString &path)
@@ -38,11 +30,10 @@ QString resolved(const QString &path)
 // Whether the first name of rel below the destination is one the walk may give a top directory.
 bool namesTop(const QString &first, const QList<TopDirectory> &tops)
 {
-    const Qt::CaseSensitivity cs = fileNameCase();
+    const QString name = fileSystemKey(first);
     for (const TopDirectory &top : tops) {
-        const QString tag = idTag(top.id);
-        if (first.compare(tag, cs) == 0 || first.compare(top.cleaned, cs) == 0
-            || (first.startsWith(top.cleaned + QLatin1Char(' '), cs) && first.endsWith(tag, cs)))
+        const QString tag = fileSystemKey(idTag(top.id)), cleaned = fileSystemKey(top.cleaned);
+        if (name == tag || name == cleaned || (name.startsWith(cleaned + QLatin1Char(' ')) && name.endsWith(tag)))
             return true;
     }
     return false;
@@ -57,7 +48,7 @@ QString reliedOnInside(const QString &destination, const QList<TopDirectory> &to
         if (path.isEmpty())
             continue;
         const QString at = resolved(path);
-        if (!at.startsWith(dest + QLatin1Char('/'), fileNameCase()))
+        if (!fileSystemKey(at).startsWith(fileSystemKey(dest + QLatin1Char('/'))))
             continue;
         const QString first = at.mid(dest.size() + 1).section(QLatin1Char('/'), 0, 0);
         if (namesTop(first, tops))
