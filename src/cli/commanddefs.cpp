@@ -50,6 +50,8 @@ QList<OptionDef> signInOptions()
         option("--user", "NAME", "SQL Server user name"),
         option("--password-stdin", "", "Read the password from the first line of standard input"),
         option("--password-file", "FILE", "Read the password from the first line of FILE"),
+        option("--timeout", "S", "Seconds a SQL Server statement may go unanswered before it\n"
+                                 "counts as a broken connection (default 600; 0: no limit)"),
     };
 }
 
@@ -114,6 +116,10 @@ QList<OptionDef> exportOptions()
                                                        "2016-01-31T08:00): each is dated first, with a statement more")
             << option("--dest", "DIR", "Directory that receives the folders (created with its parents when missing)")
             << shortOption("-j", option("--jobs", "N", "Documents fetched and written at once, each on its own\nconnection (1 to 64; default 1)"))
+            << option("--retries", "N", "Times a statement whose connection broke is tried again on a\n"
+                                        "reopened connection (0 to 100; default 3)")
+            << option("--retry-wait", "S", "Seconds before the first try again, doubled for each later one\n"
+                                           "(default 1)")
             << shortOption("-n", option("--dry-run", "", "Write nothing; list the directories and files it would write\n"
                                                                        "and the existing directories it would delete or refuse"))
             << option("--replace", "", "Delete existing directories of the names the run writes and\nwrite them anew")
@@ -141,6 +147,7 @@ CommandDef exportCommand()
         "export --server NAME --user NAME --database NAME (--folder PATH ... | --all) --dest DIR\n"
         "                         [--exclude PATTERN ...] [--since DATE]\n"
         "                         [-j N] [-n] [--replace | --update] [--report FILE] [--log-dir DIR] [--json]\n"
+        "                         [--retries N] [--retry-wait S] [--timeout S]\n"
         "                         [--progress | --no-progress] [-q] [-v] [--password-stdin | --password-file FILE]");
     exportCommand.summary = QStringLiteral("Export folders and their documents to a directory");
     exportCommand.description = QStringLiteral(
@@ -174,6 +181,12 @@ CommandDef exportCommand()
         "whole. --jobs N fetches and writes N documents at once, each on a connection of its own\n"
         "(worth it when every round trip to the server costs time); the folders are still walked\n"
         "one by one, so the files, their names and the log are the same for every N.\n"
+        "\n"
+        "A statement whose connection breaks (a dropped link, a server failing over, no answer\n"
+        "within --timeout) is sent again on a freshly opened connection after 1, 2, 4, ... seconds\n"
+        "(--retry-wait, --retries); a document whose bytes were coming is fetched again from its\n"
+        "first byte. What still fails is logged. The summary says how many statements were\n"
+        "retried; each document's record in the report carries its retries.\n"
         "\n"
         "Every document is written under a temporary name beside its file, dated, and renamed into\n"
         "place when complete: a run that is stopped leaves no partial file under a document's name.\n"

@@ -163,6 +163,10 @@ void printSummary(const ExportResult &result, bool dryRun, double seconds, const
                           .arg(result.jobs)
                           .arg(result.jobs - result.connections)
                           .arg(printable(result.connectionError));
+    // Said only when it happened: a run that needed the retries went through a troubled link.
+    if (result.statementsRetried > 0)
+        connections += QStringLiteral("; %1 retried after the connection broke")
+                           .arg(counted(result.statementsRetried, "statement"));
     writeErr(QStringLiteral("%1%2, %3%8, %4 bytes (%5), %6, %7 s; log: %9")
                  .arg(QString(stoppedBy.isEmpty() ? QString() : QStringLiteral("Stopped by %1: ").arg(stoppedBy))
                           + (dryRun ? QStringLiteral("Dry run, nothing written: would export ")
@@ -182,7 +186,7 @@ void printJson(const ExportResult &result, double seconds, const QString &report
     o.insert(QStringLiteral("documents"), result.documents);
     o.insert(QStringLiteral("bytes"), result.bytes);
     o.insert(QStringLiteral("failures"), result.failures);
-    o.insert(QStringLiteral("retries"), 0); // the run sends every statement once
+    o.insert(QStringLiteral("retries"), result.statementsRetried);
     // Connections the documents were fetched on, of those asked for: fewer when some could not connect.
     o.insert(QStringLiteral("connections"), result.connections);
     o.insert(QStringLiteral("jobs"), result.jobs);
@@ -207,6 +211,8 @@ struct ExportRequest {
     bool progress = false;
     bool reasons = true; // each failed item on stderr as it happens
     int jobs = 1;
+    int retries = -1;     // -1: not given (the installation's setting holds)
+    int retryWaitMs = -1;
     bool update = false;
     QString report; // "" when none is wanted
     OutputFolders output;
@@ -239,6 +245,29 @@ bool isLogFileName(const QString &report, const QString &logFolder)
         && file.fileName().startsWith(logNamePrefix()) && file.fileName().endsWith(QLatin1String(".txt"));
 }
 
+int readRetries(const Parsed &p, ExportRequest *request)
+{
+    if (p.has(QStringLiteral("--retries"))) {
+        bool ok = false;
+        const QString text = p.value(QStringLiteral("--retries")).trimmed();
+        request->retries = text.toInt(&ok);
+        if (!ok || request->retries < 0 || request->retries > 100)
+            return usageError(QStringLiteral("--retries needs a whole number from 0 to 100, not \"%1\"").arg(printable(text)),
+                              p.command);
+    }
+    if (p.has(QStringLiteral("--retry-wait"))) {
+        bool ok = false;
+        const QString text = p.value(QStringLiteral("--retry-wait")).trimmed();
+        const double seconds = text.toDouble(&ok);
+        if (!ok || !(seconds >= 0 && seconds <= 3600))
+            return usageError(QStringLiteral("--retry-wait needs a number of seconds from 0 to 3600, not \"%1\"")
+                                  .arg(printable(text)),
+                              p.command);
+        request->retryWaitMs = qRound(seconds * 1000);
+    }
+    return ExitDone;
+}
+
 int readRequest(const Parsed &p, ExportRequest *request)
 {
     request->folders = p.values.value(QStringLiteral("--folder"));
@@ -266,6 +295,9 @@ int readRequest(const Parsed &p, ExportRequest *request)
                                   .arg(printable(text)),
                               p.command);
     }
+
+    if (const int refused = readRetries(p, request); refused != ExitDone)
+        return refused;
 
     request->exclude = p.values.value(QStringLiteral("--exclude"));
     if (request->exclude.contains(QString()))
@@ -325,6 +357,20 @@ bool refusedExisting(Session &session, const QString &destination)
     return true;
 }
 
+// --retries and --retry-wait, else the installation's: for the run, and for signing in and
+// reading the tree before it, which should survive a dropped link as well.
+void applyRetries(const ExportRequest &request, ExportOptions *options)
+{
+    if (request.retries >= 0)
+        options->retries = request.retries;
+    if (request.retryWaitMs >= 0)
+        options->retryWaitMs = request.retryWaitMs;
+    repo::RetryPolicy signIn;
+    signIn.retries = options->retries;
+    signIn.firstWaitMs = options->retryWaitMs;
+    repo::setDefaultRetryPolicy(signIn);
+}
+
 } // namespace
 
 int runExport(const Parsed &p)
@@ -332,6 +378,8 @@ int runExport(const Parsed &p)
     ExportRequest request;
     if (const int refused = readRequest(p, &request); refused != ExitDone)
         return refused;
+    ExportOptions options;
+    applyRetries(request, &options);
     Session session;
     if (!signInTo(p, session) || !tickFolders(session, request.all, request.folders))
         return failureStatus();
@@ -339,7 +387,6 @@ int runExport(const Parsed &p)
     const QString destination = request.output.dest.path;
     session.signIn.DestinationPath = destination;
     Exporter exporter(session.signIn, session.procs);
-    ExportOptions options;
     options.dryRun = request.dryRun;
     options.update = request.update;
     options.logFolder = request.output.log.path;

@@ -69,22 +69,52 @@ DocumentFetcher::DocumentFetcher(FetchSettings settings, ExportDisk &disk)
 
 DocumentOutcome DocumentFetcher::fetch(const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted) const
 {
+    const qint64 retriesBefore = cn.retries();
     DocumentOutcome o;
+    int tried = 0;
+    for (;;) {
+        fetchOnce(job, cn, counted, o);
+        // Statements are tried again by the connection itself; a stream cannot be, once bytes of
+        // it are on disk. So when the connection broke while the bytes came, the document is
+        // fetched again from its first byte on a reopened connection. Its temporary file went with
+        // the failure; nothing of the first try is kept but the count of bytes told as progress.
+        const bool streamFailed = o.writeError || o.fallbackError;
+        if (!streamFailed || !o.written.isEmpty() || o.abandoned || !cn.lastFailureBroken())
+            break;
+        try {
+            if (!cn.reopenAfterBreak(&tried))
+                break;
+        } catch (...) {
+            o.readError = std::current_exception(); // why the connection could not be opened again
+            o.writeError = o.fallbackError = nullptr;
+            break;
+        }
+        DocumentOutcome again;
+        again.streamed = o.streamed;
+        o = std::move(again);
+    }
+    o.retries = cn.retries() - retriesBefore;
+    return o;
+}
+
+void DocumentFetcher::fetchOnce(const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted,
+                                 DocumentOutcome &o) const
+{
     if (stopRequested(m_settings.stop)) {
         o.abandoned = true; // no document starts once the run is asked to stop
-        return o;
+        return;
     }
     if (m_settings.since.isValid()) {
         try {
             const QDateTime when = documentDate(cn, job.recId);
             if (when.isValid() && when < m_settings.since) {
                 o.before = when;
-                return o;
+                return;
             }
         } catch (...) {
             o.description = job.listedTitle;
             o.readError = std::current_exception();
-            return o;
+            return;
         }
     }
     const QString idText = QString::number(job.recId);
@@ -96,7 +126,7 @@ DocumentOutcome DocumentFetcher::fetch(const DocumentJob &job, repo::Connection 
         // The reader knows the size before a byte is read: an unchanged file costs no bytes.
         if (m_settings.update && row.value->size() >= 0) {
             if (keptUnchanged(job, cn, row, o))
-                return o;
+                return;
             if (!row.value) // the date statement ended it: sent again for the bytes
                 row = openDocument(cn, sql, job.recId, o);
         }
@@ -109,7 +139,7 @@ DocumentOutcome DocumentFetcher::fetch(const DocumentJob &job, repo::Connection 
     // Cut short by the stop (or failing as it came): abandoned, not a failure of the document.
     if (stopRequested(m_settings.stop) && o.written.isEmpty()) {
         o.abandoned = true;
-        return o;
+        return;
     }
     // The statement is closed by now: the connection is free for the date. The file is dated
     // under its temporary name, so a file under a final name is always complete and dated.
@@ -120,7 +150,6 @@ DocumentOutcome DocumentFetcher::fetch(const DocumentJob &job, repo::Connection 
             o.dateError = std::current_exception();
         }
     }
-    return o;
 }
 
 void DocumentFetcher::stage(const DocumentJob &job, repo::ValueReader &counting, DocumentOutcome &o) const

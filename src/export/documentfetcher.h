@@ -36,6 +36,9 @@ public:
     DocumentOutcome fetch(const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted) const;
 
 private:
+    // One try: the document's statement, its bytes to a temporary file and its date, into o.
+    void fetchOnce(const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted,
+                   DocumentOutcome &o) const;
     // The streamed document written under a temporary name beside its file.
     void stage(const DocumentJob &job, repo::ValueReader &bytes, DocumentOutcome &o) const;
     // The document's file is there with its size and date. Running the date statement drops

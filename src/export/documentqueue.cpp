@@ -80,11 +80,16 @@ struct DocumentQueue::Impl {
     QHash<QString, std::shared_ptr<Listing>> listings; // sent ahead, by statement
     std::atomic<qint64> inFlight{0};       // bytes streamed for jobs out
 
-    Impl(repo::Connection &c) : own(c) {}
+    // The walk's connection's policy, taken before any worker starts: a worker's connection
+    // tries its statements again as the walk's does.
+    repo::RetryPolicy retry;
+
+    Impl(repo::Connection &c) : own(c), retry(c.retryPolicy()) {}
 
     void runWorker()
     {
         repo::Connection cn;
+        cn.setRetryPolicy(retry);
         bool connected = true;
         QString why;
         try {

@@ -54,6 +54,7 @@ struct DocumentOutcome {
     std::exception_ptr dateError;
     bool abandoned = false; // the run was asked to stop first: nothing written, nothing staged
     QDateTime before;       // --since: the document's date, before the cut (not fetched)
+    qint64 retries = 0;     // tries again on a reopened connection, its statements' and its stream's
 };
 
 class DocumentQueue {

@@ -83,6 +83,7 @@ void Exporter::retireDocument(const DocumentJob &job, DocumentOutcome &o)
             logFailure(kSaveSource, job.recId, o.description, job.folder, kFileLine);
     };
     ExportRecord rec = ExportRecord::of(ExportRecord::Kind::Document, job.recId, o.description);
+    rec.retries = o.retries;
     QString at = job.folder;
     if (o.keptDateError) // the error trail hears of it; the file is written as usual
         HuntERR::resume(kSaveSource, [&] { std::rethrow_exception(o.keptDateError); });

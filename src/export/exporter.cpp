@@ -9,6 +9,7 @@
 #include "errors/hunterr.h"
 #include "export/exportdisk.h"
 #include "export/runguards.h"
+#include "export/retryscope.h"
 #include "repository/statements.h"
 
 #include <algorithm>
@@ -70,6 +71,7 @@ ExportResult Exporter::run(const ExportOptions &options)
     for (const QString &glob : options.exclude)
         m_excluded.append({glob, globExpression(glob)});
 
+    const RetryScope retrying(m_signIn.cnDb(), options.retries, options.retryWaitMs, options.stop);
     // One job in a dry run: it reads no bytes, and its picture of the disk belongs to the walk.
     // Step mode asks about each failure as it happens, which only the walk's thread can do.
     startQueue(options.dryRun || HuntERR::stepMode() ? 1 : qMax(1, options.jobs));
@@ -81,6 +83,7 @@ ExportResult Exporter::run(const ExportOptions &options)
     }
     m_documents->drain();
     m_result.stopped = stopped();
+    m_result.statementsRetried = retrying.statementsRetried();
     const DocumentQueue::Connections connections = m_documents->connections();
     m_result.jobs = connections.asked;
     m_result.connections = connections.connected;

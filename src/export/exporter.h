@@ -100,6 +100,11 @@ struct ExportOptions {
     // Asked to stop (stoprequest.h): the walk starts nothing more, documents in flight are
     // abandoned, and the run returns what it wrote with stopped set. The caller keeps it alive.
     StopRequest *stop = nullptr;
+    // A statement whose connection broke (every connection of the run: the walk's and the
+    // workers') is tried again on a reopened connection up to this many times, the first after
+    // retryWaitMs, each later one after twice the pause before it.
+    int retries = repo::installedRetryPolicy().retries;
+    int retryWaitMs = repo::installedRetryPolicy().firstWaitMs;
     // Filters; what they leave out is recorded as skipped. A folder whose path below the root
     // ("/"-separated, names as stored) matches one of these globs (letter case aside; "*" spans
     // "/" too) is left out with its whole subtree.
@@ -127,7 +132,8 @@ struct ExportResult {
     int jobs = 1;
     int connections = 1;
     QString connectionError;
-    bool stopped = false; // the stop request ended the run early: the counts are what was written
+    bool stopped = false;
+    qint64 statementsRetried = 0; // statements sent again after their connection broke // the stop request ended the run early: the counts are what was written
     // Something failed: the log was shown, or lines could not be logged, or (dry run) would be.
     bool anythingFailed() const { return failures > 0 || !unloggedLines.isEmpty(); }
 };

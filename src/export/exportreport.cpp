@@ -65,6 +65,8 @@ QByteArray toJsonLine(const ExportRecord &r)
     o.insert(QStringLiteral("date"), r.date.isValid() ? QJsonValue(dateText(r.date)) : QJsonValue());
     o.insert(QStringLiteral("status"), reportStatusText(r.status));
     o.insert(QStringLiteral("message"), r.message);
+    if (r.kind == ExportRecord::Kind::Document)
+        o.insert(QStringLiteral("retries"), r.retries);
     return QJsonDocument(o).toJson(QJsonDocument::Compact) + '\n';
 }
 
@@ -124,6 +126,10 @@ bool readFields(const QJsonObject &o, ExportRecord *r, QString *why)
         if (!isDigest(r->sha256))
             return *why = QStringLiteral("\"sha256\" is neither null nor 64 hexadecimal digits"), false;
     }
+    // Reports written before documents carried it have none.
+    r->retries = 0;
+    if (o.contains(QLatin1String("retries")) && !wholeNumber(field("retries"), &r->retries))
+        return *why = QStringLiteral("\"retries\" is not a whole number"), false;
     r->date = QDateTime();
     if (!field("date").isNull()) {
         r->date = QDateTime::fromString(field("date").toString(), Qt::ISODateWithMs);

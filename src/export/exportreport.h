@@ -39,6 +39,7 @@ struct ExportRecord {
     QDateTime date;      // the date applied to the file; invalid: none
     ReportStatus status = ReportStatus::None;
     QString message;
+    qint64 retries = 0; // documents: how often their statements were sent again on a reopened connection
 
     static ExportRecord of(Kind kind, qint64 id, const QString &name, ReportStatus status = ReportStatus::None,
                            const QString &message = {})

@@ -39,8 +39,9 @@ Backend::~Backend()
     QSqlDatabase::removeDatabase(m_qtName);
 }
 
-void Backend::fail(qint32 number, const QString &description, const QStringList &messages)
+void Backend::fail(qint32 number, const QString &description, const QStringList &messages, bool broken)
 {
+    m_broken = broken;
     m_errors = messages.isEmpty() ? QStringList{description} : messages;
     HuntERR::raise(number, description, kProvider);
 }

@@ -57,8 +57,13 @@ public:
     // Ends the value still being read, if any (before another statement, and before closing).
     void endStream();
 
-    [[noreturn]] void fail(qint32 number, const QString &description, const QStringList &messages = {});
-    [[noreturn]] void fail(const DriverFailure &f) { fail(f.number, f.description, f.messages); }
+    // broken: the connection broke under the statement (see DriverFailure::broken).
+    [[noreturn]] void fail(qint32 number, const QString &description, const QStringList &messages = {},
+                           bool broken = false);
+    [[noreturn]] void fail(const DriverFailure &f) { fail(f.number, f.description, f.messages, f.broken); }
+    // Whether the last failure since the last statement began was the connection breaking.
+    bool failedBroken() const { return m_broken; }
+    void statementBegins() { m_broken = false; }
 
 protected:
     // A new Qt connection of this backend for driver; the driver missing is ADO's "provider not found".
@@ -73,6 +78,7 @@ private:
     friend class BackendStream;
     QString m_qtName;
     BackendStream *m_stream = nullptr;
+    bool m_broken = false;
 };
 
 // Every row of an executed statement into the record set; false when the driver failed on the way.

@@ -7,6 +7,9 @@
 #include <QMutex>
 #include <QSettings>
 
+#include <chrono>
+#include <thread>
+
 namespace repo {
 
 namespace {
@@ -63,9 +66,48 @@ struct Connection::Impl {
     bool embedded = false;
     QString folder; // the embedded server's, absolute
     QStringList errors; // messages of the last failure (ADO's Errors collection)
+    RetryPolicy policy;
+    qint64 retries = 0;
+    bool lost = false; // closed by a try again that could not open it
 };
 
-Connection::Connection() : d(std::make_unique<Impl>()) {}
+namespace {
+
+// Runs a statement; when the connection broke under it, opens it afresh as the policy allows and
+// sends the statement again. What still fails is raised as it failed.
+template <typename Run>
+auto withRetries(Connection &cn, Run run) -> decltype(run())
+{
+    int tried = 0;
+    for (;;) {
+        try {
+            return run();
+        } catch (const HuntERR::Error &) {
+            if (!cn.lastFailureBroken() || !cn.reopenAfterBreak(&tried))
+                throw;
+        }
+    }
+}
+
+} // namespace
+
+namespace {
+RetryPolicy &defaultPolicy()
+{
+    static RetryPolicy policy;
+    return policy;
+}
+} // namespace
+
+void setDefaultRetryPolicy(const RetryPolicy &policy)
+{
+    defaultPolicy() = policy;
+}
+
+Connection::Connection() : d(std::make_unique<Impl>())
+{
+    d->policy = defaultPolicy();
+}
 
 Connection::~Connection()
 {
@@ -120,22 +162,78 @@ void Connection::close()
 
 RecordSet Connection::execute(const QString &sql)
 {
-    if (!d->backend)
-        raiseUnusable();
-    d->backend->endStream();
-    traceStatement(sql);
-    d->errors.clear();
-    return d->backend->execute(sql);
+    return withRetries(*this, [&] { return backendFor(sql).execute(sql); });
 }
 
 StreamedRow Connection::executeStreamed(const QString &sql)
 {
+    return withRetries(*this, [&] { return backendFor(sql).executeStreamed(sql); });
+}
+
+Backend &Connection::backendFor(const QString &sql)
+{
+    // The server was still away when the last statement gave up: one more try to open, without
+    // pauses, so that a server that came back is used again and one that did not costs each
+    // later statement no more than its own failure to connect.
+    if (!d->backend && d->lost) {
+        open();
+        d->lost = false;
+    }
     if (!d->backend)
         raiseUnusable();
     d->backend->endStream();
+    d->backend->statementBegins();
     traceStatement(sql);
     d->errors.clear();
-    return d->backend->executeStreamed(sql);
+    return *d->backend;
+}
+
+void Connection::setRetryPolicy(RetryPolicy policy)
+{
+    d->policy = std::move(policy);
+}
+
+const RetryPolicy &Connection::retryPolicy() const
+{
+    return d->policy;
+}
+
+qint64 Connection::retries() const
+{
+    return d->retries;
+}
+
+bool Connection::lastFailureBroken() const
+{
+    return d->backend && d->backend->failedBroken();
+}
+
+bool Connection::reopenAfterBreak(int *tried)
+{
+    const RetryPolicy &p = d->policy;
+    std::exception_ptr failedOpen;
+    while (*tried < p.retries) {
+        const int wait = p.firstWaitMs * (1 << qMin(*tried, 16));
+        if (++*tried == 1 && p.statementsRetried)
+            ++*p.statementsRetried;
+        ++d->retries;
+        if (!p.pause)
+            std::this_thread::sleep_for(std::chrono::milliseconds(wait));
+        else if (!p.pause(wait))
+            break;
+        close();
+        d->lost = true;
+        try {
+            open();
+            d->lost = false;
+            return true;
+        } catch (...) {
+            failedOpen = std::current_exception(); // the server is still away: the next pause is longer
+        }
+    }
+    if (failedOpen)
+        std::rethrow_exception(failedOpen);
+    return false;
 }
 
 QStringList Connection::errorDescriptions() const
@@ -161,6 +259,43 @@ void setTraceFile(const QString &path)
 QString traceFile()
 {
     return traceFileSetting();
+}
+
+namespace {
+int &timeoutSetting()
+{
+    static int seconds = -1;
+    return seconds;
+}
+} // namespace
+
+void setStatementTimeout(int seconds)
+{
+    timeoutSetting() = qMax(0, seconds);
+}
+
+int statementTimeout()
+{
+    if (timeoutSetting() >= 0)
+        return timeoutSetting();
+    bool ok = false;
+    const int setting = QSettings().value(QStringLiteral("odbc/timeout")).toInt(&ok);
+    return ok && setting >= 0 ? setting : 600;
+}
+
+RetryPolicy installedRetryPolicy()
+{
+    RetryPolicy p;
+    p.retries = 3;
+    const QSettings settings;
+    bool ok = false;
+    const int retries = settings.value(QStringLiteral("odbc/retries")).toInt(&ok);
+    if (ok && retries >= 0 && retries <= 100)
+        p.retries = retries;
+    const double wait = settings.value(QStringLiteral("odbc/retry-wait")).toDouble(&ok);
+    if (ok && wait >= 0 && wait <= 3600)
+        p.firstWaitMs = qRound(wait * 1000);
+    return p;
 }
 
 QString sqlServerDriver()

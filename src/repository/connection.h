@@ -7,7 +7,9 @@
 //
 // Threads: a Connection, its record sets and its streamed rows belong to the thread that opened
 // it, which also closes it (Qt's database connections are per thread); connections on different
-// threads run at once. Failures are raised, never put on the error trail.
+// threads run at once. Failures are raised, never put on the error trail. A retry policy's
+// pause runs on the connection's thread. The process-wide settings below (trace file, timeout,
+// drivers) are set on the main thread before connections are opened.
 
 #include "errors/hunterr.h"
 #include "repository/connectionstring.h"
@@ -16,9 +18,13 @@
 
 #include <QString>
 #include <QStringList>
+#include <atomic>
+#include <functional>
 #include <memory>
 
 namespace repo {
+
+class Backend;
 
 constexpr qint32 ERR_UNREACHABLE = -2147467259;    // server unreachable or access refused
 constexpr qint32 ERR_LOGIN_REJECTED = -2147217843; // login rejected
@@ -30,6 +36,21 @@ constexpr int adStateOpen = 1;
 constexpr int adUseClient = 3;
 
 
+
+// How a statement whose connection broke under it (a dropped link, a server failing over, a
+// statement unanswered past the timeout) is tried again: the connection is opened afresh with the
+// same text after a pause of firstWaitMs, then twice that, and so on, up to retries times. An
+// error the server answered with is never tried again.
+struct RetryPolicy {
+    int retries = 0;
+    int firstWaitMs = 1000;
+    // Waits ms milliseconds; false when the caller is to give up instead (a run being stopped).
+    // Called on the connection's own thread. Empty: a plain sleep.
+    std::function<bool(int ms)> pause;
+    // Counts the statements that had to be sent again, across every connection given this
+    // policy (shared between threads, so atomic); may be null.
+    std::shared_ptr<std::atomic<qint64>> statementsRetried;
+};
 
 // One row whose last column is read in chunks (see Connection::executeStreamed).
 struct StreamedRow {
@@ -57,6 +78,19 @@ public:
     // must be read or dropped before the connection runs anything else (a statement run
     // meanwhile ends it, and it then raises when read).
     StreamedRow executeStreamed(const QString &sql);
+    // Statements (execute, executeStreamed) that fail because the connection broke are tried
+    // again under this policy. The policy stays with the connection until it is set again.
+    void setRetryPolicy(RetryPolicy policy);
+    const RetryPolicy &retryPolicy() const;
+    // The tries again this connection made so far (each pause and reopening counts one).
+    qint64 retries() const;
+    // Whether the last failure of a statement or of its streamed value was the connection
+    // breaking (the policy's test, for a caller that reads a streamed value).
+    bool lastFailureBroken() const;
+    // After such a failure: waits as the policy says for the tries already made (*tried, counted
+    // up here) and opens the connection afresh. False when the policy allows no more tries or the
+    // pause says to give up; raises the reopening's own failure when the last try could not open.
+    bool reopenAfterBreak(int *tried);
     bool isEmbedded() const;
     // The embedded server's folder, absolute; "" for SQL Server (and before the first open).
     QString embeddedFolder() const;
@@ -66,6 +100,9 @@ public:
     void rollbackTrans() override;
 
 private:
+    // The open backend, made ready for sql (a connection lost by a try again is opened first).
+    Backend &backendFor(const QString &sql);
+
     struct Impl;
     std::unique_ptr<Impl> d;
 };
@@ -74,6 +111,18 @@ private:
 // Initialised from PARCELWISE_TRACE_SQL.
 void setTraceFile(const QString &path);
 QString traceFile();
+
+// How long a SQL Server statement may go unanswered before it fails as a broken connection, in
+// seconds (0: no limit), for connections opened afterwards: what was set, else the setting
+// odbc/timeout, else 600.
+void setStatementTimeout(int seconds);
+int statementTimeout();
+// The installation's retry policy for exports: the settings odbc/retries (default 3) and
+// odbc/retry-wait in seconds (default 1), without a pause function or counter.
+RetryPolicy installedRetryPolicy();
+// The policy every connection made afterwards starts with (none until set): the command line sets
+// its own, so that signing in and reading the tree survive a dropped link as the export does.
+void setDefaultRetryPolicy(const RetryPolicy &policy);
 
 // The ODBC driver used for SQL Server: PARCELWISE_ODBC_DRIVER, else the setting, else the platform's.
 QString sqlServerDriver();

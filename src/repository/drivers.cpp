@@ -78,6 +78,9 @@ QString sqlServerOdbcText(const ConnectionString &cs, const QString &driver)
         // unless the client sets it; Microsoft's drivers set it to the largest value when they
         // connect, FreeTDS only when asked. Without this, documents come back cut short.
         parts << QStringLiteral("TextSize=2147483647");
+        // A statement the server never answers (a link gone quiet, a server that froze) would wait
+        // for ever: FreeTDS gives up after this many seconds and the statement is tried again.
+        parts << QStringLiteral("Timeout=%1").arg(statementTimeout());
     }
     QString text = parts.join(u';');
     const QString extra = odbcOptions();
@@ -241,6 +244,29 @@ QString serverMessage(const QStringList &messages, const QList<int> &codes)
     return messages.first();
 }
 
+// What the drivers say when the link under a statement broke or went quiet: FreeTDS's own
+// numbers (timeout, read, write, unexpected end of file, dead process), the socket resets Windows
+// reports, a lost named pipe, and the standard texts of SQLSTATE 08S01 and HYT00/HYT01 (Qt keeps
+// no SQLSTATE, and some versions no number).
+bool linkFailed(const QStringList &messages, const QList<int> &codes)
+{
+    if (anyOf(codes, {20003, 20004, 20006, 20017, 20047, 10053, 10054, 233}))
+        return true;
+    static const QStringList texts = {
+        QStringLiteral("Communication link failure"), QStringLiteral("Timeout expired"),
+        QStringLiteral("Query timeout expired"),      QStringLiteral("Read from the server failed"),
+        QStringLiteral("Write to the server failed"), QStringLiteral("Unexpected EOF from the server"),
+        QStringLiteral("TCP Provider:")};
+    for (const QString &m : messages)
+        for (const QString &t : texts)
+            if (m.startsWith(t, Qt::CaseInsensitive))
+                return true;
+    // FreeTDS's words when a statement fails on a connection whose socket just died and nothing
+    // more was recorded (HY000, no server number): no server error ever reads so.
+    const bool numbered = std::any_of(codes.cbegin(), codes.cend(), [](int c) { return c != 0; });
+    return !numbered && messages.size() == 1 && messages.first() == QLatin1String("Unknown error");
+}
+
 } // namespace
 
 DriverFailure sqlServerFailure(const QSqlError &error, bool connecting)
@@ -275,6 +301,7 @@ DriverFailure sqlServerFailure(const QSqlError &error, bool connecting)
         f.number = loginText ? ERR_LOGIN_REJECTED : ERR_UNREACHABLE;
     else
         f.number = HuntERR::ERR_GENERAL;
+    f.broken = !loginText && f.number != ERR_NO_OBJECT && f.number != ERR_COMMAND && linkFailed(f.messages, codes);
     return f;
 }
 

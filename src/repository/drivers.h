@@ -49,9 +49,13 @@ struct DriverFailure {
     qint32 number = 0;
     QString description;  // the first message, without the drivers' "[...]" prefixes
     QStringList messages; // every message
+    bool broken = false;  // the connection itself broke or timed out: the statement may be tried again
 };
 
 // SQL Server through ODBC. connecting: the failure happened while opening.
+// Mid-statement, a failure of the link (FreeTDS's read, write, end-of-file and timeout errors,
+// Windows' socket resets, "Communication link failure", "Timeout expired") is broken; an error the
+// server itself answered with (208, 102, 229, 4060, ...) never is.
 DriverFailure sqlServerFailure(const QSqlError &error, bool connecting);
 // An embedded database file (QSQLITE or the SQLite ODBC driver); texts are given SQL Server's wording
 // where the procedures or the person may read them.

@@ -22,8 +22,12 @@ public:
     {
         QSqlDatabase db = addDatabase(QStringLiteral("QODBC"));
         db.setDatabaseName(sqlServerOdbcText(cs, sqlServerDriver()));
-        // An unreachable server should not keep the window blocked for long.
-        db.setConnectOptions(QStringLiteral("SQL_ATTR_LOGIN_TIMEOUT=5"));
+        // An unreachable server should not keep the window blocked for long. Drivers other than
+        // FreeTDS (which takes its timeout in the text) end a request unanswered for this long.
+        QString options = QStringLiteral("SQL_ATTR_LOGIN_TIMEOUT=5");
+        if (!sqlServerDriver().contains(u"tds", Qt::CaseInsensitive) && statementTimeout() > 0)
+            options += QStringLiteral(";SQL_ATTR_CONNECTION_TIMEOUT=%1").arg(statementTimeout());
+        db.setConnectOptions(options);
         if (!db.open())
             fail(withReason(sqlServerFailure(db.lastError(), true), cs));
     }

@@ -111,7 +111,9 @@ private:
             if (!SQL_SUCCEEDED(SQLGetDiagRecA(SQL_HANDLE_STMT, m_stmt, i, state, &native, text, sizeof text, &length)))
                 break;
             messages << QString::fromLocal8Bit(reinterpret_cast<const char *>(text)).trimmed();
-            linkLost = linkLost || qstrncmp(reinterpret_cast<const char *>(state), "08", 2) == 0;
+            // 08S01 and its kin: the link broke; HYT00/HYT01: it went quiet past the timeout.
+            linkLost = linkLost || qstrncmp(reinterpret_cast<const char *>(state), "08", 2) == 0
+                       || qstrncmp(reinterpret_cast<const char *>(state), "HYT0", 4) == 0;
         }
         if (messages.isEmpty())
             messages << QStringLiteral("The driver failed while reading a value");
@@ -119,7 +121,7 @@ private:
         end();
         const qint32 number = linkLost ? ERR_UNREACHABLE : HuntERR::ERR_GENERAL;
         if (owner)
-            owner->fail(number, messages.first(), messages);
+            owner->fail(number, messages.first(), messages, linkLost);
         HuntERR::raise(number, messages.first(), kProvider);
     }
 

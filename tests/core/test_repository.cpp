@@ -52,13 +52,13 @@ private slots:
             QTest::newRow(name) << input << QString::fromLatin1(driver) << QString::fromLatin1(options) << expected;
         };
         row("FreeTDS: host,port split", masterConnectionString("sa", "127.0.0.1,1", "pw"), "FreeTDS",
-            "DRIVER={FreeTDS};Server=127.0.0.1;Port=1;Database=zar_Master;UID=sa;PWD=pw;TDS_Version=7.4;TextSize=2147483647");
+            "DRIVER={FreeTDS};Server=127.0.0.1;Port=1;Database=zar_Master;UID=sa;PWD=pw;TDS_Version=7.4;TextSize=2147483647;Timeout=600");
         row("FreeTDS: padded port, quote", databaseConnectionString("sa", "Acme", " dbhost , 2433 ", "p'w"), "FreeTDS",
-            "DRIVER={FreeTDS};Server=dbhost;Port=2433;Database=Acme;UID=sa;PWD=p''w;TDS_Version=7.4;TextSize=2147483647");
+            "DRIVER={FreeTDS};Server=dbhost;Port=2433;Database=Acme;UID=sa;PWD=p''w;TDS_Version=7.4;TextSize=2147483647;Timeout=600");
         row("FreeTDS: .\\instance", serverMasterConnectionString("sa", ".\\SQLEXPRESS", "p"), "FreeTDS",
-            "DRIVER={FreeTDS};Server=localhost\\SQLEXPRESS;Database=MASTER;UID=sa;PWD=p;TDS_Version=7.4;TextSize=2147483647");
+            "DRIVER={FreeTDS};Server=localhost\\SQLEXPRESS;Database=MASTER;UID=sa;PWD=p;TDS_Version=7.4;TextSize=2147483647;Timeout=600");
         row("FreeTDS: tcp:host\\instance", serverMasterConnectionString("sa", "tcp:db1\\SQLEXPRESS", "p"), "FreeTDS",
-            "DRIVER={FreeTDS};Server=db1\\SQLEXPRESS;Database=MASTER;UID=sa;PWD=p;TDS_Version=7.4;TextSize=2147483647");
+            "DRIVER={FreeTDS};Server=db1\\SQLEXPRESS;Database=MASTER;UID=sa;PWD=p;TDS_Version=7.4;TextSize=2147483647;Timeout=600");
         row("native: host,port kept, = braced", masterConnectionString("sa", "db1,1433", "x=y"), "SQL Server",
             "DRIVER={SQL Server};Server=db1,1433;Database=zar_Master;UID=sa;PWD={x=y}");
         row("native: key case, blanks, quoted ;}, stray fragments",
@@ -69,7 +69,7 @@ private slots:
         row("native: doubled quotes are no quoting", "Password=''abc'';User ID=x", "SQL Server",
             "DRIVER={SQL Server};Server=;UID=x;PWD=''abc''");
         row("FreeTDS: bare host on 1433, extra attributes last", masterConnectionString("sa", "db1", "p"), "FreeTDS",
-            "DRIVER={FreeTDS};Server=db1;Port=1433;Database=zar_Master;UID=sa;PWD=p;TDS_Version=7.4;TextSize=2147483647;"
+            "DRIVER={FreeTDS};Server=db1;Port=1433;Database=zar_Master;UID=sa;PWD=p;TDS_Version=7.4;TextSize=2147483647;Timeout=600;"
             "Encryption=require;ClientCharset=UTF-8",
             " ;Encryption=require;ClientCharset=UTF-8; ");
         row("native: extra attributes", masterConnectionString("sa", "db1", "p"), "ODBC Driver 18 for SQL Server",

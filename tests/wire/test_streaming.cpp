@@ -16,6 +16,8 @@
 
 #include <QRandomGenerator>
 
+#include <thread>
+
 using exporting::ExportRecord;
 using exporting::fromJsonLine;
 using exporting::reportStatusText;
@@ -67,6 +69,18 @@ QList<demo::Document> addedDocuments()
     docs[10].uploadedDate = QStringLiteral("2009-12-31 23:59:59.997");
     docs[10].lifecycle = docs[11].lifecycle = demo::Lifecycle::Archived;
     return docs;
+}
+
+// The report's document records by id.
+QHash<qint64, ExportRecord> documentRecords(const QString &report)
+{
+    QHash<qint64, ExportRecord> records;
+    for (const QString &line : report.split(u'\n', Qt::SkipEmptyParts)) {
+        ExportRecord r;
+        if (fromJsonLine(line.toUtf8(), &r) && r.kind == ExportRecord::Kind::Document)
+            records.insert(r.id, r);
+    }
+    return records;
 }
 
 struct Run {
@@ -219,13 +233,7 @@ private slots:
         QVERIFY2(one.log.contains(QStringLiteral("File ID: 3004 , File Name: Clash ,")), qPrintable(one.log));
         QVERIFY2(!one.log.contains(QStringLiteral("File ID: 3007 ,")), qPrintable(one.log));
         // The report says how each name came about, with the digest of the bytes as they streamed.
-        QHash<qint64, ExportRecord> records;
-        for (const QString &line : one.report.split(u'\n', Qt::SkipEmptyParts)) {
-            ExportRecord r;
-            QVERIFY2(fromJsonLine(line.toUtf8(), &r), qPrintable(line));
-            if (r.kind == ExportRecord::Kind::Document)
-                records.insert(r.id, r);
-        }
+        const QHash<qint64, ExportRecord> records = documentRecords(one.report);
         const QList<std::pair<qint64, QString>> statuses = {{3002, QStringLiteral("written")}, {3004, QStringLiteral("failed")},
                                                             {3005, QStringLiteral("renamed")}, {3007, QStringLiteral("fallback")},
                                                             {3008, QStringLiteral("renamed")}};
@@ -262,21 +270,54 @@ private slots:
         }
     }
 
-    // The server goes away in the middle of a document: the document is logged, and no file (whole
-    // or torn) stands under its name.
+    // The server goes away in the middle of a document, or stops answering its statement: the
+    // document is fetched again from its first byte once, as --retries 1 allows, then logged, and
+    // no file (whole or torn) stands under its name.
     void interruptedRead()
     {
         if (m_cutting.server.isEmpty())
             QSKIP("FreeTDS's ODBC driver is not registered (scripts/setup.sh installs tdsodbc)");
+        StandinProcess stalling;
+        QVERIFY(stalling.start(m_folder, {"--stall-on", "Rec_ID =3002)"}));
         for (const QString &jobs : {QStringLiteral("1"), QStringLiteral("4")}) {
-            const Run r = exportRun(m_cutting.server, QStringLiteral("cut-") + jobs,
-                                    {QStringLiteral("--folder"), QStringLiteral("Docs"), QStringLiteral("--jobs"), jobs});
-            QCOMPARE(r.exitCode, 1);
-            QVERIFY2(r.log.contains(QStringLiteral("File ID: 3002 , ")), qPrintable(r.log));
-            QVERIFY2(r.tree.filter(QStringLiteral("Chunk plus")).isEmpty(), qPrintable(r.tree.join(u'\n')));
-            // What came before it is there, whole.
-            QVERIFY2(!r.tree.filter(QStringLiteral("Docs/Chunk exact.bin %1 ").arg(kChunk)).isEmpty(), qPrintable(r.tree.join(u'\n')));
+            for (const StandinProcess *server : {&m_cutting, &stalling}) {
+                const Run r = exportRun(server->server, QStringLiteral("cut-%1-%2").arg(jobs).arg(server->port),
+                                        {"--folder", "Docs", "--jobs", jobs, "--retries", "1", "--retry-wait", "0", "--timeout", "1"});
+                QCOMPARE(r.exitCode, 1);
+                QVERIFY2(r.log.contains(QStringLiteral("File ID: 3002 , ")), qPrintable(r.log));
+                QVERIFY2(r.tree.filter(QStringLiteral("Chunk plus")).isEmpty(), qPrintable(r.tree.join(u'\n')));
+                QCOMPARE(documentRecords(r.report).value(3002).retries, 1);
+                // What came before it is there, whole.
+                QVERIFY2(!r.tree.filter(QStringLiteral("Docs/Chunk exact.bin %1 ").arg(kChunk)).isEmpty(), qPrintable(r.tree.join(u'\n')));
+            }
         }
+    }
+
+    // The server goes away for two seconds in the middle of an export and comes back on its port:
+    // what met the broken connection is sent again on a reopened one, and the export is exact.
+    void serverBackMidRun()
+    {
+        if (m_standin.server.isEmpty())
+            QSKIP("FreeTDS's ODBC driver is not registered (scripts/setup.sh installs tdsodbc)");
+        const QStringList args{"--all", "--exclude", "Docs", "--jobs", "2"};
+        const Run embedded = exportRun(m_folder, QStringLiteral("back-embedded"), args);
+        StandinProcess first, second;
+        QVERIFY(first.start(m_folder, {"--latency-ms", "20"}));
+        Run wire;
+        std::thread exporting([&] { wire = exportRun(first.server, QStringLiteral("back"), args); });
+        QDeadlineTimer patience(60000);
+        while (QDir(m_cli.fx.filePath(QStringLiteral("back/out"))).isEmpty() && !patience.hasExpired())
+            QThread::msleep(10);
+        first.process.kill();
+        first.process.waitForFinished();
+        QThread::sleep(2);
+        const bool restarted = second.start(m_folder, {"--port", QString::number(first.port)});
+        exporting.join();
+        QVERIFY(restarted);
+        QVERIFY2(wire.exitCode == 0 && wire.err.contains(QStringLiteral("retried after the connection broke")),
+                 qPrintable(wire.err + wire.log));
+        QVERIFY(embedded.tree.size() > 20);
+        QCOMPARE(wire.tree, embedded.tree);
     }
 
     // The connection's streamed rows: the other columns, the value a chunk at a time (on the

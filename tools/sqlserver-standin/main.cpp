@@ -2,8 +2,8 @@
 // the benchmark can sign in through the real FreeTDS ODBC driver, and anyone can try that path.
 //
 //   sqlserver-standin --port N --server DIR [--latency-ms MS] [--max-seconds S] [--no-stdin] [--log]
-//                     [--cut-replies-over BYTES] [--browser-port N] [--tls]
-//                     [--shuffle-ties SEED]
+//                     [--cut-replies-over BYTES] [--browser-port N] [--tls] [--shuffle-ties SEED]
+//                     [--stall-on TEXT]
 //
 // Port 0 takes a free port. The port listened on is printed as "port N" on its own line. The
 // stand-in ends by itself when its standard input closes (the test that started it has gone),
@@ -143,7 +143,10 @@ int main(int argc, char *argv[])
     const QCommandLineOption shuffle(QStringLiteral("shuffle-ties"),
                                      QStringLiteral("Rows in no promised order come in an order this seed chooses."),
                                      QStringLiteral("SEED"));
-    parser.addOptions({port, server, latency, lifetime, noStdin, log, cut, browser, tls, shuffle});
+    const QCommandLineOption stall(QStringLiteral("stall-on"),
+                                   QStringLiteral("Leave every batch holding TEXT unanswered until the client cancels it."),
+                                   QStringLiteral("TEXT"));
+    parser.addOptions({port, server, latency, lifetime, noStdin, log, cut, browser, tls, shuffle, stall});
     parser.process(app);
 
     bool portOk = false;
@@ -160,6 +163,7 @@ int main(int argc, char *argv[])
     options.latencyMs = qMax(0, parser.value(latency).toInt());
     options.log = parser.isSet(log);
     options.cutRepliesOver = qMax<qint64>(0, parser.value(cut).toLongLong());
+    options.stallOn = parser.value(stall);
     if (parser.isSet(shuffle))
         options.shuffleSeed = parser.value(shuffle).toUInt();
     if (parser.isSet(tls)) {

@@ -163,7 +163,12 @@ void Session::run()
             const quint32 headers =
                 payload.size() >= 4 && m_tds >= 0x72 ? qFromLittleEndian<quint32>(payload.constData()) : 0;
             const qsizetype skip = headers <= quint32(payload.size()) ? headers : 0;
-            batch(utf16(payload, int(skip), int((payload.size() - skip) / 2)), out);
+            const QString text = utf16(payload, int(skip), int((payload.size() - skip) / 2));
+            if (!m_options.stallOn.isEmpty() && text.contains(m_options.stallOn)) {
+                log(QStringLiteral("batch left unanswered: %1").arg(text));
+                continue;
+            }
+            batch(text, out);
         } else if (type == kAttention) {
             log(QStringLiteral("attention"));
             out.done(kDoneAttention, 0, 0);

@@ -23,6 +23,9 @@ struct Options {
     // Tests: a reply longer than this many bytes is sent only this far, then the connection is
     // dropped, as a server that goes away in the middle of a document (0: never).
     qint64 cutRepliesOver = 0;
+    // Tests: a batch holding this text gets no answer (a server gone quiet) until the client
+    // cancels it with an attention, which is answered as SQL Server does ("": none).
+    QString stallOn;
     // The server's certificate: encryption offered at pre-login (null: not offered).
     std::shared_ptr<SSL_CTX> tls;
     // Rows that tie on the ORDER BY, and results without one, in an order this seed chooses.
