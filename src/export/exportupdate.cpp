@@ -5,6 +5,9 @@
 
 #include "errors/hunterr.h"
 #include "export/exportdisk.h"
+#include "repository/statements.h"
+
+#include <algorithm>
 
 namespace exporting {
 
@@ -71,6 +74,52 @@ void Exporter::releaseRecords(qint64 serial)
         m_heldRecords.pop_front();
         writeRecord(r, r.path);
     }
+}
+
+QString Exporter::sizesQuery(const QString &folderId) const
+{
+    return m_signIn.blnArchive ? repo::statements::archiveDocumentSizes(folderId, m_signIn.strSelectedDb)
+                               : repo::statements::liveDocumentSizes(folderId);
+}
+
+QHash<qint64, ListedFacts> Exporter::listedSizes(const QString &folderId, bool anyListed)
+{
+    const QString sql = sizesQuery(folderId);
+    if (!anyListed) {
+        if (m_documents) // sent ahead, or about to be: the walk will not ask for it
+            m_documents->forget(sql);
+        if (const auto it = std::find(m_ahead.begin(), m_ahead.end(), sql); it != m_ahead.end())
+            m_ahead.erase(it);
+        return {};
+    }
+    QHash<qint64, ListedFacts> listed;
+    QSet<qint64> seen, twice;
+    try {
+        repo::RecordSet rs = listing(sql);
+        for (; !rs.eof(); rs.moveNext()) {
+            const qint64 id = listedId(rs);
+            if (seen.contains(id))
+                twice.insert(id);
+            seen.insert(id);
+            const QVariant value = rs.value(QStringLiteral("File_Size"));
+            bool known = false;
+            const qint64 size = value.toLongLong(&known);
+            if (value.isNull() || !known || size < 0)
+                continue;
+            ListedFacts &facts = listed[id];
+            facts.size = size;
+            try {
+                facts.date = documentDateOf(rs);
+            } catch (...) {
+                facts.dateError = std::current_exception();
+            }
+        }
+    } catch (...) {
+        return {}; // every document asks for itself, and meets whatever is wrong there
+    }
+    for (const qint64 id : std::as_const(twice))
+        listed.remove(id);
+    return listed;
 }
 
 void Exporter::listNotListed(const QString &dir)

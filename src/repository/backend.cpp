@@ -94,12 +94,30 @@ void BackendStream::raiseEnded() const
 
 void Backend::endStream()
 {
+    endValue();
+    endBatch();
+}
+
+void Backend::endValue()
+{
     if (!m_stream)
         return;
     BackendStream *stream = m_stream;
     m_stream = nullptr;
     stream->end();
     stream->m_backend = nullptr;
+}
+
+StreamedRow Backend::executeBatch(const QString &sql, const QString &following)
+{
+    Q_UNUSED(following);
+    return executeStreamed(sql);
+}
+
+RecordSet Backend::followingResult(const QString &following)
+{
+    endStream();
+    return execute(following);
 }
 
 StreamedRow Backend::executeStreamed(const QString &sql)

@@ -7,6 +7,8 @@
 #include <QMutex>
 #include <QSettings>
 
+#include <utility>
+
 namespace repo {
 
 namespace {
@@ -63,6 +65,7 @@ struct Connection::Impl {
     bool embedded = false;
     QString folder; // the embedded server's, absolute
     QStringList errors; // messages of the last failure (ADO's Errors collection)
+    QString following;  // the statement batched after the last streamed one, not yet taken
 };
 
 Connection::Connection() : d(std::make_unique<Impl>()) {}
@@ -136,6 +139,29 @@ StreamedRow Connection::executeStreamed(const QString &sql)
     traceStatement(sql);
     d->errors.clear();
     return d->backend->executeStreamed(sql);
+}
+
+StreamedRow Connection::executeStreamed(const QString &sql, const QString &following)
+{
+    if (!d->backend)
+        raiseUnusable();
+    d->backend->endStream();
+    traceStatement(sql);
+    d->errors.clear();
+    d->following = following;
+    return d->backend->executeBatch(sql, following);
+}
+
+RecordSet Connection::followingResult()
+{
+    if (!d->backend)
+        raiseUnusable();
+    const QString sql = std::exchange(d->following, QString());
+    if (sql.isEmpty())
+        HuntERR::raise(HuntERR::ERR_GENERAL, QStringLiteral("No statement follows the last one sent"), kProvider);
+    traceStatement(sql);
+    d->errors.clear();
+    return d->backend->followingResult(sql);
 }
 
 QStringList Connection::errorDescriptions() const

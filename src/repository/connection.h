@@ -57,6 +57,15 @@ public:
     // must be read or dropped before the connection runs anything else (a statement run
     // meanwhile ends it, and it then raises when read).
     StreamedRow executeStreamed(const QString &sql);
+    // executeStreamed(sql), with following (a statement that needs nothing sql gives) sent in the
+    // same batch where the server takes several statements at once (SQL Server: one round trip
+    // for both); elsewhere following is sent when followingResult asks for it. followingResult()
+    // then gives its record set, once the streamed value is read or dropped; it is also sent on
+    // its own if another statement ran in between. Each statement is traced as it is taken:
+    // following when followingResult asks for it, so the trace reads alike on every server (and a
+    // batch whose following result is never asked for leaves it untraced, though it was sent).
+    StreamedRow executeStreamed(const QString &sql, const QString &following);
+    RecordSet followingResult();
     bool isEmbedded() const;
     // The embedded server's folder, absolute; "" for SQL Server (and before the first open).
     QString embeddedFolder() const;

@@ -17,6 +17,7 @@ namespace {
 class OdbcServer final : public Backend {
 public:
     using Backend::Backend;
+    ~OdbcServer() override { endStream(); } // the value, then the batch's statement, before the connection
 
     void open(const ConnectionString &cs)
     {
@@ -45,12 +46,28 @@ public:
     }
 
     RecordSet execute(const QString &sql) override { return run(sql, sqlServerFailure); }
-    StreamedRow executeStreamed(const QString &sql) override;
+    StreamedRow executeStreamed(const QString &sql) override { return streamed(sql, {}); }
+    StreamedRow executeBatch(const QString &sql, const QString &following) override { return streamed(sql, following); }
+    RecordSet followingResult(const QString &following) override;
+
+protected:
+    void endBatch() override
+    {
+        if (m_batch)
+            m_batch->finish(); // the results not read yet are dropped with it
+        m_batch.reset();
+    }
+
+private:
+    StreamedRow streamed(const QString &sql, const QString &following);
+
+    std::unique_ptr<QSqlQuery> m_batch; // a batch whose following result is still to be read
 };
 
 // Qt's ODBC driver reads a row's columns only when asked, in order: the leading columns are read
-// through it, the last one is left to SQLGetData on the statement's own handle.
-StreamedRow OdbcServer::executeStreamed(const QString &sql)
+// through it, the last one is left to SQLGetData on the statement's own handle. With following,
+// both statements go in one batch (one round trip); the statement is kept for its next result.
+StreamedRow OdbcServer::streamed(const QString &sql, const QString &following)
 {
     auto q = std::make_unique<QSqlQuery>(database());
     q->setForwardOnly(true);
@@ -59,7 +76,11 @@ StreamedRow OdbcServer::executeStreamed(const QString &sql)
         q.reset();
         fail(f);
     };
-    if (!q->exec(sql))
+    const auto keep = [&] {
+        if (!following.isEmpty())
+            m_batch = std::move(q);
+    };
+    if (!q->exec(following.isEmpty() ? sql : sql + QStringLiteral(";\n") + following))
         failed();
     StreamedRow row;
     const QSqlRecord record = q->record();
@@ -68,19 +89,56 @@ StreamedRow OdbcServer::executeStreamed(const QString &sql)
     for (int c = 0; c < last; ++c)
         names << record.fieldName(c);
     row.fields.setFields(names);
-    if (last < 0)
+    if (last < 0) {
+        keep();
         return row;
+    }
     if (!q->next()) {
         if (q->lastError().isValid())
             failed();
+        keep();
         return row;
     }
     QVariantList values;
     for (int c = 0; c < last; ++c)
         values.append(q->isNull(c) ? QVariant() : q->value(c));
     row.fields.appendRow(std::move(values));
-    row.value = odbcValueStream(*this, std::move(q), last);
+    if (following.isEmpty()) {
+        row.value = odbcValueStream(*this, std::move(q), last);
+        return row;
+    }
+    row.value = odbcValueStream(*this, *q, last); // ends any value before it, and its batch
+    keep();
     return row;
+}
+
+RecordSet OdbcServer::followingResult(const QString &following)
+{
+    endValue();
+    std::unique_ptr<QSqlQuery> q = std::move(m_batch);
+    if (!q)
+        return Backend::followingResult(following); // another statement ended the batch
+    const auto failed = [&] {
+        const DriverFailure f = sqlServerFailure(q->lastError(), false);
+        q.reset();
+        fail(f);
+    };
+    // The driver may first hand out what ended the first statement (its row count) as a result of
+    // its own, without columns.
+    bool next = q->nextResult();
+    while (next && !q->isSelect())
+        next = q->nextResult();
+    if (next) {
+        RecordSet rs;
+        if (!readRows(*q, rs))
+            failed();
+        q->finish();
+        return rs;
+    }
+    if (q->lastError().isValid()) // the statement failed where it ran, in the batch
+        failed();
+    q.reset(); // the driver gave no second result: sent on its own
+    return Backend::followingResult(following);
 }
 
 } // namespace
