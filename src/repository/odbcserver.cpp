@@ -10,6 +10,8 @@
 #include <QSqlQuery>
 #include <QSqlRecord>
 
+#include <utility>
+
 namespace repo {
 
 namespace {
@@ -56,12 +58,15 @@ protected:
         if (m_batch)
             m_batch->finish(); // the results not read yet are dropped with it
         m_batch.reset();
+        m_followingFailure = DriverFailure();
     }
 
 private:
     StreamedRow streamed(const QString &sql, const QString &following);
+    StreamedRow ownRow(std::unique_ptr<QSqlQuery> &q, const QString &sql);
 
     std::unique_ptr<QSqlQuery> m_batch; // a batch whose following result is still to be read
+    DriverFailure m_followingFailure;   // or the failure that result is (number 0: none)
 };
 
 // Qt's ODBC driver reads a row's columns only when asked, in order: the leading columns are read
@@ -94,6 +99,8 @@ StreamedRow OdbcServer::streamed(const QString &sql, const QString &following)
         return row;
     }
     if (!q->next()) {
+        if (q->lastError().isValid() && !following.isEmpty())
+            return ownRow(q, sql);
         if (q->lastError().isValid())
             failed();
         keep();
@@ -112,9 +119,23 @@ StreamedRow OdbcServer::streamed(const QString &sql, const QString &following)
     return row;
 }
 
+// The driver reads past the end of a result without rows into the next one: a failure there may
+// be the following statement's. Sent alone, the statement tells whether it was its own; if not,
+// the following statement's result is that failure.
+StreamedRow OdbcServer::ownRow(std::unique_ptr<QSqlQuery> &q, const QString &sql)
+{
+    const DriverFailure f = sqlServerFailure(q->lastError(), false);
+    q.reset();
+    StreamedRow row = streamed(sql, {});
+    m_followingFailure = f;
+    return row;
+}
+
 RecordSet OdbcServer::followingResult(const QString &following)
 {
     endValue();
+    if (m_followingFailure.number != 0)
+        fail(std::exchange(m_followingFailure, DriverFailure()));
     std::unique_ptr<QSqlQuery> q = std::move(m_batch);
     if (!q)
         return Backend::followingResult(following); // another statement ended the batch
