@@ -7,8 +7,6 @@
 #include "export/exportdisk.h"
 #include "repository/statements.h"
 
-#include <algorithm>
-
 namespace exporting {
 
 using names::pathSeparator;
@@ -86,10 +84,12 @@ QHash<qint64, ListedFacts> Exporter::listedSizes(const QString &folderId, bool a
 {
     const QString sql = sizesQuery(folderId);
     if (!anyListed) {
-        if (m_documents) // sent ahead, or about to be: the walk will not ask for it
+        // Sent ahead, or next to be: the walk asks in the order it sent them ahead, so it is
+        // the first of those not sent yet or it is on its way.
+        if (!m_ahead.empty() && m_ahead.front() == sql)
+            m_ahead.pop_front();
+        else if (m_documents)
             m_documents->forget(sql);
-        if (const auto it = std::find(m_ahead.begin(), m_ahead.end(), sql); it != m_ahead.end())
-            m_ahead.erase(it);
         return {};
     }
     QHash<qint64, ListedFacts> listed;

@@ -114,6 +114,14 @@ StreamedRow Backend::executeBatch(const QString &sql, const QString &following)
     return executeStreamed(sql);
 }
 
+QList<RecordSet> Backend::executeAll(const QStringList &statements)
+{
+    QList<RecordSet> results;
+    for (const QString &sql : statements)
+        results.append(execute(sql));
+    return results;
+}
+
 RecordSet Backend::followingResult(const QString &following)
 {
     endStream();

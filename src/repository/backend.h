@@ -61,6 +61,11 @@ public:
     // value is done with (it is ended here). Sent now when the server has not run it yet, or when
     // another statement ended the batch first.
     virtual RecordSet followingResult(const QString &following);
+    // Whether several statements go to the server in one batch (one round trip).
+    virtual bool takesBatches() const { return false; }
+    // Each statement's record set, in order; raises at the first failure. This default runs them
+    // one at a time.
+    virtual QList<RecordSet> executeAll(const QStringList &statements);
     // Ends the value still being read, if any, and the rest of its batch (before another
     // statement, and before closing).
     void endStream();

@@ -164,6 +164,22 @@ RecordSet Connection::followingResult()
     return d->backend->followingResult(sql);
 }
 
+bool Connection::takesBatches() const
+{
+    return d->backend && d->backend->takesBatches();
+}
+
+QList<RecordSet> Connection::executeAll(const QStringList &statements)
+{
+    if (!d->backend)
+        raiseUnusable();
+    d->backend->endStream();
+    for (const QString &sql : statements)
+        traceStatement(sql);
+    d->errors.clear();
+    return d->backend->executeAll(statements);
+}
+
 QStringList Connection::errorDescriptions() const
 {
     return d->errors;

@@ -66,6 +66,12 @@ public:
     // batch whose following result is never asked for leaves it untraced, though it was sent).
     StreamedRow executeStreamed(const QString &sql, const QString &following);
     RecordSet followingResult();
+    // Whether the server takes several statements in one batch (SQL Server; not the embedded one).
+    bool takesBatches() const;
+    // The statements' record sets, in order, the statements sent in one batch where the server
+    // takes several, else one at a time; each is traced. Raises at the first failure (which of
+    // them failed is then best told by sending each alone).
+    QList<RecordSet> executeAll(const QStringList &statements);
     bool isEmbedded() const;
     // The embedded server's folder, absolute; "" for SQL Server (and before the first open).
     QString embeddedFolder() const;

@@ -51,6 +51,8 @@ public:
     StreamedRow executeStreamed(const QString &sql) override { return streamed(sql, {}); }
     StreamedRow executeBatch(const QString &sql, const QString &following) override { return streamed(sql, following); }
     RecordSet followingResult(const QString &following) override;
+    bool takesBatches() const override { return true; }
+    QList<RecordSet> executeAll(const QStringList &statements) override;
 
 protected:
     void endBatch() override
@@ -160,6 +162,31 @@ RecordSet OdbcServer::followingResult(const QString &following)
         failed();
     q.reset(); // the driver gave no second result: sent on its own
     return Backend::followingResult(following);
+}
+
+QList<RecordSet> OdbcServer::executeAll(const QStringList &statements)
+{
+    QList<RecordSet> results;
+    DriverFailure failure;
+    {
+        QSqlQuery q(database());
+        q.setForwardOnly(true);
+        bool ok = q.exec(statements.join(QStringLiteral(";\n")));
+        while (ok && results.size() < statements.size()) {
+            RecordSet rs;
+            ok = readRows(q, rs);
+            results.append(rs);
+            // What ended a statement may come as a result of its own, without columns.
+            while (ok && results.size() < statements.size() && (ok = q.nextResult()) && !q.isSelect()) {
+            }
+        }
+        if (!ok)
+            failure = sqlServerFailure(q.lastError(), false);
+        q.finish();
+    }
+    if (failure.number != 0 || results.size() != statements.size())
+        fail(failure.number != 0 ? failure : DriverFailure{HuntERR::ERR_GENERAL, QStringLiteral("A batch gave fewer results than it held statements"), {}});
+    return results;
 }
 
 } // namespace
