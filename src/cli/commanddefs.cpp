@@ -115,7 +115,7 @@ QList<OptionDef> exportOptions()
             << option("--since", "DATE", "Leave out documents dated before DATE (2016-01-31 or\n"
                                                        "2016-01-31T08:00): each is dated first, with a statement more")
             << option("--dest", "DIR", "Directory that receives the folders (created with its parents when missing)")
-            << shortOption("-j", option("--jobs", "N", "Documents fetched and written at once, each on its own\nconnection (1 to 64; default 1)"))
+            << shortOption("-j", option("--jobs", "N", "Documents fetched and written at once, each on its own\nconnection (1 to 64; default 4; 1 sends every statement in turn)"))
             << option("--retries", "N", "Times a statement whose connection broke is tried again on a\n"
                                         "reopened connection (0 to 100; default 3)")
             << option("--retry-wait", "S", "Seconds before the first try again, doubled for each later one\n"
@@ -178,9 +178,11 @@ CommandDef exportCommand()
         "line is printed at the end in any case, and with --json one JSON object on stdout.\n"
         "\n"
         "Documents are streamed from the database to their files a megabyte at a time, never held\n"
-        "whole. --jobs N fetches and writes N documents at once, each on a connection of its own\n"
-        "(worth it when every round trip to the server costs time); the folders are still walked\n"
-        "one by one, so the files, their names and the log are the same for every N.\n"
+        "whole. --jobs N fetches and writes N documents at once (default 4), each on a connection\n"
+        "of its own, which hides most of the time every round trip to the server costs; the folders\n"
+        "are still walked one by one, so the files, their names and the log are the same for\n"
+        "every N. --jobs 1 sends every statement in turn on one connection. The summary says how\n"
+        "many connections were used.\n"
         "\n"
         "A statement whose connection breaks (a dropped link, a server failing over, no answer\n"
         "within --timeout) is sent again on a freshly opened connection after 1, 2, 4, ... seconds\n"
@@ -193,7 +195,8 @@ CommandDef exportCommand()
         "--report writes one JSON line per folder and per document as the run goes (path, bytes,\n"
         "SHA-256, date, status), for 'parcelwise verify'. --update finishes or refreshes an earlier\n"
         "export into the same DIR: existing directories are kept, a document whose file is there\n"
-        "with its size and date is left alone, everything else is written.");
+        "with its size and date is left alone, everything else is written. It reads the sizes and\n"
+        "dates of a folder's documents with one statement, so an unchanged document costs none.");
     exportCommand.options = exportOptions();
     exportCommand.exitStatus = QStringLiteral(
         "  0  done: every item exported\n"

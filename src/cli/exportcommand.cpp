@@ -155,14 +155,14 @@ void printSummary(const ExportResult &result, bool dryRun, double seconds, const
     QString kept = result.kept > 0 ? QStringLiteral(" (%1 more unchanged)").arg(result.kept) : QString();
     if (result.skipped > 0)
         kept += QStringLiteral(" (%1 left out by --exclude or --since)").arg(result.skipped);
-    // --jobs that quietly became fewer would look like a slow server: say so.
-    QString connections;
+    // The connections the documents were fetched on; --jobs that quietly became fewer would look
+    // like a slow server: say so.
+    QString connections = QStringLiteral("; connections: %1").arg(result.connections);
     if (result.connections < result.jobs)
-        connections = QStringLiteral("; connections: %1 of %2 (%3 could not connect: %4)")
-                          .arg(result.connections)
-                          .arg(result.jobs)
-                          .arg(result.jobs - result.connections)
-                          .arg(printable(result.connectionError));
+        connections += QStringLiteral(" of %1 (%2 could not connect: %3)")
+                           .arg(result.jobs)
+                           .arg(result.jobs - result.connections)
+                           .arg(printable(result.connectionError));
     // Said only when it happened: a run that needed the retries went through a troubled link.
     if (result.statementsRetried > 0)
         connections += QStringLiteral("; %1 retried after the connection broke")
@@ -200,6 +200,9 @@ void printJson(const ExportResult &result, double seconds, const QString &report
 // What the arguments ask of an export, checked before anything else happens.
 // More connections than this only queue up at the server.
 constexpr int kMaxJobs = 64;
+// Enough documents on their way at once to hide most of a network's round trips, few enough to
+// ask little of the server.
+constexpr int kDefaultJobs = 4;
 
 struct ExportRequest {
     QStringList folders;
@@ -210,7 +213,7 @@ struct ExportRequest {
     bool verbose = false;
     bool progress = false;
     bool reasons = true; // each failed item on stderr as it happens
-    int jobs = 1;
+    int jobs = kDefaultJobs;
     int retries = -1;     // -1: not given (the installation's setting holds)
     int retryWaitMs = -1;
     bool update = false;

@@ -45,9 +45,11 @@ private:
     const StopRequest *m_stop;
 };
 
+// The document's statement with its date statement behind it: one round trip where the server
+// takes both at once. The dates are taken with cn.followingResult().
 repo::StreamedRow openDocument(repo::Connection &cn, const QString &sql, qint64 recId, DocumentOutcome &o)
 {
-    repo::StreamedRow row = cn.executeStreamed(sql);
+    repo::StreamedRow row = cn.executeStreamed(sql, repo::statements::documentDates(QString::number(recId)));
     if (row.fields.eof())
         HuntERR::raise(HuntERR::ERR_NO_CURRENT_RECORD,
                        QStringLiteral("Either BOF or EOF is True, or the current record has been deleted. "
@@ -117,15 +119,22 @@ void DocumentFetcher::fetchOnce(const DocumentJob &job, repo::Connection &cn, co
             return;
         }
     }
+    if (m_settings.update && job.listed.size >= 0 && keptAsListed(job, o))
+        return;
     const QString idText = QString::number(job.recId);
     const QString sql = m_settings.archive ? repo::statements::archiveDocument(idText, m_settings.archiveDb)
                                            : repo::statements::liveDocument(idText);
     bool writing = false;
     try {
         repo::StreamedRow row = openDocument(cn, sql, job.recId, o);
-        // The reader knows the size before a byte is read: an unchanged file costs no bytes.
-        if (m_settings.update && row.value->size() >= 0) {
-            if (keptUnchanged(job, cn, row, o))
+        // Not in its folder's size listing: the reader knows the size before a byte is read, so
+        // an unchanged file still costs no bytes.
+        if (m_settings.update && job.listed.size < 0 && row.value->size() >= 0) {
+            const auto dateOf = [&] {
+                row.value.reset(); // the date statement's result ends it
+                return documentDateOf(cn.followingResult());
+            };
+            if (keptUnchanged(job, row.value->size(), dateOf, o))
                 return;
             if (!row.value) // the date statement ended it: sent again for the bytes
                 row = openDocument(cn, sql, job.recId, o);
@@ -141,8 +150,8 @@ void DocumentFetcher::fetchOnce(const DocumentJob &job, repo::Connection &cn, co
         o.abandoned = true;
         return;
     }
-    // The statement is closed by now: the connection is free for the date. The file is dated
-    // under its temporary name, so a file under a final name is always complete and dated.
+    // The bytes are read by now: the date statement's result is next. The file is dated under
+    // its temporary name, so a file under a final name is always complete and dated.
     if (!o.written.isEmpty()) {
         try {
             date(cn, job.recId, o.written, &o.date);
@@ -186,10 +195,9 @@ void DocumentFetcher::stage(const DocumentJob &job, repo::ValueReader &counting,
 }
 
 // The names the walk gave the document are the only ones an earlier run can have used for it.
-bool DocumentFetcher::keptUnchanged(const DocumentJob &job, repo::Connection &cn, repo::StreamedRow &row,
+bool DocumentFetcher::keptUnchanged(const DocumentJob &job, qint64 size, const std::function<QDateTime()> &dateOf,
                                     DocumentOutcome &o) const
 {
-    const qint64 size = row.value->size();
     const QString dir = job.folder + pathSeparator();
     QStringList candidates;
     if (!job.fileName.isEmpty())
@@ -203,11 +211,10 @@ bool DocumentFetcher::keptUnchanged(const DocumentJob &job, repo::Connection &cn
         // The size first: it costs nothing, and most changes show in it.
         if (onDiskSize != size)
             return false;
-        row.value.reset(); // the connection runs the date statement next
         // A document without a date cannot be told from an older copy of the same size.
         QDateTime when;
         try {
-            when = documentDate(cn, job.recId);
+            when = dateOf();
         } catch (...) {
             o.keptDateError = std::current_exception();
             return false;
@@ -226,9 +233,18 @@ bool DocumentFetcher::keptUnchanged(const DocumentJob &job, repo::Connection &cn
     return false;
 }
 
+bool DocumentFetcher::keptAsListed(const DocumentJob &job, DocumentOutcome &o) const
+{
+    return keptUnchanged(job, job.listed.size, [&] {
+        if (job.listed.dateError)
+            std::rethrow_exception(job.listed.dateError);
+        return job.listed.date;
+    }, o);
+}
+
 void DocumentFetcher::date(repo::Connection &cn, qint64 recId, const QString &filePath, QDateTime *applied) const
 {
-    const QDateTime when = documentDate(cn, recId);
+    const QDateTime when = documentDateOf(cn.followingResult());
     // Without a date the file keeps the times the file system gave it; a file that cannot be
     // opened keeps its times too, and that is not reported.
     if (!when.isValid())

@@ -14,6 +14,8 @@
 #include <QDateTime>
 #include <QString>
 
+#include <functional>
+
 namespace exporting {
 
 class ExportDisk;
@@ -41,10 +43,14 @@ private:
                    DocumentOutcome &o) const;
     // The streamed document written under a temporary name beside its file.
     void stage(const DocumentJob &job, repo::ValueReader &bytes, DocumentOutcome &o) const;
-    // The document's file is there with its size and date. Running the date statement drops
-    // row's reader (row.value is null then).
-    bool keptUnchanged(const DocumentJob &job, repo::Connection &cn, repo::StreamedRow &row, DocumentOutcome &o) const;
-    // The document's date from the repository given to the staged file; raises on failure.
+    // The document's file is there with size and the date dateOf gives (asked for only once the
+    // size matches; it raises when the date cannot be read).
+    bool keptUnchanged(const DocumentJob &job, qint64 size, const std::function<QDateTime()> &dateOf,
+                       DocumentOutcome &o) const;
+    // keptUnchanged with the size and date its folder's size listing gave: no statement at all.
+    bool keptAsListed(const DocumentJob &job, DocumentOutcome &o) const;
+    // The document's date from the repository (the result of the date statement sent in the batch
+    // with its bytes) given to the staged file; raises on failure.
     // *applied: the date the file took (invalid when none did).
     void date(repo::Connection &cn, qint64 recId, const QString &filePath, QDateTime *applied) const;
 

@@ -38,6 +38,9 @@ struct Listing {
 // Statements sent ahead and not yet taken: enough for the children of a wide folder to be on
 // their way while the walk writes the first of them.
 constexpr qsizetype kMaxListings = 256;
+// Listings a worker sends in one batch where the server takes several: across a network a round
+// trip costs more than the rows of a few folders.
+constexpr size_t kListingsPerTrip = 8;
 
 // Everything a job may write, as the walk compares names: letter case never matters here, so
 // a document is waited for whenever it might stand in the way on any file system.
@@ -113,13 +116,18 @@ struct DocumentQueue::Impl {
         for (;;) {
             wake.wait(held, [&] { return stopping || !queued.empty() || !listingsQueued.empty(); });
             if (!listingsQueued.empty()) {
-                const std::shared_ptr<Listing> listing = listingsQueued.front();
-                listingsQueued.pop_front();
-                listing->state = State::Taken;
+                std::vector<std::shared_ptr<Listing>> taken;
+                const size_t most = cn.takesBatches() ? kListingsPerTrip : 1;
+                while (!listingsQueued.empty() && taken.size() < most) {
+                    taken.push_back(listingsQueued.front());
+                    listingsQueued.pop_front();
+                    taken.back()->state = State::Taken;
+                }
                 held.unlock();
-                runListing(*listing, cn);
+                runListings(taken, cn);
                 held.lock();
-                listing->state = State::Done;
+                for (const std::shared_ptr<Listing> &listing : taken)
+                    listing->state = State::Done;
                 done.notify_all();
                 continue;
             }
@@ -147,6 +155,26 @@ struct DocumentQueue::Impl {
         } catch (...) {
             listing.error = std::current_exception();
         }
+    }
+
+    // Several in one round trip; when the batch fails, each is sent alone, so that each listing
+    // fails (or not) with its own reason.
+    static void runListings(const std::vector<std::shared_ptr<Listing>> &listings, repo::Connection &cn)
+    {
+        if (listings.size() > 1) {
+            QStringList statements;
+            for (const std::shared_ptr<Listing> &listing : listings)
+                statements << listing->sql;
+            try {
+                const QList<repo::RecordSet> results = cn.executeAll(statements);
+                for (size_t i = 0; i < listings.size(); ++i)
+                    listings[i]->rs = results.at(qsizetype(i));
+                return;
+            } catch (...) {
+            }
+        }
+        for (const std::shared_ptr<Listing> &listing : listings)
+            runListing(*listing, cn);
     }
 
     void doHere(Slot *slot)

@@ -25,6 +25,13 @@
 
 namespace exporting {
 
+// --update: a document's size and date as its folder's size listing gave them.
+struct ListedFacts {
+    qint64 size = -1;               // -1: not listed there (the document's own statements tell)
+    QDateTime date;                 // invalid: undated
+    std::exception_ptr dateError;   // its date text could not be read
+};
+
 // One document as the walk hands it over.
 struct DocumentJob {
     qint64 recId = 0;
@@ -35,6 +42,7 @@ struct DocumentJob {
     bool fallbackFree = false; // it can be a file name and this run has not written it
     bool renamed = false;      // fileName carries the id beside the title (a collision)
     qint64 serial = 0;         // the walk's count of jobs handed out, this one included
+    ListedFacts listed;        // --update only
 };
 
 // What became of it. Errors are kept as they were raised, for the walk to hand to the error trail.

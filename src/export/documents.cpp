@@ -62,21 +62,24 @@ void Exporter::fxnSaveDocument(qint64 recId, const QString &path, const QString 
     job.fallbackFree = true;
     job.renamed = renamed;
     job.serial = ++m_submitted;
+    job.listed = m_listed.value(recId);
     m_documents->submit(std::move(job));
 }
 
 void Exporter::retireDocument(const DocumentJob &job, DocumentOutcome &o)
 {
-    // Stopped: no file, no record, no log line. Dated before --since: recorded as left out.
+    // Stopped: no file, no record, no log line. Dated before --since: recorded as left out, in
+    // its place among the records.
+    m_retiring = true;
     if (o.abandoned || o.before.isValid()) {
         if (o.before.isValid())
             leaveOut(ExportRecord::Kind::Document, job.recId, job.listedTitle,
                      job.folder + pathSeparator() + (job.fileName.isEmpty() ? job.fallbackName : job.fileName),
                      QStringLiteral("dated %1, before --since").arg(o.before.toString(Qt::ISODate)));
+        m_retiring = false;
         releaseRecords(job.serial);
         return;
     }
-    m_retiring = true;
     // Each failure goes to the error trail and to the log just as it would had it happened here.
     const auto replay = [&](std::exception_ptr e) {
         if (!HuntERR::resume(kSaveSource, [&] { std::rethrow_exception(e); }))

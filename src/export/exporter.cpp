@@ -339,7 +339,10 @@ void Exporter::prefetchBelow(repo::RecordSet rs)
         if (m_signIn.blnArchive) {
             next << repo::statements::archivedBelowProbe(childId, m_signIn.strSelectedDb);
         } else {
-            next << repo::statements::liveDocuments(childId) << childFoldersQuery(childId, false);
+            next << repo::statements::liveDocuments(childId);
+            if (m_options.update)
+                next << sizesQuery(childId);
+            next << childFoldersQuery(childId, false);
         }
     }
     m_ahead.insert(m_ahead.begin(), next.cbegin(), next.cend());
@@ -369,7 +372,7 @@ void Exporter::dropAhead(qint64 childId)
     const QString id = QString::number(childId);
     for (const QString &sql : {m_signIn.blnArchive ? repo::statements::archiveDocuments(id, m_signIn.strSelectedDb)
                                                    : repo::statements::liveDocuments(id),
-                               childFoldersQuery(id, false)}) {
+                               sizesQuery(id), childFoldersQuery(id, false)}) {
         m_documents->forget(sql);
         const auto it = std::find(m_ahead.begin(), m_ahead.end(), sql);
         if (it != m_ahead.end())
@@ -427,8 +430,11 @@ QString Exporter::nextSubFolder(const repo::RecordSet &rs, const QString &parent
             logged();
         if (!holdsArchived)
             return {};
-        if (m_documents) // kept: its documents are listed next, then its subfolders
+        if (m_documents) { // kept: its documents are listed next, then its subfolders
+            if (m_options.update)
+                m_documents->prefetch(sizesQuery(QString::number(childId)));
             m_documents->prefetch(childFoldersQuery(QString::number(childId), false));
+        }
     }
     // A folder listed twice by one listing (live and archived alike) is the same folder: it was
     // just written. Met again anywhere else it lies below itself: written once, walked once.
@@ -477,6 +483,8 @@ void Exporter::CopyFolderFiles(qint64 folderId, const QString &path)
 
     repo::RecordSet rs;
     if (!HuntERR::resume(source, [&] { rs = listing(sql); })) {
+        if (m_options.update)
+            listedSizes(id, false); // nothing listed, nothing to size
         // The folder's documents could not even be listed; the log is the only place the
         // person will learn that this directory is incomplete.
         const qsizetype cut = path.lastIndexOf(sep);
@@ -486,6 +494,8 @@ void Exporter::CopyFolderFiles(qint64 folderId, const QString &path)
 
     const NameOwners owners = documentOwners(rs);
     const int rows = rs.recordCount();
+    if (m_options.update)
+        m_listed = listedSizes(id, rows > 0);
     for (int row = 0; row < rows && !rs.eof() && !stopped(); ++row) {
         qint64 recId = 0;
         QString description;
@@ -506,6 +516,7 @@ void Exporter::CopyFolderFiles(qint64 folderId, const QString &path)
         }
         rs.moveNext();
     }
+    m_listed.clear();
     if (m_options.update && m_options.dryRun && m_keptDirs.contains(path))
         listNotListed(path);
 }

@@ -57,6 +57,9 @@ QString repositoryPathOf(const tree::FolderTree::Node *node);
 // The date the export gives a document's file: its own date, else its upload date, read with the
 // date statement; invalid when it has neither. Raises HuntERR::Error when the statement fails.
 QDateTime documentDate(repo::Connection &cn, qint64 recId);
+// The same date from the current row of a record set with the date statement's two columns
+// (the date statement's own, or a folder's size listing); invalid when there is no row.
+QDateTime documentDateOf(const repo::RecordSet &rs);
 
 // What the command line wants to hear about while the walk runs; the window ignores it.
 class ExportObserver {
@@ -211,6 +214,12 @@ private:
                            const ExportRecord &folder);
     // Dry run of an update: the files of a kept directory that this run would leave alone.
     void listNotListed(const QString &dir);
+    // The statement an update sends for a folder's documents' sizes and dates.
+    QString sizesQuery(const QString &folderId) const;
+    // An update's size listing of a folder's documents, by id: what it cannot tell (it failed, a
+    // document listed twice or without bytes) the documents' own statements tell. Not sent for a
+    // folder that lists no documents.
+    QHash<qint64, ListedFacts> listedSizes(const QString &folderId, bool anyListed);
     // Writes one failure line and keeps a failure of the log itself from ending the walk.
     void logFailure(const QString &source, qint64 id, const QString &name, const QString &location, quint8 type);
     QString logFolder() const;
@@ -232,6 +241,7 @@ private:
     QSet<qint64> m_walked;                             // folders written by this run
     QHash<const tree::FolderTree::Node *, QString> m_nodeDirs; // ticked nodes' directories
     QSet<QString> m_keptDirs;  // --update: directories kept from an earlier run
+    QHash<qint64, ListedFacts> m_listed; // --update: the sizes and dates of the folder being listed
     qint64 m_childId = 0;
     QString m_childRepoPath; // and its path below the root
     QList<QPair<QString, QRegularExpression>> m_excluded; // --exclude's globs

@@ -5,6 +5,7 @@
 
 #include "errors/hunterr.h"
 #include "export/exportdisk.h"
+#include "repository/statements.h"
 
 namespace exporting {
 
@@ -71,6 +72,54 @@ void Exporter::releaseRecords(qint64 serial)
         m_heldRecords.pop_front();
         writeRecord(r, r.path);
     }
+}
+
+QString Exporter::sizesQuery(const QString &folderId) const
+{
+    return m_signIn.blnArchive ? repo::statements::archiveDocumentSizes(folderId, m_signIn.strSelectedDb)
+                               : repo::statements::liveDocumentSizes(folderId);
+}
+
+QHash<qint64, ListedFacts> Exporter::listedSizes(const QString &folderId, bool anyListed)
+{
+    const QString sql = sizesQuery(folderId);
+    if (!anyListed) {
+        // Sent ahead, or next to be: the walk asks in the order it sent them ahead, so it is
+        // the first of those not sent yet or it is on its way.
+        if (!m_ahead.empty() && m_ahead.front() == sql)
+            m_ahead.pop_front();
+        else if (m_documents)
+            m_documents->forget(sql);
+        return {};
+    }
+    QHash<qint64, ListedFacts> listed;
+    QSet<qint64> seen, twice;
+    try {
+        repo::RecordSet rs = listing(sql);
+        for (; !rs.eof(); rs.moveNext()) {
+            const qint64 id = listedId(rs);
+            if (seen.contains(id))
+                twice.insert(id);
+            seen.insert(id);
+            const QVariant value = rs.value(QStringLiteral("File_Size"));
+            bool known = false;
+            const qint64 size = value.toLongLong(&known);
+            if (value.isNull() || !known || size < 0)
+                continue;
+            ListedFacts &facts = listed[id];
+            facts.size = size;
+            try {
+                facts.date = documentDateOf(rs);
+            } catch (...) {
+                facts.dateError = std::current_exception();
+            }
+        }
+    } catch (...) {
+        return {}; // every document asks for itself, and meets whatever is wrong there
+    }
+    for (const qint64 id : std::as_const(twice))
+        listed.remove(id);
+    return listed;
 }
 
 void Exporter::listNotListed(const QString &dir)

@@ -35,6 +35,13 @@ QDateTime fileDateFromRepositoryText(const QString &text)
 QDateTime documentDate(repo::Connection &cn, qint64 recId)
 {
     repo::RecordSet rs = cn.execute(repo::statements::documentDates(QString::number(recId)));
+    const QDateTime when = documentDateOf(rs);
+    rs.close();
+    return when;
+}
+
+QDateTime documentDateOf(const repo::RecordSet &rs)
+{
     QDateTime when;
     if (rs.recordCount() >= 1 && !rs.eof()) {
         if (!rs.isNull(QStringLiteral("FileActualDate")))
@@ -42,7 +49,6 @@ QDateTime documentDate(repo::Connection &cn, qint64 recId)
         else if (!rs.isNull(QStringLiteral("File_DateUploaded")))
             when = fileDateFromRepositoryText(rs.text(QStringLiteral("File_DateUploaded")));
     }
-    rs.close();
     return when;
 }
 

@@ -95,12 +95,38 @@ void BackendStream::raiseEnded() const
 
 void Backend::endStream()
 {
+    endValue();
+    endBatch();
+}
+
+void Backend::endValue()
+{
     if (!m_stream)
         return;
     BackendStream *stream = m_stream;
     m_stream = nullptr;
     stream->end();
     stream->m_backend = nullptr;
+}
+
+StreamedRow Backend::executeBatch(const QString &sql, const QString &following)
+{
+    Q_UNUSED(following);
+    return executeStreamed(sql);
+}
+
+QList<RecordSet> Backend::executeAll(const QStringList &statements)
+{
+    QList<RecordSet> results;
+    for (const QString &sql : statements)
+        results.append(execute(sql));
+    return results;
+}
+
+RecordSet Backend::followingResult(const QString &following)
+{
+    endStream();
+    return execute(following);
 }
 
 StreamedRow Backend::executeStreamed(const QString &sql)

@@ -54,7 +54,20 @@ public:
     // The statement's one row with its last column as a reader. This default reads the row whole;
     // the servers that can read a value in pieces do so.
     virtual StreamedRow executeStreamed(const QString &sql);
-    // Ends the value still being read, if any (before another statement, and before closing).
+    // executeStreamed(sql) with following sent in the same batch, where the server takes several
+    // statements at once; this default sends following only when followingResult asks for it.
+    virtual StreamedRow executeBatch(const QString &sql, const QString &following);
+    // The record set of following, the statement after the last executeBatch, once the streamed
+    // value is done with (it is ended here). Sent now when the server has not run it yet, or when
+    // another statement ended the batch first.
+    virtual RecordSet followingResult(const QString &following);
+    // Whether several statements go to the server in one batch (one round trip).
+    virtual bool takesBatches() const { return false; }
+    // Each statement's record set, in order; raises at the first failure. This default runs them
+    // one at a time.
+    virtual QList<RecordSet> executeAll(const QStringList &statements);
+    // Ends the value still being read, if any, and the rest of its batch (before another
+    // statement, and before closing).
     void endStream();
 
     // broken: the connection broke under the statement (see DriverFailure::broken).
@@ -66,6 +79,10 @@ public:
     void statementBegins() { m_broken = false; }
 
 protected:
+    // Ends the value still being read, keeping what follows it in its batch.
+    void endValue();
+    // Lets go of the rest of a batch not yet read; called by endStream.
+    virtual void endBatch() {}
     // A new Qt connection of this backend for driver; the driver missing is ADO's "provider not found".
     QSqlDatabase addDatabase(const QString &driver);
     QSqlDatabase database() const { return QSqlDatabase::database(m_qtName, false); }

@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <thread>
+#include <utility>
 
 namespace repo {
 
@@ -69,6 +70,7 @@ struct Connection::Impl {
     RetryPolicy policy;
     qint64 retries = 0;
     bool lost = false; // closed by a try again that could not open it
+    QString following;  // the statement batched after the last streamed one, not yet taken
 };
 
 namespace {
@@ -172,6 +174,14 @@ StreamedRow Connection::executeStreamed(const QString &sql)
 
 Backend &Connection::backendFor(const QString &sql)
 {
+    Backend &backend = ready();
+    backend.endStream();
+    traceStatement(sql);
+    return backend;
+}
+
+Backend &Connection::ready()
+{
     // The server was still away when the last statement gave up: one more try to open, without
     // pauses, so that a server that came back is used again and one that did not costs each
     // later statement no more than its own failure to connect.
@@ -181,9 +191,7 @@ Backend &Connection::backendFor(const QString &sql)
     }
     if (!d->backend)
         raiseUnusable();
-    d->backend->endStream();
     d->backend->statementBegins();
-    traceStatement(sql);
     d->errors.clear();
     return *d->backend;
 }
@@ -234,6 +242,41 @@ bool Connection::reopenAfterBreak(int *tried)
     if (failedOpen)
         std::rethrow_exception(failedOpen);
     return false;
+}
+
+StreamedRow Connection::executeStreamed(const QString &sql, const QString &following)
+{
+    return withRetries(*this, [&] {
+        Backend &backend = backendFor(sql);
+        d->following = following;
+        return backend.executeBatch(sql, following);
+    });
+}
+
+RecordSet Connection::followingResult()
+{
+    const QString sql = std::exchange(d->following, QString());
+    if (sql.isEmpty())
+        HuntERR::raise(HuntERR::ERR_GENERAL, QStringLiteral("No statement follows the last one sent"), kProvider);
+    traceStatement(sql);
+    // On a reopened connection no batch is pending: the backend sends the statement on its own.
+    return withRetries(*this, [&] { return ready().followingResult(sql); });
+}
+
+bool Connection::takesBatches() const
+{
+    return d->backend && d->backend->takesBatches();
+}
+
+QList<RecordSet> Connection::executeAll(const QStringList &statements)
+{
+    return withRetries(*this, [&] {
+        Backend &backend = ready();
+        backend.endStream();
+        for (const QString &sql : statements)
+            traceStatement(sql);
+        return backend.executeAll(statements);
+    });
 }
 
 QStringList Connection::errorDescriptions() const

@@ -78,7 +78,22 @@ public:
     // must be read or dropped before the connection runs anything else (a statement run
     // meanwhile ends it, and it then raises when read).
     StreamedRow executeStreamed(const QString &sql);
-    // Statements (execute, executeStreamed) that fail because the connection broke are tried
+    // executeStreamed(sql), with following (a statement that needs nothing sql gives) sent in the
+    // same batch where the server takes several statements at once (SQL Server: one round trip
+    // for both); elsewhere following is sent when followingResult asks for it. followingResult()
+    // then gives its record set, once the streamed value is read or dropped; it is also sent on
+    // its own if another statement ran in between. Each statement is traced as it is taken:
+    // following when followingResult asks for it, so the trace reads alike on every server (and a
+    // batch whose following result is never asked for leaves it untraced, though it was sent).
+    StreamedRow executeStreamed(const QString &sql, const QString &following);
+    RecordSet followingResult();
+    // Whether the server takes several statements in one batch (SQL Server; not the embedded one).
+    bool takesBatches() const;
+    // The statements' record sets, in order, the statements sent in one batch where the server
+    // takes several, else one at a time; each is traced. Raises at the first failure (which of
+    // them failed is then best told by sending each alone).
+    QList<RecordSet> executeAll(const QStringList &statements);
+    // Statements (every one of the above) that fail because the connection broke are tried
     // again under this policy. The policy stays with the connection until it is set again.
     void setRetryPolicy(RetryPolicy policy);
     const RetryPolicy &retryPolicy() const;
@@ -100,7 +115,9 @@ public:
     void rollbackTrans() override;
 
 private:
-    // The open backend, made ready for sql (a connection lost by a try again is opened first).
+    // The open backend, ready for a statement (a connection lost by a try again is opened first).
+    Backend &ready();
+    // ready(), with the value still streaming ended and sql traced.
     Backend &backendFor(const QString &sql);
 
     struct Impl;

@@ -10,6 +10,8 @@
 #include <QSqlQuery>
 #include <QSqlRecord>
 
+#include <utility>
+
 namespace repo {
 
 namespace {
@@ -17,6 +19,7 @@ namespace {
 class OdbcServer final : public Backend {
 public:
     using Backend::Backend;
+    ~OdbcServer() override { endStream(); } // the value, then the batch's statement, before the connection
 
     void open(const ConnectionString &cs)
     {
@@ -49,12 +52,33 @@ public:
     }
 
     RecordSet execute(const QString &sql) override { return run(sql, sqlServerFailure); }
-    StreamedRow executeStreamed(const QString &sql) override;
+    StreamedRow executeStreamed(const QString &sql) override { return streamed(sql, {}); }
+    StreamedRow executeBatch(const QString &sql, const QString &following) override { return streamed(sql, following); }
+    RecordSet followingResult(const QString &following) override;
+    bool takesBatches() const override { return true; }
+    QList<RecordSet> executeAll(const QStringList &statements) override;
+
+protected:
+    void endBatch() override
+    {
+        if (m_batch)
+            m_batch->finish(); // the results not read yet are dropped with it
+        m_batch.reset();
+        m_followingFailure = DriverFailure();
+    }
+
+private:
+    StreamedRow streamed(const QString &sql, const QString &following);
+    StreamedRow ownRow(std::unique_ptr<QSqlQuery> &q, const QString &sql);
+
+    std::unique_ptr<QSqlQuery> m_batch; // a batch whose following result is still to be read
+    DriverFailure m_followingFailure;   // or the failure that result is (number 0: none)
 };
 
 // Qt's ODBC driver reads a row's columns only when asked, in order: the leading columns are read
-// through it, the last one is left to SQLGetData on the statement's own handle.
-StreamedRow OdbcServer::executeStreamed(const QString &sql)
+// through it, the last one is left to SQLGetData on the statement's own handle. With following,
+// both statements go in one batch (one round trip); the statement is kept for its next result.
+StreamedRow OdbcServer::streamed(const QString &sql, const QString &following)
 {
     auto q = std::make_unique<QSqlQuery>(database());
     q->setForwardOnly(true);
@@ -63,7 +87,11 @@ StreamedRow OdbcServer::executeStreamed(const QString &sql)
         q.reset();
         fail(f);
     };
-    if (!q->exec(sql))
+    const auto keep = [&] {
+        if (!following.isEmpty())
+            m_batch = std::move(q);
+    };
+    if (!q->exec(following.isEmpty() ? sql : sql + QStringLiteral(";\n") + following))
         failed();
     StreamedRow row;
     const QSqlRecord record = q->record();
@@ -72,19 +100,97 @@ StreamedRow OdbcServer::executeStreamed(const QString &sql)
     for (int c = 0; c < last; ++c)
         names << record.fieldName(c);
     row.fields.setFields(names);
-    if (last < 0)
+    if (last < 0) {
+        keep();
         return row;
+    }
     if (!q->next()) {
+        if (q->lastError().isValid() && !following.isEmpty())
+            return ownRow(q, sql);
         if (q->lastError().isValid())
             failed();
+        keep();
         return row;
     }
     QVariantList values;
     for (int c = 0; c < last; ++c)
         values.append(q->isNull(c) ? QVariant() : q->value(c));
     row.fields.appendRow(std::move(values));
-    row.value = odbcValueStream(*this, std::move(q), last);
+    if (following.isEmpty()) {
+        row.value = odbcValueStream(*this, std::move(q), last);
+        return row;
+    }
+    row.value = odbcValueStream(*this, *q, last); // ends any value before it, and its batch
+    keep();
     return row;
+}
+
+// The driver reads past the end of a result without rows into the next one: a failure there may
+// be the following statement's. Sent alone, the statement tells whether it was its own; if not,
+// the following statement's result is that failure.
+StreamedRow OdbcServer::ownRow(std::unique_ptr<QSqlQuery> &q, const QString &sql)
+{
+    const DriverFailure f = sqlServerFailure(q->lastError(), false);
+    q.reset();
+    StreamedRow row = streamed(sql, {});
+    m_followingFailure = f;
+    return row;
+}
+
+RecordSet OdbcServer::followingResult(const QString &following)
+{
+    endValue();
+    if (m_followingFailure.number != 0)
+        fail(std::exchange(m_followingFailure, DriverFailure()));
+    std::unique_ptr<QSqlQuery> q = std::move(m_batch);
+    if (!q)
+        return Backend::followingResult(following); // another statement ended the batch
+    const auto failed = [&] {
+        const DriverFailure f = sqlServerFailure(q->lastError(), false);
+        q.reset();
+        fail(f);
+    };
+    // The driver may first hand out what ended the first statement (its row count) as a result of
+    // its own, without columns.
+    bool next = q->nextResult();
+    while (next && !q->isSelect())
+        next = q->nextResult();
+    if (next) {
+        RecordSet rs;
+        if (!readRows(*q, rs))
+            failed();
+        q->finish();
+        return rs;
+    }
+    if (q->lastError().isValid()) // the statement failed where it ran, in the batch
+        failed();
+    q.reset(); // the driver gave no second result: sent on its own
+    return Backend::followingResult(following);
+}
+
+QList<RecordSet> OdbcServer::executeAll(const QStringList &statements)
+{
+    QList<RecordSet> results;
+    DriverFailure failure;
+    {
+        QSqlQuery q(database());
+        q.setForwardOnly(true);
+        bool ok = q.exec(statements.join(QStringLiteral(";\n")));
+        while (ok && results.size() < statements.size()) {
+            RecordSet rs;
+            ok = readRows(q, rs);
+            results.append(rs);
+            // What ended a statement may come as a result of its own, without columns.
+            while (ok && results.size() < statements.size() && (ok = q.nextResult()) && !q.isSelect()) {
+            }
+        }
+        if (!ok)
+            failure = sqlServerFailure(q.lastError(), false);
+        q.finish();
+    }
+    if (failure.number != 0 || results.size() != statements.size())
+        fail(failure.number != 0 ? failure : DriverFailure{HuntERR::ERR_GENERAL, QStringLiteral("A batch gave fewer results than it held statements"), {}});
+    return results;
 }
 
 } // namespace

@@ -35,8 +35,9 @@ std::unique_ptr<ValueReader> wholeValue(Backend &backend, QSqlQuery &q, int colu
 
 class OdbcValue final : public BackendStream {
 public:
-    OdbcValue(Backend &backend, std::unique_ptr<QSqlQuery> q, SQLHSTMT stmt, int column)
-        : BackendStream(backend), m_query(std::move(q)), m_stmt(stmt), m_column(SQLUSMALLINT(column + 1))
+    // owned: the statement is finished when the value ends; null when the caller keeps it.
+    OdbcValue(Backend &backend, std::unique_ptr<QSqlQuery> owned, SQLHSTMT stmt, int column)
+        : BackendStream(backend), m_query(std::move(owned)), m_stmt(stmt), m_column(SQLUSMALLINT(column + 1))
     {
     }
     ~OdbcValue() override { end(); }
@@ -136,21 +137,36 @@ private:
 
 } // namespace
 
-std::unique_ptr<ValueReader> odbcValueStream(Backend &backend, std::unique_ptr<QSqlQuery> q, int column)
+namespace {
+
+std::unique_ptr<ValueReader> valueStream(Backend &backend, QSqlQuery &q, std::unique_ptr<QSqlQuery> owned, int column)
 {
 #ifdef PARCELWISE_HAVE_ODBC
-    const QVariant handle = q->result() ? q->result()->handle() : QVariant();
+    const QVariant handle = q.result() ? q.result()->handle() : QVariant();
     if (handle.isValid() && handle.metaType().sizeOf() == int(sizeof(SQLHSTMT)) && handle.constData()) {
         const SQLHSTMT stmt = *static_cast<const SQLHSTMT *>(handle.constData());
         if (stmt) {
-            auto value = std::make_unique<OdbcValue>(backend, std::move(q), stmt, column);
+            auto value = std::make_unique<OdbcValue>(backend, std::move(owned), stmt, column);
             if (!value->probe())
                 return nullptr;
             return value;
         }
     }
 #endif
-    return wholeValue(backend, *q, column);
+    return wholeValue(backend, q, column);
+}
+
+} // namespace
+
+std::unique_ptr<ValueReader> odbcValueStream(Backend &backend, std::unique_ptr<QSqlQuery> q, int column)
+{
+    QSqlQuery &query = *q;
+    return valueStream(backend, query, std::move(q), column);
+}
+
+std::unique_ptr<ValueReader> odbcValueStream(Backend &backend, QSqlQuery &q, int column)
+{
+    return valueStream(backend, q, nullptr, column);
 }
 
 } // namespace repo

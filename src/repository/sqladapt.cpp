@@ -132,7 +132,7 @@ bool isKnownFunction(const QString &lname)
                                       QStringLiteral("right"),     QStringLiteral("left"),   QStringLiteral("substring"),
                                       QStringLiteral("isnull"),    QStringLiteral("len"),    QStringLiteral("getdate"),
                                       QStringLiteral("ltrim"),     QStringLiteral("rtrim"),  QStringLiteral("upper"),
-                                      QStringLiteral("lower"),     QStringLiteral("replace")};
+                                      QStringLiteral("lower"),     QStringLiteral("replace"), QStringLiteral("datalength")};
     return names.contains(lname);
 }
 
@@ -374,6 +374,11 @@ Emitted Adapter::call(const Node &name, const QString &between, const Node &g)
         return {QStringLiteral("ifnull(%1, %2)").arg(arg(0), arg(1)), false};
     if (lname == u"len" && args.size() == 1)
         return {QStringLiteral("length(rtrim(%1))").arg(arg(0)), false};
+    // Bytes, not characters: a text counts in its stored encoding. typeof() and length() of a
+    // column read only its header, so a long value's pages are never walked for its length.
+    if (lname == u"datalength" && args.size() == 1)
+        return {QStringLiteral("(CASE typeof(%1) WHEN 'text' THEN length(CAST(%1 AS BLOB)) ELSE length(%1) END)").arg(arg(0)),
+                false};
     if (lname == u"getdate" && g.children.isEmpty())
         return {QStringLiteral("strftime('%Y-%m-%d %H:%M:%f', 'now', 'localtime')"), false};
 

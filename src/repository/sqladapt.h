@@ -24,7 +24,7 @@ struct AdaptedStatement {
 //   CONVERT(varchar(n), X, 112)      -> strftime('%Y%m%d', X) (also styles 23, 108, 120, 121)
 //   DATEPART(hh|mi|ss|ms|..., X)     -> the integer part
 //   CAST(e AS VARCHAR[(n)]) etc.     -> CAST(e AS TEXT) and SQLite's other type names
-//   RIGHT(s, n), LEFT(s, n), SUBSTRING, ISNULL, LEN, GETDATE()
+//   RIGHT(s, n), LEFT(s, n), SUBSTRING, ISNULL, LEN, DATALENGTH, GETDATE()
 //   "+" joining texts                -> "||" (an operand is a string literal or a text function)
 //   db..table                        -> db.table (the database is attached under its own name)
 //   [name]                           -> "name"

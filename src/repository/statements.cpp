@@ -4,14 +4,30 @@ namespace repo::statements {
 
 namespace {
 
-// One date column as "yyyyMMdd hhmmss.mmm": style 112 for the date, the time's parts zero-padded.
+// One date column as "yyyyMMdd hhmmss.mmm": style 112 for the date, the time's parts zero-padded;
+// named column, read from source (the column itself, or it qualified by its table's alias).
+QString dateText(const QString &column, const QString &source)
+{
+    return QStringLiteral("convert(varchar(8),") + source + QStringLiteral(",112)+ ' '+RIGHT('0'+CAST(DATEPART(hh,")
+        + source + QStringLiteral(")as VARCHAR),2)+ RIGHT('0'+CAST(DATEPART(mi,") + source
+        + QStringLiteral(")as VARCHAR),2)+ RIGHT('0'+CAST(DATEPART(ss,") + source
+        + QStringLiteral(")as VARCHAR),2)+ '.'+ RIGHT('0'+CAST(DATEPART(ms,") + source
+        + QStringLiteral(")as VARCHAR),3) as ") + column;
+}
+
 QString dateText(const QString &column)
 {
-    return QStringLiteral("convert(varchar(8),") + column + QStringLiteral(",112)+ ' '+RIGHT('0'+CAST(DATEPART(hh,")
-        + column + QStringLiteral(")as VARCHAR),2)+ RIGHT('0'+CAST(DATEPART(mi,") + column
-        + QStringLiteral(")as VARCHAR),2)+ RIGHT('0'+CAST(DATEPART(ss,") + column
-        + QStringLiteral(")as VARCHAR),2)+ '.'+ RIGHT('0'+CAST(DATEPART(ms,") + column
-        + QStringLiteral(")as VARCHAR),3) as ") + column;
+    return dateText(column, column);
+}
+
+// A folder's documents with the length of their bytes and their dates; bytes and joins as named.
+QString documentSizes(const QString &bytes, const QString &tables, const QString &joins, const QString &folderId)
+{
+    return QStringLiteral("select a.rec_id, DATALENGTH(") + bytes + QStringLiteral(") as File_Size, ")
+        + dateText(QStringLiteral("FileActualDate"), QStringLiteral("a.FileActualDate")) + QStringLiteral(", ")
+        + dateText(QStringLiteral("File_DateUploaded"), QStringLiteral("a.File_DateUploaded"))
+        + QStringLiteral(" from ") + tables + QStringLiteral(" where ") + joins
+        + QStringLiteral(" and a.folder_rec_id = ") + folderId;
 }
 
 // One half of the live-and-archived children: the folders of one kind one level below parentId.
@@ -137,6 +153,20 @@ QString documentDates(const QString &recId)
     return QStringLiteral("select ") + dateText(QStringLiteral("FileActualDate")) + QStringLiteral(", ")
         + QStringLiteral(" ") + dateText(QStringLiteral("File_DateUploaded")) + QStringLiteral(" ")
         + QStringLiteral(" from zar_file  where rec_id = ") + recId;
+}
+
+QString liveDocumentSizes(const QString &folderId)
+{
+    return documentSizes(QStringLiteral("a.file_data"), QStringLiteral("zar_file a, zar_fileLive b"),
+                         QStringLiteral("a.rec_id = b.rec_id"), folderId);
+}
+
+// The documents archiveDocuments lists, with the bytes archiveDocument reads.
+QString archiveDocumentSizes(const QString &folderId, const QString &archiveDb)
+{
+    return documentSizes(QStringLiteral("c.FileData"),
+                         QStringLiteral("zar_file a, ZAR_FileArchived b, ") + archiveDb + QStringLiteral("..zar_FileArchive c"),
+                         QStringLiteral("a.rec_id = b.rec_id and b.rec_id = c.fileid"), folderId);
 }
 
 } // namespace repo::statements

@@ -32,5 +32,10 @@ QString archiveDocuments(const QString &folderId, const QString &archiveDb);
 QString liveDocument(const QString &recId);
 QString archiveDocument(const QString &recId, const QString &archiveDb);
 QString documentDates(const QString &recId);
+// --update only: every listed document of a folder with its rec_id, the length of its bytes
+// (File_Size, NULL when it has none) and its two dates as documentDates gives them, so a document
+// whose file is already there with that size and date costs no statement of its own.
+QString liveDocumentSizes(const QString &folderId);
+QString archiveDocumentSizes(const QString &folderId, const QString &archiveDb);
 
 } // namespace repo::statements

@@ -127,7 +127,8 @@ private slots:
         // A dry run creates nothing and says it would.
         Result r = m_cli.run(QStringList(args) << QStringLiteral("--dry-run"));
         QVERIFY2(r.exitCode == 0, qPrintable(r.err));
-        QVERIFY2(r.err.trimmed().endsWith(QStringLiteral("; destination would be created: ") + shown), qPrintable(r.err));
+        QVERIFY2(r.err.trimmed().endsWith(QStringLiteral("; destination would be created: ") + shown + QStringLiteral("; connections: 1")),
+                 qPrintable(r.err));
         QVERIFY(!QFileInfo::exists(m_cli.fx.filePath(QStringLiteral("new"))));
 
         // A refused run (a path that does not resolve) creates nothing either.
@@ -137,7 +138,8 @@ private slots:
 
         r = m_cli.run(args);
         QVERIFY2(r.exitCode == 0, qPrintable(r.err));
-        QVERIFY2(r.err.trimmed().endsWith(QStringLiteral("; destination created: ") + shown), qPrintable(r.err));
+        QVERIFY2(r.err.trimmed().endsWith(QStringLiteral("; destination created: ") + shown + QStringLiteral("; connections: 4")),
+                 qPrintable(r.err));
         QVERIFY(QFileInfo::exists(dest + QStringLiteral("/Projects/Plans/2016/Reports/Q4 report.pdf")));
 
         // The second run finds it there: nothing to say about it.

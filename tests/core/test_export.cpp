@@ -344,9 +344,9 @@ private slots:
         QVERIFY(!QFileInfo::exists(QStringLiteral("/Projects")));
     }
 
-    // --update over a complete export: the reader knows each document's size before a byte is
-    // read, so an unchanged file costs its two statements and no bytes, on one connection or on
-    // several. A file with another date or size is written again, whole and dated.
+    // --update over a complete export: each folder's size listing gives its documents' sizes and
+    // dates, so an unchanged file costs no bytes (and no statement of its own), on one connection
+    // or on several. A file with another date or size is written again, whole and dated.
     void updateReadsNoBytesOfUnchangedDocuments()
     {
         struct Counter : ExportObserver {
