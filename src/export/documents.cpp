@@ -68,6 +68,8 @@ void Exporter::fxnSaveDocument(qint64 recId, const QString &path, const QString 
 void Exporter::retireDocument(const DocumentJob &job, DocumentOutcome &o)
 {
     // Stopped: no file, no record, no log line. Dated before --since: recorded as left out.
+    if (o.abandoned)
+        m_abandoned.insert(job.serial);
     if (o.abandoned || o.before.isValid()) {
         if (o.before.isValid())
             leaveOut(ExportRecord::Kind::Document, job.recId, job.listedTitle,

@@ -59,6 +59,8 @@ ExportResult Exporter::run(const ExportOptions &options)
     m_options = options;
     m_result = ExportResult{};
     m_walked.clear();
+    m_tickedWalks.clear();
+    m_abandoned.clear();
     m_nodeDirs.clear();
     m_keptDirs.clear();
     m_heldRecords.clear();
@@ -86,6 +88,8 @@ ExportResult Exporter::run(const ExportOptions &options)
     m_result.connections = connections.connected;
     m_result.connectionError = connections.error;
     stopQueue();
+    if (m_result.stopped)
+        noteUnfinished();
 
     if (m_logWritten && !options.dryRun) {
         m_logWritten = false;
@@ -212,6 +216,7 @@ void Exporter::CopyCheckedFolders()
         const qint64 id = folderIdOfKey(node->key);
         if (id == 1)
             continue; // the repository root is never a directory of its own
+        m_tickedWalks.insert(node, TickedWalk{});
 
         // The nearest ticked ancestor's directory as this run made it: it may carry its id.
         QString parentDir = destination;
@@ -241,8 +246,37 @@ void Exporter::CopyCheckedFolders()
         if (!recreateDirectory(source, target, logged, folder))
             continue;
         m_nodeDirs.insert(node, target);
+        TickedWalk &walk = m_tickedWalks[node];
+        walk.firstSerial = m_submitted + 1;
         if (!HuntERR::resume(source, [&] { MakeDir(node, target); }))
             logged();
+        walk.lastSerial = m_submitted;
+        walk.whole = !stopped();
+    }
+}
+
+// A ticked folder the walk never reached, left part way, or whose documents were abandoned in
+// flight is unfinished; one it met and passed over (excluded, failed, written before) is not.
+void Exporter::noteUnfinished()
+{
+    FolderTree &tree = m_tree.tree();
+    for (int index = 1; index <= tree.count(); ++index) {
+        const FolderTree::Node *node = tree.node(index);
+        const auto walk = m_tickedWalks.constFind(node);
+        if (!node->checked || folderIdOfKey(node->key) == 1)
+            continue;
+        bool finished = walk != m_tickedWalks.cend() && walk->whole;
+        for (const qint64 serial : std::as_const(m_abandoned))
+            finished = finished && (serial < walk->firstSerial || serial > walk->lastSerial);
+        if (!finished)
+            m_result.unfinished << repositoryPathOf(node);
+    }
+    if (m_options.logCancellation && !m_options.dryRun) {
+        try {
+            appendLogLine(cancellationLine(m_result.unfinished));
+        } catch (...) {
+            // The window's closing message names them as well.
+        }
     }
 }
 

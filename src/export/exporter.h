@@ -43,6 +43,9 @@ QString documentsFolder();
 // "\zarnivo Parcelwise Log " + year month day hour minute, unpadded, + ".txt" (leading separator
 // is the platform's).
 QString exportLogNameFor(const QDateTime &when);
+// The export log's last line for a run the person cancelled: "Copy cancelled by the user; folders
+// not finished: A, B/C" ("none" when every ticked folder was finished).
+QString cancellationLine(const QStringList &unfinished);
 
 // The instant a document's date text ("yyyyMMdd hhmmss.mmm", read at fixed positions, the
 // milliseconds ignored) stands for, taken as local time with the offset in force today.
@@ -107,6 +110,9 @@ struct ExportOptions {
     // Valid: a document dated before it (its own date, else its upload date) is left out; it is
     // dated with the date statement before its bytes are read. Undated documents are exported.
     QDateTime since;
+    // The window's Cancel: a run the stop request ended says so at the end of its export log,
+    // naming the ticked folders it did not finish (cancellationLine), and the log is opened.
+    bool logCancellation = false;
 };
 
 // What a run did. failures counts every item that could not be written (in a dry run: would
@@ -128,6 +134,9 @@ struct ExportResult {
     int connections = 1;
     QString connectionError;
     bool stopped = false; // the stop request ended the run early: the counts are what was written
+    // Stopped: the ticked folders (paths below the root, in tree order) whose walk was cut short,
+    // or never began, or whose documents were abandoned in flight.
+    QStringList unfinished;
     // Something failed: the log was shown, or lines could not be logged, or (dry run) would be.
     bool anythingFailed() const { return failures > 0 || !unloggedLines.isEmpty(); }
 };
@@ -163,6 +172,10 @@ private:
     void fxnSaveDocument(qint64 recId, const QString &path, const QString &listedTitle, const QString &listedFileName,
                          const NameOwners &owners);
     void fxnWriteLog(qint64 paramId, QString paramName, QString paramLocation, quint8 paramType);
+    // Appends one line to this run's log (raises when it cannot).
+    void appendLogLine(const QString &line);
+    // A stopped run: which ticked folders it did not finish, and (the window) the log's last line.
+    void noteUnfinished();
 
     // The outcome's counts, log lines, error trail, files put in place and report records, on
     // the walk's thread in walk order.
@@ -224,6 +237,15 @@ private:
     ExportResult m_result;
     // The walk's bookkeeping.
     QSet<qint64> m_walked;                             // folders written by this run
+    // Ticked nodes the walk went through: whole (not cut short by a stop) and the serials of the
+    // documents it handed out meanwhile; and the serials of documents abandoned by a stop.
+    struct TickedWalk {
+        bool whole = true;
+        qint64 firstSerial = 0;
+        qint64 lastSerial = -1;
+    };
+    QHash<const tree::FolderTree::Node *, TickedWalk> m_tickedWalks;
+    QSet<qint64> m_abandoned;
     QHash<const tree::FolderTree::Node *, QString> m_nodeDirs; // ticked nodes' directories
     QSet<QString> m_keptDirs;  // --update: directories kept from an earlier run
     qint64 m_childId = 0;

@@ -78,9 +78,6 @@ QString Exporter::logFolder() const
 void Exporter::fxnWriteLog(qint64 paramId, QString paramName, QString paramLocation, quint8 paramType)
 {
     HuntERR::inner(QStringLiteral("modGlobal.fxnWriteLog(paramId,paramName,paramLocation,paramType)"), [&] {
-        const QString folder = logFolder();
-        const QString path = folder + pathSeparator() + m_result.logName;
-
         // Locations under the destination are shown relative to it.
         const QString location =
             paramLocation.replace(m_signIn.DestinationPath + pathSeparator(), QString(), Qt::CaseSensitive);
@@ -99,31 +96,43 @@ void Exporter::fxnWriteLog(qint64 paramId, QString paramName, QString paramLocat
             m_options.observer->failureLogged(line);
         if (m_options.dryRun)
             return;
-
-        // Without a folder the name alone would land in the file system's root.
-        if (folder.isEmpty())
-            HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: there is no documents folder "
-                                                         "for the export log"));
-        QFile log(path);
-        // Unbuffered: the line is one write, and what a full disk took of it is cut off again,
-        // so the log never ends in half a line.
-        if (!log.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered))
-            HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: cannot open the export log %1 (%2)")
-                                              .arg(path, log.errorString()));
-        const qint64 before = log.size();
-        const QByteArray bytes = line.toLocal8Bit() + QByteArrayLiteral("\r\n");
-        const qint64 written = log.write(bytes);
-        const QString why = log.errorString();
-        if (written != bytes.size()) {
-            log.resize(before);
-            HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: cannot write the export log %1 (%2)")
-                                              .arg(path, why));
-        }
-        log.close();
-        m_logFolder = folder;
-        m_logWritten = true;
+        appendLogLine(line);
         m_pendingLine.clear();
     });
+}
+
+void Exporter::appendLogLine(const QString &line)
+{
+    const QString folder = logFolder();
+    const QString path = folder + pathSeparator() + m_result.logName;
+    // Without a folder the name alone would land in the file system's root.
+    if (folder.isEmpty())
+        HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: there is no documents folder "
+                                                     "for the export log"));
+    QFile log(path);
+    // Unbuffered: the line is one write, and what a full disk took of it is cut off again,
+    // so the log never ends in half a line.
+    if (!log.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered))
+        HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: cannot open the export log %1 (%2)")
+                                          .arg(path, log.errorString()));
+    const qint64 before = log.size();
+    const QByteArray bytes = line.toLocal8Bit() + QByteArrayLiteral("\r\n");
+    const qint64 written = log.write(bytes);
+    const QString why = log.errorString();
+    if (written != bytes.size()) {
+        log.resize(before);
+        HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: cannot write the export log %1 (%2)")
+                                          .arg(path, why));
+    }
+    log.close();
+    m_logFolder = folder;
+    m_logWritten = true;
+}
+
+QString cancellationLine(const QStringList &unfinished)
+{
+    return QStringLiteral("Copy cancelled by the user; folders not finished: ")
+           + (unfinished.isEmpty() ? QStringLiteral("none") : unfinished.join(QStringLiteral(", ")));
 }
 
 void Exporter::logFailure(const QString &source, qint64 id, const QString &name, const QString &location,

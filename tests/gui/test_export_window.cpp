@@ -40,6 +40,7 @@ class TestExportWindow : public QObject {
         Dialogs::clearRecords();
         Dialogs::setNextAnswers({Answer::button(QMessageBox::Ok)});
         QTest::mouseClick(h->child<QPushButton>("cmdStart"), Qt::LeftButton);
+        QTest::qWaitFor([this] { return !h->w->isCopying(); }, 60000);
         return Dialogs::shownTexts();
     }
 
