@@ -255,31 +255,6 @@ void Exporter::CopyCheckedFolders()
     }
 }
 
-// A ticked folder the walk never reached, left part way, or whose documents were abandoned in
-// flight is unfinished; one it met and passed over (excluded, failed, written before) is not.
-void Exporter::noteUnfinished()
-{
-    FolderTree &tree = m_tree.tree();
-    for (int index = 1; index <= tree.count(); ++index) {
-        const FolderTree::Node *node = tree.node(index);
-        const auto walk = m_tickedWalks.constFind(node);
-        if (!node->checked || folderIdOfKey(node->key) == 1)
-            continue;
-        bool finished = walk != m_tickedWalks.cend() && walk->whole;
-        for (const qint64 serial : std::as_const(m_abandoned))
-            finished = finished && (serial < walk->firstSerial || serial > walk->lastSerial);
-        if (!finished)
-            m_result.unfinished << repositoryPathOf(node);
-    }
-    if (m_options.logCancellation && !m_options.dryRun) {
-        try {
-            appendLogLine(cancellationLine(m_result.unfinished));
-        } catch (...) {
-            // The window's closing message names them as well.
-        }
-    }
-}
-
 void Exporter::MakeDir(const FolderTree::Node *node, const QString &strPath)
 {
     HuntERR::inner(kForm + QStringLiteral("MakeDir(strPath)"), [&] {

@@ -1,4 +1,5 @@
-// The export log: its name per run, the folder it lives in, and one appended line per failure.
+// The export log: its name per run, the folder it lives in, one appended line per failure, and
+// what a stopped run did not finish.
 
 #include "export/exporter.h"
 
@@ -11,6 +12,8 @@
 namespace exporting {
 
 using names::pathSeparator;
+using tree::FolderTree;
+using tree::folderIdOfKey;
 
 namespace {
 
@@ -133,6 +136,31 @@ QString cancellationLine(const QStringList &unfinished)
 {
     return QStringLiteral("Copy cancelled by the user; folders not finished: ")
            + (unfinished.isEmpty() ? QStringLiteral("none") : unfinished.join(QStringLiteral(", ")));
+}
+
+// A ticked folder the walk never reached, left part way, or whose documents were abandoned in
+// flight is unfinished; one it met and passed over (excluded, failed, written before) is not.
+void Exporter::noteUnfinished()
+{
+    FolderTree &tree = m_tree.tree();
+    for (int index = 1; index <= tree.count(); ++index) {
+        const FolderTree::Node *node = tree.node(index);
+        const auto walk = m_tickedWalks.constFind(node);
+        if (!node->checked || folderIdOfKey(node->key) == 1)
+            continue;
+        bool finished = walk != m_tickedWalks.cend() && walk->whole;
+        for (const qint64 serial : std::as_const(m_abandoned))
+            finished = finished && (serial < walk->firstSerial || serial > walk->lastSerial);
+        if (!finished)
+            m_result.unfinished << repositoryPathOf(node);
+    }
+    if (m_options.logCancellation && !m_options.dryRun) {
+        try {
+            appendLogLine(cancellationLine(m_result.unfinished));
+        } catch (...) {
+            // The window's closing message names them as well.
+        }
+    }
 }
 
 void Exporter::logFailure(const QString &source, qint64 id, const QString &name, const QString &location,
