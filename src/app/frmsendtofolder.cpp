@@ -184,6 +184,8 @@ bool FrmSendtofolder::cmdDestination_Click()
 
 bool FrmSendtofolder::cmdStart_Click()
 {
+    if (isCopying())
+        return false; // one copy at a time (and the error trail is the copy's meanwhile)
     return HuntERR::handler(kModule + QStringLiteral("cmdStart_Click"), [this] {
         if (m_signIn.DestinationPath.isEmpty()) {
             message(QStringLiteral("Please select destination path"));

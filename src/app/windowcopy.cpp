@@ -258,9 +258,10 @@ void FrmSendtofolder::showCopyProgress()
         c.samples.pop_front();
     const auto &[then, before] = c.samples.front();
     const qint64 rate = now > then ? (bytes - before) * 1000 / (now - then) : 0;
+    const qint64 documents = c.progress.documents;
     static_cast<CopyProgressBar *>(m_prgCopy)
-        ->setCountText(QStringLiteral("%1 documents, %2, %3/s")
-                           .arg(QLocale().toString(c.progress.documents.load()), dataSize(bytes), dataSize(rate)));
+        ->setCountText((documents == 1 ? QStringLiteral("%1 document, %2, %3/s") : QStringLiteral("%1 documents, %2, %3/s"))
+                           .arg(QLocale().toString(documents), dataSize(bytes), dataSize(rate)));
 }
 
 // Cancel asks the run to stop as an interrupt does: nothing new starts and a document streaming

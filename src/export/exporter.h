@@ -3,7 +3,9 @@
 // file dates and the export log. Used by the window's "Start &Copy" and by the command line.
 //
 // Threads: an Exporter and everything it calls back (the observer, the records, the form) belong
-// to the thread that calls run(), the walk's thread, which also owns the error trail. With more
+// to the thread that calls run(), the walk's thread, which also owns the error trail. The window
+// calls it on a thread of its own, with a session whose connection was opened there; its form
+// port hands the calls on to the window's thread. With more
 // than one job, workers fetch documents through the run's DocumentFetcher only
 // (documentfetcher.h); their outcomes come back to the walk's thread through the DocumentQueue.
 // The run's stop request (ExportOptions::stop, stoprequest.h) may be set from any thread or a
@@ -61,7 +63,8 @@ QString repositoryPathOf(const tree::FolderTree::Node *node);
 // date statement; invalid when it has neither. Raises HuntERR::Error when the statement fails.
 QDateTime documentDate(repo::Connection &cn, qint64 recId);
 
-// What the command line wants to hear about while the walk runs; the window ignores it.
+// What the command line wants to hear about while the walk runs; the window counts the documents
+// and bytes written for its progress bar.
 class ExportObserver {
 public:
     virtual ~ExportObserver() = default;

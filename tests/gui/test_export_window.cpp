@@ -41,7 +41,7 @@ class TestExportWindow : public QObject {
         Dialogs::clearRecords();
         Dialogs::setNextAnswers({Answer::button(QMessageBox::Ok)});
         QTest::mouseClick(h->child<QPushButton>("cmdStart"), Qt::LeftButton);
-        QTest::qWaitFor([&] { return !wait || !h->w->isCopying(); }, 60000);
+        (void)QTest::qWaitFor([&] { return !wait || !h->w->isCopying(); }, 60000); // the checks after tell
         return Dialogs::shownTexts();
     }
 
@@ -177,7 +177,7 @@ private slots:
         QVERIFY(h->w->isCopying() && h->child("prgCopy")->isVisible() && !h->child("tvDefaultRoot")->isEnabled());
         QTest::qWait(2000);
         QTest::mouseClick(h->child<QPushButton>("cmdCancelCopy"), Qt::LeftButton);
-        QTest::qWaitFor([this] { return !h->w->isCopying(); }, 60000);
+        QVERIFY(QTest::qWaitFor([this] { return !h->w->isCopying(); }, 60000));
         QVERIFY2(clock.elapsed() > 2000 && longest < 1000, qPrintable(QString::number(longest)));
 
         const exporting::ExportResult &result = h->w->exporter().lastResult();
