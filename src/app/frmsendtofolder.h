@@ -134,6 +134,7 @@ private:
     QWidget *buildCopyRow(QWidget *parent);
     void startCopy();
     void runCopy(const exporting::ExportOptions &options); // on the copy's thread
+    static void yieldToWindow();                           // likewise
     void lendHooks();
     void copyEnded();
     void endCopyThread(); // joined, the trail taken back and its hooks put back

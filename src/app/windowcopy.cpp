@@ -15,6 +15,11 @@
 
 #include <condition_variable>
 
+#ifdef Q_OS_LINUX
+#include <sys/resource.h>
+#include <unistd.h>
+#endif
+
 namespace app {
 
 using exporting::ExportOptions;
@@ -27,6 +32,7 @@ constexpr int kDefaultJobs = 4;
 constexpr int kMaxJobs = 64;
 constexpr int kProgressMs = 250;
 constexpr qint64 kRateWindowMs = 3000;
+[[maybe_unused]] constexpr int kCopyNice = 5;
 
 // The total is not known before the walk is over, so the bar is a busy one; its text is the count.
 class CopyProgressBar : public QProgressBar {
@@ -153,6 +159,7 @@ void FrmSendtofolder::startCopy()
 // On the copy's thread: it owns the error trail until it ends, and its connection is its own.
 void FrmSendtofolder::runCopy(const ExportOptions &options)
 {
+    yieldToWindow();
     HuntERR::takeOver();
     m_copy->ok = HuntERR::handler(kStartSource, [&] {
         m_runSession.open();
@@ -230,10 +237,13 @@ void FrmSendtofolder::runOnWindowThread(const std::function<void()> &call) const
 // Only the latest status text matters: one call is on its way at a time, and it takes the latest.
 void FrmSendtofolder::postStatus(const QString &text)
 {
-    const std::lock_guard<std::mutex> held(m_copy->statusLock);
-    m_copy->status = text;
-    if (std::exchange(m_copy->statusPosted, true))
-        return;
+    {
+        // Never held while posting: the window's thread must not wait for a copy that yields to it.
+        const std::lock_guard<std::mutex> held(m_copy->statusLock);
+        m_copy->status = text;
+        if (std::exchange(m_copy->statusPosted, true))
+            return;
+    }
     QMetaObject::invokeMethod(
         this,
         [this] {
@@ -262,6 +272,18 @@ void FrmSendtofolder::showCopyProgress()
     static_cast<CopyProgressBar *>(m_prgCopy)
         ->setCountText((documents == 1 ? QStringLiteral("%1 document, %2, %3/s") : QStringLiteral("%1 documents, %2, %3/s"))
                            .arg(QLocale().toString(documents), dataSize(bytes), dataSize(rate)));
+}
+
+// The copy, and the workers it starts (they inherit it), give way to the window's thread when
+// the processors are busy, so a click or a repaint is never queued behind them for long. On an
+// idle machine they run as fast as before.
+void FrmSendtofolder::yieldToWindow()
+{
+#ifdef Q_OS_LINUX
+    setpriority(PRIO_PROCESS, id_t(gettid()), kCopyNice); // Qt's priorities do nothing under SCHED_OTHER
+#else
+    QThread::currentThread()->setPriority(QThread::LowPriority);
+#endif
 }
 
 // Cancel asks the run to stop as an interrupt does: nothing new starts and a document streaming
