@@ -66,7 +66,7 @@ FrmSendtofolder::~FrmSendtofolder()
 {
     // A copy still running is stopped and waited for; what it would still ask of the window is
     // skipped, since nobody is left to answer.
-    if (m_copy->thread.joinable()) {
+    if (m_copy->lent) {
         m_copy->stop.request(1);
         m_copy->abandoned = true;
         endCopyThread();

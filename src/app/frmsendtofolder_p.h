@@ -53,6 +53,7 @@ struct FrmSendtofolder::Copy {
     std::thread thread;
     bool running = false;    // from the start until its end is reported
     bool closeAfter = false; // the window was closed meanwhile: it closes once the run is over
+    bool lent = false;       // the trail and its hooks are the copy's until endCopyThread()
     std::atomic<bool> abandoned{false}; // the window is going away: calls from the copy are skipped
     exporting::StopRequest stop;
     CopyProgress progress;

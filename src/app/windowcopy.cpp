@@ -153,7 +153,14 @@ void FrmSendtofolder::startCopy()
     m_runSession.take(m_signIn);
     lendHooks();
     HuntERR::handOver();
-    c.thread = std::thread([this, options] { runCopy(options); });
+    c.lent = true;
+    try {
+        c.thread = std::thread([this, options] { runCopy(options); });
+    } catch (...) {
+        c.ok = false;
+        copyEnded(); // the trail back first: the handler reports why there is no thread
+        throw;
+    }
 }
 
 // On the copy's thread: it owns the error trail until it ends, and its connection is its own.
@@ -299,9 +306,10 @@ void FrmSendtofolder::cmdCancelCopy_Click()
 void FrmSendtofolder::endCopyThread()
 {
     Copy &c = *m_copy;
-    if (!c.thread.joinable())
+    if (c.thread.joinable())
+        c.thread.join();
+    if (!std::exchange(c.lent, false))
         return;
-    c.thread.join();
     HuntERR::takeOver();
     HuntERR::setShower(std::move(c.shower));
     HuntERR::setStopPrompt(std::move(c.prompt));
