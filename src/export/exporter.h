@@ -5,9 +5,9 @@
 // Threads: an Exporter and everything it calls back (the observer, the records, the form) belong
 // to the thread that calls run(), the walk's thread, which also owns the error trail. The window
 // calls it on a thread of its own, with a session whose connection was opened there; its form
-// port hands the calls on to the window's thread. With more
-// than one job, workers fetch documents through the run's DocumentFetcher only
-// (documentfetcher.h); their outcomes come back to the walk's thread through the DocumentQueue.
+// port hands the calls on to the window's thread. With more than one job, workers fetch
+// documents through the run's DocumentFetcher only (documentfetcher.h); their outcomes come back
+// to the walk's thread through the DocumentQueue.
 // The run's stop request (ExportOptions::stop, stoprequest.h) may be set from any thread or a
 // signal handler while run() goes on.
 

@@ -145,9 +145,9 @@ void Exporter::noteUnfinished()
     FolderTree &tree = m_tree.tree();
     for (int index = 1; index <= tree.count(); ++index) {
         const FolderTree::Node *node = tree.node(index);
-        const auto walk = m_tickedWalks.constFind(node);
         if (!node->checked || folderIdOfKey(node->key) == 1)
             continue;
+        const auto walk = m_tickedWalks.constFind(node);
         bool finished = walk != m_tickedWalks.cend() && walk->whole;
         for (const qint64 serial : std::as_const(m_abandoned))
             finished = finished && (serial < walk->firstSerial || serial > walk->lastSerial);
