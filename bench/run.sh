@@ -14,6 +14,8 @@
 #      driver, TDS over 127.0.0.1) with 0, 1 and 5 ms added before every reply, with the default
 #      settings, next to the embedded figure and to each other: what the wire and each round trip
 #      cost.
+#   6. The window copying the live database, offscreen (bench_window_stall): the longest its event
+#      loop is kept waiting during the copy.
 #   Live exports run with --jobs 1, the default (no --jobs) and --jobs 8 side by side; every other
 #   export runs with the default settings.
 # Every figure is the median of RUNS runs. Nothing here asserts a time: the table says PASS or MISS.
@@ -74,8 +76,8 @@ if [ ! -f "$BUILD_DIR/CMakeCache.txt" ]; then
     note "configuring $BUILD_DIR"
     cmake -S "$checkout" -B "$BUILD_DIR" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 fi
-note "building parcelwise, gen_large_repository, bench_tree_load, sqlserver-standin"
-cmake --build "$BUILD_DIR" -j"$(nproc)" --target parcelwise gen_large_repository bench_tree_load >/dev/null
+note "building parcelwise, gen_large_repository, bench_tree_load, bench_window_stall, sqlserver-standin"
+cmake --build "$BUILD_DIR" -j"$(nproc)" --target parcelwise gen_large_repository bench_tree_load bench_window_stall >/dev/null
 exe="$BUILD_DIR/parcelwise"
 standin="$BUILD_DIR/sqlserver-standin"
 if ((WIRE_RUNS > 0)); then
@@ -89,6 +91,7 @@ if ((WIRE_RUNS > 0)); then
 fi
 gen="$BUILD_DIR/bench/gen_large_repository"
 tree="$BUILD_DIR/bench/bench_tree_load"
+window="$BUILD_DIR/bench/bench_window_stall"
 
 # --- Repository ----------------------------------------------------------------------------
 mkdir -p "$BENCH_DIR"
@@ -124,7 +127,7 @@ IFS='|' read -r arc_docs arc_bytes arc_largest < <(sqlite3 -readonly "$live_db" 
 # export and copy of the archived ones; the huge document; plus directories.
 per_run=$(((live_bytes * 6 + arc_bytes * 3 + HUGE * HUGE_BYTES) / 1024 / 1024 + 500))
 wire_mib=$(((live_bytes / 1024 / 1024 + 100) * WIRE_RUNS * ($(wc -w <<<"$WIRE_LATENCIES") + 1)))
-need_mib=$((per_run * (RUNS + 1) + wire_mib + 1024))
+need_mib=$((per_run * (RUNS + 1) + wire_mib + live_bytes / 1024 / 1024 + 1024))
 free_mib=$(df -Pm "$BENCH_DIR" | awk 'NR == 2 { print $4 }')
 ((free_mib > need_mib)) || die "needs about $need_mib MiB free in $BENCH_DIR, has $free_mib MiB: lower RUNS or set BENCH_DIR"
 work="$BENCH_DIR/work"
@@ -312,14 +315,21 @@ if ((WIRE_RUNS > 0)); then
     stop_standin
 fi
 
+note "the window copying the live database offscreen: the longest its event loop waits"
+mkdir "$work/window"
+"$window" "$repo" "$work/window" --database "$LIVE" >"$work/window.out" 2>"$work/window.err" || {
+    cat "$work/window.err" >&2
+    die "bench_window_stall failed"
+}
+
 note "clicking the 10,000-child folder ($TREE_RUNS times per database)"
 "$tree" "$repo" --runs "$TREE_RUNS" --live "$LIVE" --archive "$ARCHIVE" >"$work/tree.out" 2>"$work/tree.err" || {
     cat "$work/tree.err" >&2
     die "bench_tree_load failed"
 }
-field() { # mode key
+field() { # mode key [file]
     awk -v mode="$1" -v key="$2" '$1 == "RESULT" && $2 == mode {
-        for (i = 3; i <= NF; ++i) { split($i, kv, "="); if (kv[1] == key) print kv[2] } }' "$work/tree.out"
+        for (i = 3; i <= NF; ++i) { split($i, kv, "="); if (kv[1] == key) print kv[2] } }' "${3:-$work/tree.out}"
 }
 load_after=$(cut -d' ' -f1-3 /proc/loadavg)
 
@@ -410,6 +420,10 @@ live_click=$(field live median_ms)
 arc_click=$(field archive median_ms)
 row "Click on \"Wide\", live: $(field live children) children" "$live_click ms" \
     "its 1 statement alone $(field live statements_median_ms) ms" "≤ 1000 ms" "$(verdict "$live_click" 1000)"
+stall=$(field window max_gap_ms "$work/window.out")
+row "The window copying the live database (offscreen, its jobs setting $(field window jobs "$work/window.out")): longest event-loop stall" \
+    "$stall ms" "the copy: $(field window documents "$work/window.out") documents in $(secs "$(field window copy_ms "$work/window.out")")" \
+    "≤ 100 ms" "$(verdict "$stall" 100)"
 row "Click on \"Wide\", archive: $(field archive children) of its $(field live children) children shown" "$arc_click ms" \
     "its $(field archive statements) statements alone $(field archive statements_median_ms) ms" "no target" "—"
 
@@ -430,6 +444,7 @@ Every run (ms): live floor $(runs_of "${t[live.floor.ms]}"); live export $(runs_
                 archive floor $(runs_of "${t[arc.floor.ms]}"); archive export $(runs_of "${t[arc.export.ms]}"); archive cp -a $(runs_of "${t[arc.cp.ms]}")
 Stand-in exports, default settings (ms): $(for l in $WIRE_LATENCIES; do printf '+%s ms: %s; ' "$l" "$(runs_of "${t[wire$l.ms]:-}")"; done)
 Peak resident memory (KiB): live --jobs 1 $(runs_of "${t[live.export.rss]}"); default $(runs_of "${t[live.exportdef.rss]}"); --jobs 8 $(runs_of "${t[live.export8.rss]}"); archive $(runs_of "${t[arc.export.rss]}"); huge document $(runs_of "${t[huge.rss]:-}")
+Window: $(awk '/^RESULT window/ { print $0 }' "$work/window.out" | cut -d' ' -f3-)
 Clicks (ms): live $(awk '/^RESULT live/ { print $0 }' "$work/tree.out" | cut -d' ' -f3-)
              archive $(awk '/^RESULT archive/ { print $0 }' "$work/tree.out" | cut -d' ' -f3-)
 EOF

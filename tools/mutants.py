@@ -153,6 +153,12 @@ MUTANTS = [
      '"\\" as destination folder, do you want to continue?..."',
      '"\\" as destination folder, do you want to continue?"',
      "the question before a copy changes its text"),
+    ("app-cancel-ignored", "src/app/windowcopy.cpp",
+     "m_copy->stop.request(1);", "(void)0;",
+     "Cancel greys out but the copy runs on to its end"),
+    ("export-unfinished-dropped", "src/export/exportlog.cpp",
+     "m_result.unfinished << repositoryPathOf(node);", "(void)node;",
+     "a cancelled copy says every ticked folder was finished"),
     # the SQL Server stand-in
     ("standin-textsize-ignored", "tools/sqlserver-standin/resultset.cpp",
      "b.truncate(textSize);", "(void)textSize;",

@@ -1,4 +1,4 @@
-#include "app/frmsendtofolder.h"
+#include "app/frmsendtofolder_p.h"
 
 #include "app/dialogs.h"
 #include "app/foldertreeview.h"
@@ -16,7 +16,6 @@
 namespace app {
 
 using tree::FolderTree;
-using exporting::ExportResult;
 
 namespace {
 
@@ -24,20 +23,6 @@ const QString kModule = QStringLiteral("FrmSendtofolder.");
 const QString kToolPassword = QStringLiteral("BRIMEX");
 
 } // namespace
-
-// Focus moves that the window makes for its own reasons (disabling the control that has the
-// focus, for instance) are not a person entering a control: they write no hint and, above all,
-// never refresh the database list.
-class FrmSendtofolder::QuietFocus {
-public:
-    explicit QuietFocus(FrmSendtofolder *w) : m_w(w) { ++m_w->m_quietFocus; }
-    ~QuietFocus() { --m_w->m_quietFocus; }
-    QuietFocus(const QuietFocus &) = delete;
-    QuietFocus &operator=(const QuietFocus &) = delete;
-
-private:
-    FrmSendtofolder *m_w;
-};
 
 // The hourglass for the length of a scope, put back as it was (also when an error leaves).
 class FrmSendtofolder::BusyPointer {
@@ -64,7 +49,9 @@ FrmSendtofolder::FrmSendtofolder(QWidget *parent)
     , m_tree(this)
     , m_signIn(*this)
     , m_procs(m_signIn, m_tree)
-    , m_exporter(m_signIn, m_procs)
+    , m_runSession(*this)
+    , m_exporter(m_runSession, m_procs)
+    , m_copy(std::make_unique<Copy>())
 {
     setObjectName(QStringLiteral("FrmSendtofolder"));
     setWindowTitle(QStringLiteral("zarnivo - Parcelwise Ver 6.0"));
@@ -77,6 +64,13 @@ FrmSendtofolder::FrmSendtofolder(QWidget *parent)
 
 FrmSendtofolder::~FrmSendtofolder()
 {
+    // A copy still running is stopped and waited for; what it would still ask of the window is
+    // skipped, since nobody is left to answer.
+    if (m_copy->lent) {
+        m_copy->stop.request(1);
+        m_copy->abandoned = true;
+        endCopyThread();
+    }
     // The view must let go of the model before the model goes.
     m_tvDefaultRoot->setFolderTree(nullptr);
 }
@@ -190,6 +184,8 @@ bool FrmSendtofolder::cmdDestination_Click()
 
 bool FrmSendtofolder::cmdStart_Click()
 {
+    if (isCopying())
+        return false; // one copy at a time (and the error trail is the copy's meanwhile)
     return HuntERR::handler(kModule + QStringLiteral("cmdStart_Click"), [this] {
         if (m_signIn.DestinationPath.isEmpty()) {
             message(QStringLiteral("Please select destination path"));
@@ -202,26 +198,7 @@ bool FrmSendtofolder::cmdStart_Click()
             != QMessageBox::Ok)
             return;
 
-        QWidget *hadFocus = focusWidget();
-        {
-            const QuietFocus quiet(this);
-            m_FrameButton->setEnabled(false);
-        }
-        ExportResult result;
-        {
-            BusyPointer busy(this);
-            result = m_exporter.run();
-        }
-        showUnloggedFailures(result.unloggedLines);
-        setStatus(QStringLiteral(" Process completed successfully"));
-        message(QStringLiteral("Process completed successfully"));
-        setStatus(QString());
-        {
-            const QuietFocus quiet(this);
-            m_FrameButton->setEnabled(true);
-            if (hadFocus && m_FrameButton->isAncestorOf(hadFocus))
-                hadFocus->setFocus(Qt::OtherFocusReason);
-        }
+        startCopy(); // its end is reported by copyEnded
     });
 }
 
@@ -259,6 +236,13 @@ bool FrmSendtofolder::Form_Unload()
 
 void FrmSendtofolder::closeEvent(QCloseEvent *event)
 {
+    if (isCopying()) {
+        // Stopped as Cancel stops it; the window closes once the run has ended.
+        m_copy->closeAfter = true;
+        cmdCancelCopy_Click();
+        event->ignore();
+        return;
+    }
     if (!m_unloaded) {
         m_unloaded = true;
         Form_Unload();

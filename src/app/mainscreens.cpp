@@ -172,6 +172,7 @@ QWidget *FrmSendtofolder::buildFolderScreen()
         row->addWidget(m_cmdStart);
         auto *column = new QVBoxLayout(m_frameSelectFolder);
         column->addWidget(m_tvDefaultRoot, 1);
+        column->addWidget(buildCopyRow(m_frameSelectFolder)); // shown during a copy only
         column->addWidget(m_FrameButton);
     }
     return m_frameSelectFolder;
@@ -213,7 +214,8 @@ void FrmSendtofolder::setKeyboardOrder()
     setTabOrder(m_tvDefaultRoot, m_cmdBack);
     setTabOrder(m_cmdBack, m_cmdDestination);
     setTabOrder(m_cmdDestination, m_cmdStart);
-    setTabOrder(m_cmdStart, m_cmdexit);
+    setTabOrder(m_cmdStart, m_cmdCancelCopy);
+    setTabOrder(m_cmdCancelCopy, m_cmdexit);
 }
 
 // Status hints; every text starts with one blank.

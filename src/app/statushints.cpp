@@ -23,8 +23,9 @@ void FrmSendtofolder::watchFocus(QWidget *control, const QString &onFocus, bool 
 
 bool FrmSendtofolder::eventFilter(QObject *watched, QEvent *event)
 {
+    // During a copy the status line is the copy's, and the error trail its thread's.
     if ((event->type() == QEvent::FocusIn || event->type() == QEvent::FocusOut) && m_hints.contains(watched)
-        && m_quietFocus == 0) {
+        && m_quietFocus == 0 && !isCopying()) {
         const Qt::FocusReason reason = static_cast<QFocusEvent *>(event)->reason();
         // The window losing and regaining activation (a message box, another program) or a list
         // dropping down and closing is not a person moving between controls: the control that

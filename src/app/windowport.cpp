@@ -1,5 +1,6 @@
 // The main window as the procedures see it: the sign-in boxes, the database list and its type
-// label, the status line, the pointer, messages, and showing the export log.
+// label, the status line, the pointer, messages, and showing the export log. Called from the
+// copy's thread, each runs on the window's thread while the caller waits (frmsendtofolder.h).
 
 #include "app/dialogs.h"
 #include "app/frmsendtofolder.h"
@@ -26,52 +27,58 @@ QColor fromBgr(int colour)
 
 QString FrmSendtofolder::serverText() const
 {
-    return m_txServerName->text();
+    return onWindowThread([this] { return m_txServerName->text(); });
 }
 
 QString FrmSendtofolder::userText() const
 {
-    return m_txtUserName->text();
+    return onWindowThread([this] { return m_txtUserName->text(); });
 }
 
 QString FrmSendtofolder::passwordText() const
 {
-    return m_txtPassword->text();
+    return onWindowThread([this] { return m_txtPassword->text(); });
 }
 
 QString FrmSendtofolder::databaseText() const
 {
-    return m_cboDBName->currentIndex() < 0 ? QString() : m_cboDBName->currentText();
+    return onWindowThread([this] { return m_cboDBName->currentIndex() < 0 ? QString() : m_cboDBName->currentText(); });
 }
 
 QString FrmSendtofolder::dbTypeCaption() const
 {
-    return m_lblDbTypeValue->text();
+    return onWindowThread([this] { return m_lblDbTypeValue->text(); });
 }
 
 void FrmSendtofolder::clearDatabases()
 {
-    const QSignalBlocker quiet(m_cboDBName);
-    m_cboDBName->clear();
+    onWindowThread([this] {
+        const QSignalBlocker quiet(m_cboDBName);
+        m_cboDBName->clear();
+    });
 }
 
 void FrmSendtofolder::addDatabase(const QString &name)
 {
-    // Adding does not choose: an entry is chosen only by selectFirstDatabase or by the person.
-    const QSignalBlocker quiet(m_cboDBName);
-    const int chosen = m_cboDBName->currentIndex();
-    m_cboDBName->addItem(name);
-    if (m_cboDBName->currentIndex() != chosen)
-        m_cboDBName->setCurrentIndex(chosen);
+    onWindowThread([&] {
+        // Adding does not choose: an entry is chosen only by selectFirstDatabase or by the person.
+        const QSignalBlocker quiet(m_cboDBName);
+        const int chosen = m_cboDBName->currentIndex();
+        m_cboDBName->addItem(name);
+        if (m_cboDBName->currentIndex() != chosen)
+            m_cboDBName->setCurrentIndex(chosen);
+    });
 }
 
 int FrmSendtofolder::databaseCount() const
 {
-    return m_cboDBName->count();
+    return onWindowThread([this] { return m_cboDBName->count(); });
 }
 
 void FrmSendtofolder::selectFirstDatabase()
 {
+    if (!isWindowThread())
+        return onWindowThread([this] { selectFirstDatabase(); });
     if (m_cboDBName->count() < 1)
         return;
     {
@@ -84,49 +91,60 @@ void FrmSendtofolder::selectFirstDatabase()
 
 void FrmSendtofolder::setDbType(const QString &caption, int colour)
 {
-    m_lblDbTypeValue->setText(caption);
-    if (colour >= 0) {
-        QPalette palette = m_lblDbTypeValue->palette();
-        palette.setColor(QPalette::WindowText, fromBgr(colour));
-        m_lblDbTypeValue->setPalette(palette);
-    }
+    onWindowThread([&] {
+        m_lblDbTypeValue->setText(caption);
+        if (colour >= 0) {
+            QPalette palette = m_lblDbTypeValue->palette();
+            palette.setColor(QPalette::WindowText, fromBgr(colour));
+            m_lblDbTypeValue->setPalette(palette);
+        }
+    });
 }
 
 void FrmSendtofolder::setStatus(const QString &text)
 {
+    if (!isWindowThread())
+        return postStatus(text); // the copy does not wait for the status line
     m_txtProg->setText(text);
 }
 
 void FrmSendtofolder::repaint()
 {
-    QWidget::repaint();
+    // The copy's thread has nothing to force: the event loop paints the status text it handed over.
+    if (isWindowThread())
+        QWidget::repaint();
 }
 
 void FrmSendtofolder::setBusy(bool busy)
 {
-    if (busy) {
-        if (!QApplication::overrideCursor())
-            QApplication::setOverrideCursor(Qt::WaitCursor);
-    } else {
-        while (QApplication::overrideCursor())
-            QApplication::restoreOverrideCursor();
-    }
+    onWindowThread([busy] {
+        if (busy) {
+            if (!QApplication::overrideCursor())
+                QApplication::setOverrideCursor(Qt::WaitCursor);
+        } else {
+            while (QApplication::overrideCursor())
+                QApplication::restoreOverrideCursor();
+        }
+    });
 }
 
 void FrmSendtofolder::message(const QString &text)
 {
-    m_lastMessage = text;
-    Dialogs::message(this, text, QMessageBox::Warning, QMessageBox::Ok);
+    onWindowThread([&] {
+        m_lastMessage = text;
+        Dialogs::message(this, text, QMessageBox::Warning, QMessageBox::Ok);
+    });
 }
 
 void FrmSendtofolder::showSignInScreen()
 {
-    showScreen(m_frameConnectDb, nullptr);
+    onWindowThread([this] { showScreen(m_frameConnectDb, nullptr); });
 }
 
 void FrmSendtofolder::openLog(const QString &folder, const QString &fileName)
 {
-    Dialogs::openLog(QDir::toNativeSeparators(QDir::cleanPath(folder + QLatin1Char('/') + fileName)));
+    const QString path = QDir::toNativeSeparators(QDir::cleanPath(folder + QLatin1Char('/') + fileName));
+    onWindowThread([&] { Dialogs::openLog(path); });
 }
 
 } // namespace app

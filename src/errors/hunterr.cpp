@@ -5,8 +5,10 @@
 #include <QByteArray>
 #include <QtGlobal>
 
+#include <atomic>
 #include <new>
 #include <thread>
+#include <utility>
 
 namespace HuntERR {
 
@@ -37,15 +39,22 @@ struct TrailState {
     Shower shower;
     StopPrompt stopPrompt;
     std::function<void()> pointerReset;
-    std::thread::id owner = std::this_thread::get_id(); // the thread that first used the trail
+    // The thread that first used the trail, or the one it was handed to; none while handed over.
+    std::atomic<std::thread::id> owner{std::this_thread::get_id()};
 };
 
-// One trail per process, unguarded: it belongs to the thread that first used it. A build that
-// breaks that rule stops here at once rather than mixing two threads' errors in one report.
-TrailState &state()
+TrailState &storage()
 {
     static TrailState s;
-    if (Q_UNLIKELY(std::this_thread::get_id() != s.owner))
+    return s;
+}
+
+// One trail per process, unguarded: it belongs to one thread at a time. A build that breaks
+// that rule stops here at once rather than mixing two threads' errors in one report.
+TrailState &state()
+{
+    TrailState &s = storage();
+    if (Q_UNLIKELY(std::this_thread::get_id() != s.owner.load(std::memory_order_acquire)))
         qFatal("HuntERR: the error trail was used off its owning thread");
     return s;
 }
@@ -320,9 +329,26 @@ bool stepMode()
 
 void setStepMode(bool on) { state().stepMode = on ? 1 : 0; }
 
-void setShower(Shower shower) { state().shower = std::move(shower); }
-void setStopPrompt(StopPrompt prompt) { state().stopPrompt = std::move(prompt); }
-void setPointerReset(std::function<void()> reset) { state().pointerReset = std::move(reset); }
+Shower setShower(Shower shower) { return std::exchange(state().shower, std::move(shower)); }
+StopPrompt setStopPrompt(StopPrompt prompt) { return std::exchange(state().stopPrompt, std::move(prompt)); }
+std::function<void()> setPointerReset(std::function<void()> reset)
+{
+    return std::exchange(state().pointerReset, std::move(reset));
+}
+
+void handOver()
+{
+    state().owner.store(std::thread::id(), std::memory_order_release);
+}
+
+void takeOver()
+{
+    TrailState &s = storage();
+    std::thread::id none;
+    if (!s.owner.compare_exchange_strong(none, std::this_thread::get_id(), std::memory_order_acq_rel)
+        && none != std::this_thread::get_id())
+        qFatal("HuntERR: the error trail was taken over while another thread owns it");
+}
 
 namespace detail {
 void enterHandler(std::exception_ptr caught)

@@ -6,10 +6,12 @@
 // at the bottom of this file run a procedure body under its source name and flags.
 //
 // Threads: raise() and Error may be used on any thread. Everything else here (the trail's
-// state, the handlers, the showers) belongs to the thread that first used the trail, the main
-// thread: the window's, the command line's, the export walk's. Used from another thread, the
-// trail stops the process (qFatal). A worker's error reaches the trail as an exception the
-// owning thread rethrows.
+// state, the handlers, the showers) belongs to one thread at a time: the one that first used the
+// trail (the window's, the command line's), or the one it was handed to. Used from another
+// thread, the trail stops the process (qFatal). The window hands it to its copy's thread for the
+// length of a run (handOver() on the owner, then takeOver() on the thread that takes it; back the
+// same way), so the export walk always owns the trail it writes to. A worker's error reaches the
+// trail as an exception the owning thread rethrows.
 
 #include <QByteArray>
 #include <QString>
@@ -123,13 +125,20 @@ bool stepMode();
 void setStepMode(bool on);
 
 // How the trail reaches the person: the window shows the error window, the command line prints.
+// Each setter returns what it replaces. They are called on the trail's owning thread.
 using Shower = std::function<void(const QString &message)>;
-void setShower(Shower shower);
+Shower setShower(Shower shower);
 // Step-mode question; returns 6 (Yes), 7 (No) or 2 (Cancel).
 using StopPrompt = std::function<int(const QString &title, const QString &text)>;
-void setStopPrompt(StopPrompt prompt);
+StopPrompt setStopPrompt(StopPrompt prompt);
 // Pointer reset of the exit step (the hourglass goes back to the arrow).
-void setPointerReset(std::function<void()> reset);
+std::function<void()> setPointerReset(std::function<void()> reset);
+
+// Handing the trail to another thread: the owner lets go (handOver), after which no thread owns
+// it until one calls takeOver and becomes the owner. Taking over a trail another thread still
+// owns stops the process, as any use off the owning thread does.
+void handOver();
+void takeOver();
 
 // --- The one-line handlers -------------------------------------------------------------
 

@@ -70,6 +70,8 @@ void Exporter::retireDocument(const DocumentJob &job, DocumentOutcome &o)
 {
     // Stopped: no file, no record, no log line. Dated before --since: recorded as left out, in
     // its place among the records.
+    if (o.abandoned)
+        m_abandoned.insert(job.serial);
     m_retiring = true;
     if (o.abandoned || o.before.isValid()) {
         if (o.before.isValid())

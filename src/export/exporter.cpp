@@ -60,6 +60,8 @@ ExportResult Exporter::run(const ExportOptions &options)
     m_options = options;
     m_result = ExportResult{};
     m_walked.clear();
+    m_tickedWalks.clear();
+    m_abandoned.clear();
     m_nodeDirs.clear();
     m_keptDirs.clear();
     m_heldRecords.clear();
@@ -89,6 +91,8 @@ ExportResult Exporter::run(const ExportOptions &options)
     m_result.connections = connections.connected;
     m_result.connectionError = connections.error;
     stopQueue();
+    if (m_result.stopped)
+        noteUnfinished();
 
     if (m_logWritten && !options.dryRun) {
         m_logWritten = false;
@@ -215,6 +219,7 @@ void Exporter::CopyCheckedFolders()
         const qint64 id = folderIdOfKey(node->key);
         if (id == 1)
             continue; // the repository root is never a directory of its own
+        m_tickedWalks.insert(node, TickedWalk{});
 
         // The nearest ticked ancestor's directory as this run made it: it may carry its id.
         QString parentDir = destination;
@@ -244,8 +249,12 @@ void Exporter::CopyCheckedFolders()
         if (!recreateDirectory(source, target, logged, folder))
             continue;
         m_nodeDirs.insert(node, target);
+        TickedWalk &walk = m_tickedWalks[node];
+        walk.firstSerial = m_submitted + 1;
         if (!HuntERR::resume(source, [&] { MakeDir(node, target); }))
             logged();
+        walk.lastSerial = m_submitted;
+        walk.whole = !stopped();
     }
 }
 
@@ -317,84 +326,6 @@ void Exporter::walkSubFolders(const QString &key, const QString &topPath, const 
             stack.back().rs.moveNext();
         }
     }
-}
-
-// Sends ahead what the walk will ask of each listed child, in the order it will ask: the
-// children's statements go before whatever the walk meets after this folder's subtree. In an
-// archive database most children are dropped by their probe: only the probes go ahead.
-void Exporter::prefetchBelow(repo::RecordSet rs)
-{
-    if (!m_documents || m_documents->workers() == 0)
-        return;
-    QList<qint64> ids;
-    try {
-        for (rs.moveFirst(); !rs.eof(); rs.moveNext())
-            ids << listedId(rs);
-    } catch (...) {
-        // The walk meets whatever is wrong with the listing itself.
-    }
-    QStringList next;
-    for (const qint64 id : std::as_const(ids)) {
-        const QString childId = QString::number(id);
-        if (m_signIn.blnArchive) {
-            next << repo::statements::archivedBelowProbe(childId, m_signIn.strSelectedDb);
-        } else {
-            next << repo::statements::liveDocuments(childId);
-            if (m_options.update)
-                next << sizesQuery(childId);
-            next << childFoldersQuery(childId, false);
-        }
-    }
-    m_ahead.insert(m_ahead.begin(), next.cbegin(), next.cend());
-    topUpPrefetch();
-}
-
-// In an archive database a child without archived documents below it gets no directory: of the
-// children whose names clean alike, the lowest that does keeps the name.
-NameOwners Exporter::subfolderOwners(const repo::RecordSet &rs)
-{
-    if (!m_signIn.blnArchive)
-        return folderOwners(rs);
-    return folderOwners(rs, [this](qint64 id) {
-        try {
-            return listing(repo::statements::archivedBelowProbe(QString::number(id), m_signIn.strSelectedDb)).recordCount() >= 1;
-        } catch (...) {
-            return true; // the walk meets the failure at this child and logs it
-        }
-    });
-}
-
-// A child the walk leaves out: what was sent ahead for it is not waited for.
-void Exporter::dropAhead(qint64 childId)
-{
-    if (!m_documents)
-        return;
-    const QString id = QString::number(childId);
-    for (const QString &sql : {m_signIn.blnArchive ? repo::statements::archiveDocuments(id, m_signIn.strSelectedDb)
-                                                   : repo::statements::liveDocuments(id),
-                               sizesQuery(id), childFoldersQuery(id, false)}) {
-        m_documents->forget(sql);
-        const auto it = std::find(m_ahead.begin(), m_ahead.end(), sql);
-        if (it != m_ahead.end())
-            m_ahead.erase(it);
-    }
-}
-
-void Exporter::topUpPrefetch()
-{
-    while (!m_ahead.empty() && m_documents->prefetch(m_ahead.front()))
-        m_ahead.pop_front();
-}
-
-repo::RecordSet Exporter::listing(const QString &sql)
-{
-    if (!m_documents)
-        return m_signIn.cnDb().execute(sql);
-    if (!m_ahead.empty() && m_ahead.front() == sql)
-        m_ahead.pop_front(); // asked for before it could be sent ahead
-    const repo::RecordSet rs = m_documents->execute(sql);
-    topUpPrefetch();
-    return rs;
 }
 
 void Exporter::folderDone(const QString &path)

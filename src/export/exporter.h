@@ -3,9 +3,11 @@
 // file dates and the export log. Used by the window's "Start &Copy" and by the command line.
 //
 // Threads: an Exporter and everything it calls back (the observer, the records, the form) belong
-// to the thread that calls run(), the walk's thread, which also owns the error trail. With more
-// than one job, workers fetch documents through the run's DocumentFetcher only
-// (documentfetcher.h); their outcomes come back to the walk's thread through the DocumentQueue.
+// to the thread that calls run(), the walk's thread, which also owns the error trail. The window
+// calls it on a thread of its own, with a session whose connection was opened there; its form
+// port hands the calls on to the window's thread. With more than one job, workers fetch
+// documents through the run's DocumentFetcher only (documentfetcher.h); their outcomes come back
+// to the walk's thread through the DocumentQueue.
 // The run's stop request (ExportOptions::stop, stoprequest.h) may be set from any thread or a
 // signal handler while run() goes on.
 
@@ -43,6 +45,9 @@ QString documentsFolder();
 // "\zarnivo Parcelwise Log " + year month day hour minute, unpadded, + ".txt" (leading separator
 // is the platform's).
 QString exportLogNameFor(const QDateTime &when);
+// The export log's last line for a run the person cancelled: "Copy cancelled by the user; folders
+// not finished: A, B/C" ("none" when every ticked folder was finished).
+QString cancellationLine(const QStringList &unfinished);
 
 // The instant a document's date text ("yyyyMMdd hhmmss.mmm", read at fixed positions, the
 // milliseconds ignored) stands for, taken as local time with the offset in force today.
@@ -61,7 +66,8 @@ QDateTime documentDate(repo::Connection &cn, qint64 recId);
 // (the date statement's own, or a folder's size listing); invalid when there is no row.
 QDateTime documentDateOf(const repo::RecordSet &rs);
 
-// What the command line wants to hear about while the walk runs; the window ignores it.
+// What the command line wants to hear about while the walk runs; the window counts the documents
+// and bytes written for its progress bar.
 class ExportObserver {
 public:
     virtual ~ExportObserver() = default;
@@ -115,6 +121,9 @@ struct ExportOptions {
     // Valid: a document dated before it (its own date, else its upload date) is left out; it is
     // dated with the date statement before its bytes are read. Undated documents are exported.
     QDateTime since;
+    // The window's Cancel: a run the stop request ended says so at the end of its export log,
+    // naming the ticked folders it did not finish (cancellationLine), and the log is opened.
+    bool logCancellation = false;
 };
 
 // What a run did. failures counts every item that could not be written (in a dry run: would
@@ -135,8 +144,11 @@ struct ExportResult {
     int jobs = 1;
     int connections = 1;
     QString connectionError;
-    bool stopped = false;
-    qint64 statementsRetried = 0; // statements sent again after their connection broke // the stop request ended the run early: the counts are what was written
+    bool stopped = false; // the stop request ended the run early: the counts are what was written
+    // Stopped: the ticked folders (paths below the root, in tree order) whose walk was cut short,
+    // or never began, or whose documents were abandoned in flight.
+    QStringList unfinished;
+    qint64 statementsRetried = 0; // statements sent again after their connection broke
     // Something failed: the log was shown, or lines could not be logged, or (dry run) would be.
     bool anythingFailed() const { return failures > 0 || !unloggedLines.isEmpty(); }
 };
@@ -172,6 +184,10 @@ private:
     void fxnSaveDocument(qint64 recId, const QString &path, const QString &listedTitle, const QString &listedFileName,
                          const NameOwners &owners);
     void fxnWriteLog(qint64 paramId, QString paramName, QString paramLocation, quint8 paramType);
+    // Appends one line to this run's log (raises when it cannot).
+    void appendLogLine(const QString &line);
+    // A stopped run: which ticked folders it did not finish, and (the window) the log's last line.
+    void noteUnfinished();
 
     // The outcome's counts, log lines, error trail, files put in place and report records, on
     // the walk's thread in walk order.
@@ -239,6 +255,15 @@ private:
     ExportResult m_result;
     // The walk's bookkeeping.
     QSet<qint64> m_walked;                             // folders written by this run
+    // Ticked nodes the walk went through: whole (not cut short by a stop) and the serials of the
+    // documents it handed out meanwhile; and the serials of documents abandoned by a stop.
+    struct TickedWalk {
+        bool whole = true;
+        qint64 firstSerial = 0;
+        qint64 lastSerial = -1;
+    };
+    QHash<const tree::FolderTree::Node *, TickedWalk> m_tickedWalks;
+    QSet<qint64> m_abandoned;
     QHash<const tree::FolderTree::Node *, QString> m_nodeDirs; // ticked nodes' directories
     QSet<QString> m_keptDirs;  // --update: directories kept from an earlier run
     QHash<qint64, ListedFacts> m_listed; // --update: the sizes and dates of the folder being listed

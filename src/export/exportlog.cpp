@@ -1,4 +1,5 @@
-// The export log: its name per run, the folder it lives in, and one appended line per failure.
+// The export log: its name per run, the folder it lives in, one appended line per failure, and
+// what a stopped run did not finish.
 
 #include "export/exporter.h"
 
@@ -11,6 +12,8 @@
 namespace exporting {
 
 using names::pathSeparator;
+using tree::FolderTree;
+using tree::folderIdOfKey;
 
 namespace {
 
@@ -78,9 +81,6 @@ QString Exporter::logFolder() const
 void Exporter::fxnWriteLog(qint64 paramId, QString paramName, QString paramLocation, quint8 paramType)
 {
     HuntERR::inner(QStringLiteral("modGlobal.fxnWriteLog(paramId,paramName,paramLocation,paramType)"), [&] {
-        const QString folder = logFolder();
-        const QString path = folder + pathSeparator() + m_result.logName;
-
         // Locations under the destination are shown relative to it.
         const QString location =
             paramLocation.replace(m_signIn.DestinationPath + pathSeparator(), QString(), Qt::CaseSensitive);
@@ -99,31 +99,68 @@ void Exporter::fxnWriteLog(qint64 paramId, QString paramName, QString paramLocat
             m_options.observer->failureLogged(line);
         if (m_options.dryRun)
             return;
-
-        // Without a folder the name alone would land in the file system's root.
-        if (folder.isEmpty())
-            HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: there is no documents folder "
-                                                         "for the export log"));
-        QFile log(path);
-        // Unbuffered: the line is one write, and what a full disk took of it is cut off again,
-        // so the log never ends in half a line.
-        if (!log.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered))
-            HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: cannot open the export log %1 (%2)")
-                                              .arg(path, log.errorString()));
-        const qint64 before = log.size();
-        const QByteArray bytes = line.toLocal8Bit() + QByteArrayLiteral("\r\n");
-        const qint64 written = log.write(bytes);
-        const QString why = log.errorString();
-        if (written != bytes.size()) {
-            log.resize(before);
-            HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: cannot write the export log %1 (%2)")
-                                              .arg(path, why));
-        }
-        log.close();
-        m_logFolder = folder;
-        m_logWritten = true;
+        appendLogLine(line);
         m_pendingLine.clear();
     });
+}
+
+void Exporter::appendLogLine(const QString &line)
+{
+    const QString folder = logFolder();
+    const QString path = folder + pathSeparator() + m_result.logName;
+    // Without a folder the name alone would land in the file system's root.
+    if (folder.isEmpty())
+        HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: there is no documents folder "
+                                                     "for the export log"));
+    QFile log(path);
+    // Unbuffered: the line is one write, and what a full disk took of it is cut off again,
+    // so the log never ends in half a line.
+    if (!log.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered))
+        HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: cannot open the export log %1 (%2)")
+                                          .arg(path, log.errorString()));
+    const qint64 before = log.size();
+    const QByteArray bytes = line.toLocal8Bit() + QByteArrayLiteral("\r\n");
+    const qint64 written = log.write(bytes);
+    const QString why = log.errorString();
+    if (written != bytes.size()) {
+        log.resize(before);
+        HuntERR::raise(ERR_LOG_WRITE, QStringLiteral("Path/File access error: cannot write the export log %1 (%2)")
+                                          .arg(path, why));
+    }
+    log.close();
+    m_logFolder = folder;
+    m_logWritten = true;
+}
+
+QString cancellationLine(const QStringList &unfinished)
+{
+    return QStringLiteral("Copy cancelled by the user; folders not finished: ")
+           + (unfinished.isEmpty() ? QStringLiteral("none") : unfinished.join(QStringLiteral(", ")));
+}
+
+// A ticked folder the walk never reached, left part way, or whose documents were abandoned in
+// flight is unfinished; one it met and passed over (excluded, failed, written before) is not.
+void Exporter::noteUnfinished()
+{
+    FolderTree &tree = m_tree.tree();
+    for (int index = 1; index <= tree.count(); ++index) {
+        const FolderTree::Node *node = tree.node(index);
+        if (!node->checked || folderIdOfKey(node->key) == 1)
+            continue;
+        const auto walk = m_tickedWalks.constFind(node);
+        bool finished = walk != m_tickedWalks.cend() && walk->whole;
+        for (const qint64 serial : std::as_const(m_abandoned))
+            finished = finished && (serial < walk->firstSerial || serial > walk->lastSerial);
+        if (!finished)
+            m_result.unfinished << repositoryPathOf(node);
+    }
+    if (m_options.logCancellation && !m_options.dryRun) {
+        try {
+            appendLogLine(cancellationLine(m_result.unfinished));
+        } catch (...) {
+            // The window's closing message names them as well.
+        }
+    }
 }
 
 void Exporter::logFailure(const QString &source, qint64 id, const QString &name, const QString &location,

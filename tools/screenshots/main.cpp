@@ -1,6 +1,7 @@
 // Renders the screens shown in the README into a folder (docs/screenshots in this tree), on a
 // fresh demo repository, offscreen: the password screen, the sign-in screen, the folder tree,
-// the picture list, the application icon, the destination picker and a real error window.
+// the picture list, the application icon, the destination picker, a copy under way (slowed down on
+// the disk so that it can be seen) and a real error window.
 //   QT_QPA_PLATFORM=offscreen parcelwise-screenshots docs/screenshots
 // Built with the tool, never run by the test suite.
 
@@ -12,15 +13,18 @@
 #include "app/frmsendtofolder.h"
 #include "app/treeimages.h"
 #include "demo/demorepository.h"
+#include "export/exportdisk.h"
 
 #include <QApplication>
 #include <QComboBox>
 #include <QDir>
 #include <QLineEdit>
 #include <QPainter>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QThread>
 
 #include <cstdio>
 
@@ -93,6 +97,27 @@ void folderScreen(FrmSendtofolder &w, const QString &out)
     save(&w, "folders.png");
 }
 
+// Every folder below the root copied, each step on the disk slowed down; caught part way, then
+// cancelled.
+void copyScreen(FrmSendtofolder &w, const QString &out)
+{
+    FolderTree &tree = w.folderTree();
+    for (FolderTree::Node *top : tree.node(1)->children)
+        tree.setData(tree.indexOf(top), Qt::Checked, Qt::CheckStateRole);
+    QDir().mkpath(out);
+    w.signIn().DestinationPath = out;
+    exporting::ExportDisk::setStepHook([](const QString &, const QString &) { QThread::msleep(100); });
+    Dialogs::setNextAnswers({Dialogs::Answer::button(QMessageBox::Ok)});
+    QTest::mouseClick(child<QPushButton>(&w, "cmdStart"), Qt::LeftButton);
+    auto *progress = child<QProgressBar>(&w, "prgCopy");
+    (void)QTest::qWaitFor([&] { return !w.isCopying() || !progress->text().startsWith(QLatin1String("0 ")); }, 10000);
+    save(&w, "copy.png");
+    QTest::mouseClick(child<QPushButton>(&w, "cmdCancelCopy"), Qt::LeftButton);
+    if (!QTest::qWaitFor([&] { return !w.isCopying(); }, 30000))
+        ++g_failures;
+    exporting::ExportDisk::setStepHook({});
+}
+
 // The image list, numbered, each picture at its own size, at twice and three times that.
 void pictureSheet()
 {
@@ -162,6 +187,7 @@ int main(int argc, char **argv)
     }
     signInScreens(w, demo);
     folderScreen(w, tmp.filePath(QStringLiteral("out")));
+    copyScreen(w, tmp.filePath(QStringLiteral("out")));
     pictureSheet();
     pickerAndError(&w);
     return g_failures == 0 ? 0 : 1;
