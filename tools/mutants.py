@@ -159,6 +159,12 @@ MUTANTS = [
     ("export-unfinished-dropped", "src/export/exportlog.cpp",
      "m_result.unfinished << repositoryPathOf(node);", "(void)node;",
      "a cancelled copy says every ticked folder was finished"),
+    ("repo-retry-never", "src/repository/connection.cpp",
+     "if (!cn.lastFailureBroken() || !cn.reopenAfterBreak(&tried))", "if (true)",
+     "a statement whose connection broke is never sent again"),
+    ("export-stream-restart-never", "src/export/documentfetcher.cpp",
+     "if (!streamFailed || !o.written.isEmpty() || o.abandoned || !cn.lastFailureBroken())", "if (true)",
+     "a document whose stream broke is logged without a second try"),
     # the SQL Server stand-in
     ("standin-textsize-ignored", "tools/sqlserver-standin/resultset.cpp",
      "b.truncate(textSize);", "(void)textSize;",
