@@ -91,14 +91,12 @@ auto withRetries(Connection &cn, Run run) -> decltype(run())
     }
 }
 
-} // namespace
-
-namespace {
 RetryPolicy &defaultPolicy()
 {
     static RetryPolicy policy;
     return policy;
 }
+
 } // namespace
 
 void setDefaultRetryPolicy(const RetryPolicy &policy)
@@ -221,7 +219,8 @@ bool Connection::reopenAfterBreak(int *tried)
     const RetryPolicy &p = d->policy;
     std::exception_ptr failedOpen;
     while (*tried < p.retries) {
-        const int wait = p.firstWaitMs * (1 << qMin(*tried, 16));
+        // Doubling for each try, never past a day (--retry-wait 3600 with 100 tries would overflow).
+        const int wait = int(qMin<qint64>(qint64(p.firstWaitMs) << qMin(*tried, 20), 86400000));
         if (++*tried == 1 && p.statementsRetried)
             ++*p.statementsRetried;
         ++d->retries;
