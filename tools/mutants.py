@@ -135,7 +135,7 @@ MUTANTS = [
      "the demo's PDF files point their readers one byte past each object"),
     # cli
     ("cli-jobs-bound", "src/cli/exportcommand.cpp",
-     "request->jobs > kMaxJobs)", "request->jobs > kMaxJobs + 1)",
+     "1, kMaxJobs, &request->jobs", "1, kMaxJobs + 1, &request->jobs",
      "--jobs 65 is accepted"),
     ("cli-depth-zero", "src/cli/listings.cpp",
      "if (!ok || depth < 0)", "if (!ok || depth < 1)",

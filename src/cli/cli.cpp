@@ -110,16 +110,12 @@ int dispatch(const QStringList &args)
         repo::setTraceFile(QFileInfo(trace).absoluteFilePath());
     }
 
-    if (p.has(QStringLiteral("--timeout"))) {
-        bool ok = false;
-        const QString text = p.value(QStringLiteral("--timeout")).trimmed();
-        const int seconds = text.toInt(&ok);
-        if (!ok || seconds < 0 || seconds > 86400)
-            return usageError(QStringLiteral("--timeout needs a whole number of seconds from 0 to 86400, not \"%1\"")
-                                  .arg(printable(text)),
-                              p.command);
-        repo::setStatementTimeout(seconds);
-    }
+    int timeout = -1;
+    int refused = ExitDone;
+    if (!wholeNumberOption(p, QStringLiteral("--timeout"), "a whole number of seconds", 0, 86400, &timeout, &refused))
+        return refused;
+    if (timeout >= 0)
+        repo::setStatementTimeout(timeout);
 
     installErrorShower(p.command);
     if (p.command == QLatin1String("databases"))

@@ -97,6 +97,27 @@ int usageError(const QString &text, const QString &command)
     return ExitError;
 }
 
+bool wholeNumberOption(const Parsed &p, const QString &option, const char *what, int low, int high, int *value,
+                       int *status)
+{
+    if (!p.has(option))
+        return true;
+    bool ok = false;
+    const QString text = p.value(option).trimmed();
+    const int number = text.toInt(&ok);
+    if (ok && number >= low && number <= high) {
+        *value = number;
+        return true;
+    }
+    *status = usageError(QStringLiteral("%1 needs %2 from %3 to %4, not \"%5\"")
+                             .arg(option, QLatin1String(what))
+                             .arg(low)
+                             .arg(high)
+                             .arg(printable(text)),
+                         p.command);
+    return false;
+}
+
 void installErrorShower(const QString &command)
 {
     g_command = command;

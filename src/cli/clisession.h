@@ -29,6 +29,10 @@ void printError(const QString &text);
 // an error report) stands for; ExitError when none was told.
 int failureStatus();
 int usageError(const QString &text, const QString &command);
+// The value of option, when given, as a whole number from low to high into *value; otherwise the
+// usage error "OPTION needs WHAT from LOW to HIGH, not "TEXT"" and false (*status: its exit status).
+bool wholeNumberOption(const Parsed &p, const QString &option, const char *what, int low, int high, int *value,
+                       int *status);
 // The error trail's reports go to standard error; step mode never stops to ask. command: the
 // command run, for the hint after a usage error.
 void installErrorShower(const QString &command = {});

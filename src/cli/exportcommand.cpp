@@ -250,14 +250,9 @@ bool isLogFileName(const QString &report, const QString &logFolder)
 
 int readRetries(const Parsed &p, ExportRequest *request)
 {
-    if (p.has(QStringLiteral("--retries"))) {
-        bool ok = false;
-        const QString text = p.value(QStringLiteral("--retries")).trimmed();
-        request->retries = text.toInt(&ok);
-        if (!ok || request->retries < 0 || request->retries > 100)
-            return usageError(QStringLiteral("--retries needs a whole number from 0 to 100, not \"%1\"").arg(printable(text)),
-                              p.command);
-    }
+    int refused = ExitDone;
+    if (!wholeNumberOption(p, QStringLiteral("--retries"), "a whole number", 0, 100, &request->retries, &refused))
+        return refused;
     if (p.has(QStringLiteral("--retry-wait"))) {
         bool ok = false;
         const QString text = p.value(QStringLiteral("--retry-wait")).trimmed();
@@ -288,18 +283,11 @@ int readRequest(const Parsed &p, ExportRequest *request)
     if (p.has(QStringLiteral("--json")) && p.has(QStringLiteral("--verbose")))
         return usageError(QStringLiteral("--json and --verbose cannot be combined: both write stdout"), p.command);
 
-    if (p.has(QStringLiteral("--jobs"))) {
-        bool ok = false;
-        const QString text = p.value(QStringLiteral("--jobs")).trimmed();
-        request->jobs = text.toInt(&ok);
-        if (!ok || request->jobs < 1 || request->jobs > kMaxJobs)
-            return usageError(QStringLiteral("--jobs needs a whole number from 1 to %1, not \"%2\"")
-                                  .arg(kMaxJobs)
-                                  .arg(printable(text)),
-                              p.command);
-    }
+    int refused = ExitDone;
+    if (!wholeNumberOption(p, QStringLiteral("--jobs"), "a whole number", 1, kMaxJobs, &request->jobs, &refused))
+        return refused;
 
-    if (const int refused = readRetries(p, request); refused != ExitDone)
+    if (refused = readRetries(p, request); refused != ExitDone)
         return refused;
 
     request->exclude = p.values.value(QStringLiteral("--exclude"));
@@ -365,13 +353,10 @@ bool refusedExisting(Session &session, const QString &destination)
 void applyRetries(const ExportRequest &request, ExportOptions *options)
 {
     if (request.retries >= 0)
-        options->retries = request.retries;
+        options->retry.retries = request.retries;
     if (request.retryWaitMs >= 0)
-        options->retryWaitMs = request.retryWaitMs;
-    repo::RetryPolicy signIn;
-    signIn.retries = options->retries;
-    signIn.firstWaitMs = options->retryWaitMs;
-    repo::setDefaultRetryPolicy(signIn);
+        options->retry.firstWaitMs = request.retryWaitMs;
+    repo::setDefaultRetryPolicy(options->retry);
 }
 
 } // namespace

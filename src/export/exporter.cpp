@@ -73,7 +73,7 @@ ExportResult Exporter::run(const ExportOptions &options)
     for (const QString &glob : options.exclude)
         m_excluded.append({glob, globExpression(glob)});
 
-    const RetryScope retrying(m_signIn.cnDb(), options.retries, options.retryWaitMs, options.stop);
+    const RetryScope retrying(m_signIn.cnDb(), options.retry, options.stop);
     // One job in a dry run: it reads no bytes, and its picture of the disk belongs to the walk.
     // Step mode asks about each failure as it happens, which only the walk's thread can do.
     startQueue(options.dryRun || HuntERR::stepMode() ? 1 : qMax(1, options.jobs));

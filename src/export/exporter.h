@@ -109,11 +109,9 @@ struct ExportOptions {
     // Asked to stop (stoprequest.h): the walk starts nothing more, documents in flight are
     // abandoned, and the run returns what it wrote with stopped set. The caller keeps it alive.
     StopRequest *stop = nullptr;
-    // A statement whose connection broke (every connection of the run: the walk's and the
-    // workers') is tried again on a reopened connection up to this many times, the first after
-    // retryWaitMs, each later one after twice the pause before it.
-    int retries = repo::installedRetryPolicy().retries;
-    int retryWaitMs = repo::installedRetryPolicy().firstWaitMs;
+    // How a statement whose connection broke (every connection of the run: the walk's and the
+    // workers') is tried again; the run supplies the pause (ended by stop) and the count.
+    repo::RetryPolicy retry = repo::installedRetryPolicy();
     // Filters; what they leave out is recorded as skipped. A folder whose path below the root
     // ("/"-separated, names as stored) matches one of these globs (letter case aside; "*" spans
     // "/" too) is left out with its whole subtree.

@@ -5,13 +5,12 @@
 
 namespace exporting {
 
-RetryScope::RetryScope(repo::Connection &cn, int retries, int firstWaitMs, const StopRequest *stop)
+RetryScope::RetryScope(repo::Connection &cn, repo::RetryPolicy policy, const StopRequest *stop)
     : m_cn(cn)
     , m_before(cn.retryPolicy())
 {
-    repo::RetryPolicy policy;
-    policy.retries = qMax(0, retries);
-    policy.firstWaitMs = qMax(0, firstWaitMs);
+    policy.retries = qMax(0, policy.retries);
+    policy.firstWaitMs = qMax(0, policy.firstWaitMs);
     policy.statementsRetried = m_count;
     policy.pause = [stop](int ms) {
         QDeadlineTimer until(ms);

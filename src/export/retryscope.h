@@ -14,7 +14,7 @@ namespace exporting {
 class RetryScope {
 public:
     // A stop request ends a pause at once: the statement then fails as it did and the run stops.
-    RetryScope(repo::Connection &cn, int retries, int firstWaitMs, const StopRequest *stop);
+    RetryScope(repo::Connection &cn, repo::RetryPolicy policy, const StopRequest *stop);
     ~RetryScope();
     RetryScope(const RetryScope &) = delete;
     RetryScope &operator=(const RetryScope &) = delete;

@@ -70,6 +70,13 @@ protected:
 private:
     StreamedRow streamed(const QString &sql, const QString &following);
     StreamedRow ownRow(std::unique_ptr<QSqlQuery> &q, const QString &sql);
+    // The statement's failure raised, the statement let go of first.
+    [[noreturn]] void failWith(std::unique_ptr<QSqlQuery> &q)
+    {
+        const DriverFailure f = sqlServerFailure(q->lastError(), false);
+        q.reset();
+        fail(f);
+    }
 
     std::unique_ptr<QSqlQuery> m_batch; // a batch whose following result is still to be read
     DriverFailure m_followingFailure;   // or the failure that result is (number 0: none)
@@ -82,17 +89,12 @@ StreamedRow OdbcServer::streamed(const QString &sql, const QString &following)
 {
     auto q = std::make_unique<QSqlQuery>(database());
     q->setForwardOnly(true);
-    const auto failed = [&] {
-        const DriverFailure f = sqlServerFailure(q->lastError(), false);
-        q.reset();
-        fail(f);
-    };
     const auto keep = [&] {
         if (!following.isEmpty())
             m_batch = std::move(q);
     };
     if (!q->exec(following.isEmpty() ? sql : sql + QStringLiteral(";\n") + following))
-        failed();
+        failWith(q);
     StreamedRow row;
     const QSqlRecord record = q->record();
     const int last = record.count() - 1;
@@ -108,7 +110,7 @@ StreamedRow OdbcServer::streamed(const QString &sql, const QString &following)
         if (q->lastError().isValid() && !following.isEmpty())
             return ownRow(q, sql);
         if (q->lastError().isValid())
-            failed();
+            failWith(q);
         keep();
         return row;
     }
@@ -145,11 +147,6 @@ RecordSet OdbcServer::followingResult(const QString &following)
     std::unique_ptr<QSqlQuery> q = std::move(m_batch);
     if (!q)
         return Backend::followingResult(following); // another statement ended the batch
-    const auto failed = [&] {
-        const DriverFailure f = sqlServerFailure(q->lastError(), false);
-        q.reset();
-        fail(f);
-    };
     // The driver may first hand out what ended the first statement (its row count) as a result of
     // its own, without columns.
     bool next = q->nextResult();
@@ -158,12 +155,12 @@ RecordSet OdbcServer::followingResult(const QString &following)
     if (next) {
         RecordSet rs;
         if (!readRows(*q, rs))
-            failed();
+            failWith(q);
         q->finish();
         return rs;
     }
     if (q->lastError().isValid()) // the statement failed where it ran, in the batch
-        failed();
+        failWith(q);
     q.reset(); // the driver gave no second result: sent on its own
     return Backend::followingResult(following);
 }
