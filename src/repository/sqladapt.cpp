@@ -68,11 +68,17 @@ TypeName parseType(const QString &text)
 
 // A datetime as SQL Server keeps it: in three-hundredths of a second (.000, .003, .007), the
 // day rolled over when 23:59:59.999 rounds up. NULL for what is no date.
+// roundedMoment gives it as strftime's time value and modifier, so a part of it is one strftime
+// call: formatting the rounded value as text first, to have the part read back out of that text,
+// cost a statement with a few dates most of its time.
+QString roundedMoment(const QString &expr)
+{
+    return QStringLiteral("round((julianday(%1) - 2440587.5) * 25920000) / 300.0, 'unixepoch'").arg(expr);
+}
+
 QString roundedDateTime(const QString &expr)
 {
-    return QStringLiteral("strftime('%Y-%m-%d %H:%M:%f', round((julianday(%1) - 2440587.5) * 25920000) / 300.0, "
-                          "'unixepoch')")
-        .arg(expr);
+    return QStringLiteral("strftime('%Y-%m-%d %H:%M:%f', %1)").arg(roundedMoment(expr));
 }
 
 bool isDateTimeType(const QString &base)
@@ -82,7 +88,7 @@ bool isDateTimeType(const QString &base)
 
 QString datepartExpression(const QString &part, const QString &value)
 {
-    const QString expr = roundedDateTime(value);
+    const QString expr = roundedMoment(value);
     static const QList<QPair<QStringList, QString>> parts = {
         {{QStringLiteral("year"), QStringLiteral("yy"), QStringLiteral("yyyy")}, QStringLiteral("%Y")},
         {{QStringLiteral("month"), QStringLiteral("mm"), QStringLiteral("m")}, QStringLiteral("%m")},
@@ -316,7 +322,7 @@ Emitted Adapter::convertCall(const QList<QList<Node>> &args, const Emitted &unto
         const QString pattern = convertStyle(list(args.at(2)));
         if (pattern.isEmpty())
             return untouched;
-        out = QStringLiteral("strftime('%1', %2)").arg(pattern, roundedDateTime(expr));
+        out = QStringLiteral("strftime('%1', %2)").arg(pattern, roundedMoment(expr));
     } else {
         out = QStringLiteral("CAST(%1 AS TEXT)").arg(expr);
     }
@@ -364,8 +370,15 @@ Emitted Adapter::call(const Node &name, const QString &between, const Node &g)
         const QString out = datepartExpression(list(args.at(0)), arg(1));
         return out.isEmpty() ? untouched : Emitted{out, false};
     }
-    if (lname == u"right" && args.size() == 2)
+    if (lname == u"right" && args.size() == 2) {
+        // A count written out names the text once (the usual two-digit padding of a date part);
+        // any other count needs the text's length, so the text is worked out twice.
+        bool literal = false;
+        const int count = arg(1).toInt(&literal);
+        if (literal && count > 0)
+            return {QStringLiteral("substr(%1, -%2)").arg(arg(0), QString::number(count)), true};
         return {QStringLiteral("substr(%1, max(length(%1) - (%2) + 1, 1))").arg(arg(0), arg(1)), true};
+    }
     if (lname == u"left" && args.size() == 2)
         return {QStringLiteral("substr(%1, 1, %2)").arg(arg(0), arg(1)), true};
     if (lname == u"substring" && args.size() == 3)
