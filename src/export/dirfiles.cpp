@@ -135,8 +135,18 @@ QStringList fileNames(const Dir &parent)
         return names;
     }
     while (const dirent *e = readdir(dir)) {
-        struct stat st;
-        if (fstatat(dirfd(dir), e->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode))
+        // Most file systems say what an entry is in the listing itself; asked only where not.
+        bool regular = false;
+#ifdef DT_REG
+        if (e->d_type != DT_UNKNOWN)
+            regular = e->d_type == DT_REG;
+        else
+#endif
+        {
+            struct stat st;
+            regular = fstatat(dirfd(dir), e->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode);
+        }
+        if (regular)
             names << QFile::decodeName(e->d_name);
     }
     closedir(dir);

@@ -119,7 +119,7 @@ void DocumentFetcher::fetchOnce(const DocumentJob &job, repo::Connection &cn, co
             return;
         }
     }
-    if (m_settings.update && job.listed.size >= 0 && keptAsListed(job, o))
+    if (m_settings.update && job.listed.size >= 0 && !job.notAsListed && keptAsListed(job, o))
         return;
     const QString idText = QString::number(job.recId);
     const QString sql = m_settings.archive ? repo::statements::archiveDocument(idText, m_settings.archiveDb)
@@ -231,6 +231,25 @@ bool DocumentFetcher::keptUnchanged(const DocumentJob &job, qint64 size, const s
         return true;
     }
     return false;
+}
+
+bool DocumentFetcher::settledAsListed(DocumentJob &job, DocumentOutcome &o) const
+{
+    // --since reads the document's own date first; a stop is the fetch's to tell.
+    if (!m_settings.update || job.listed.size < 0 || m_settings.since.isValid() || stopRequested(m_settings.stop))
+        return false;
+    DocumentOutcome kept;
+    try {
+        if (!keptAsListed(job, kept)) {
+            // An unreadable date fails before the file is touched: the fetch meets it again.
+            job.notAsListed = !kept.keptDateError;
+            return false;
+        }
+    } catch (...) {
+        return false;
+    }
+    o = std::move(kept);
+    return true;
 }
 
 bool DocumentFetcher::keptAsListed(const DocumentJob &job, DocumentOutcome &o) const

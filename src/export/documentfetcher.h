@@ -36,6 +36,10 @@ public:
 
     // Never throws: what fails is in the outcome.
     DocumentOutcome fetch(const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted) const;
+    // An update's document whose file is there as its folder's size listing gave it: kept without
+    // a connection (true, o holds the outcome). When its file is not, the job is marked so, for
+    // the check may have dated the file already. Never throws.
+    bool settledAsListed(DocumentJob &job, DocumentOutcome &o) const;
 
 private:
     // One try: the document's statement, its bytes to a temporary file and its date, into o.

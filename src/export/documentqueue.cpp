@@ -64,6 +64,7 @@ struct DocumentQueue::Impl {
     Work work;
     Retire retire;
     Progress progress;
+    Settle settle;
 
     std::mutex lock;
     std::condition_variable wake; // workers: a job is queued, or stop
@@ -123,6 +124,8 @@ struct DocumentQueue::Impl {
                     listingsQueued.pop_front();
                     taken.back()->state = State::Taken;
                 }
+                if (!listingsQueued.empty() || !queued.empty())
+                    wake.notify_one();
                 held.unlock();
                 runListings(taken, cn);
                 held.lock();
@@ -235,9 +238,10 @@ struct DocumentQueue::Impl {
 };
 
 DocumentQueue::DocumentQueue(int jobs, const QString &connectionText, repo::Connection &own, Work work, Retire retire,
-                             Progress progress)
+                             Progress progress, Settle settle)
     : d(std::make_unique<Impl>(own))
 {
+    d->settle = std::move(settle);
     d->jobs = qMax(1, jobs);
     d->connectionText = connectionText;
     d->work = std::move(work);
@@ -309,12 +313,15 @@ void DocumentQueue::submit(DocumentJob job)
     }
     for (const QString &key : possibleFiles(slot->job))
         ++d->outFiles[key];
-    {
+    // Taken back in its turn like any other, so the walk's order holds.
+    if (d->settle && d->settle(slot->job, slot->outcome)) {
+        slot->state = State::Done;
+    } else {
         std::lock_guard<std::mutex> held(d->lock);
         d->queued.push_back(slot.get());
+        d->wake.notify_one();
     }
     d->out.push_back(std::move(slot));
-    d->wake.notify_one();
     // Take back what is done already; keep the walk from running far ahead of the workers.
     while (d->frontDone())
         d->retireFront();
@@ -332,11 +339,16 @@ bool DocumentQueue::prefetch(const QString &sql)
     auto listing = std::make_shared<Listing>();
     listing->sql = sql;
     d->listings.insert(sql, listing);
+    bool first = false;
     {
         std::lock_guard<std::mutex> held(d->lock);
+        first = d->listingsQueued.empty();
         d->listingsQueued.push_back(listing);
     }
-    d->wake.notify_one();
+    // One worker woken for a queue that was empty; it wakes the next if more are waiting, so the
+    // walk does not pay a wake-up for every statement it sends ahead.
+    if (first)
+        d->wake.notify_one();
     return true;
 }
 

@@ -43,6 +43,7 @@ struct DocumentJob {
     bool renamed = false;      // fileName carries the id beside the title (a collision)
     qint64 serial = 0;         // the walk's count of jobs handed out, this one included
     ListedFacts listed;        // --update only
+    bool notAsListed = false;  // --update: the walk found its file other than listed (written again)
 };
 
 // What became of it. Errors are kept as they were raised, for the walk to hand to the error trail.
@@ -74,11 +75,15 @@ public:
     using Retire = std::function<void(const DocumentJob &, DocumentOutcome &)>;
     // Told, on the walk's thread, of the bytes written for documents not yet taken back.
     using Progress = std::function<void(qint64 bytesInFlight)>;
+    // Decides a job on the walk's thread without a connection where it can (true: the outcome is
+    // final; false: the job, maybe marked, goes to a worker). Handing such a job to a worker and
+    // back cost more than deciding it.
+    using Settle = std::function<bool(DocumentJob &, DocumentOutcome &)>;
 
     // jobs > 1: that many workers, each opening a connection with connectionText; own is the
     // walk's connection (used for every job when jobs is 1, or when no worker could connect).
     DocumentQueue(int jobs, const QString &connectionText, repo::Connection &own, Work work, Retire retire,
-                  Progress progress);
+                  Progress progress, Settle settle = {});
     ~DocumentQueue(); // every job taken back first
     DocumentQueue(const DocumentQueue &) = delete;
     DocumentQueue &operator=(const DocumentQueue &) = delete;

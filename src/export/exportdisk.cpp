@@ -49,6 +49,7 @@ ExportDisk::ExportDisk(const QString &destination, bool dryRun)
     : m_destination(destination)
     , m_prefix(destination.endsWith(pathSeparator()) ? destination : destination + pathSeparator())
     , m_dry(dryRun)
+    , m_folders(destination)
 {
 }
 
@@ -73,17 +74,9 @@ QStringList ExportDisk::entryNames(const QString &path) const
     return names;
 }
 
-dirhandles::Dir ExportDisk::openParent(const QStringList &names, QString *why) const
+DirRef ExportDisk::openParent(const QStringList &names, QString *why) const
 {
-    dirhandles::Result r;
-    dirhandles::Dir dir = dirhandles::openTop(m_destination, &r);
-    for (qsizetype i = 0; r.ok && i + 1 < names.size(); ++i)
-        dir = dirhandles::openChild(dir, names.at(i), &r);
-    if (!r.ok) {
-        *why = r.reason;
-        return {};
-    }
-    return dir;
+    return m_folders.parentOf(names, why);
 }
 
 void ExportDisk::checkLength(const QString &path, qint32 error) const
@@ -124,10 +117,10 @@ ExportDisk::Kind ExportDisk::kind(const QString &path) const
         return Kind::None;
     const QStringList names = path.mid(m_prefix.size()).split(pathSeparator());
     QString why;
-    const dirhandles::Dir parent = openParent(names, &why);
-    if (!parent.isOpen())
+    const DirRef parent = openParent(names, &why);
+    if (!parent)
         return Kind::None;
-    switch (dirhandles::kindOf(parent, names.last())) {
+    switch (dirhandles::kindOf(*parent, names.last())) {
     case dirhandles::Kind::Directory:
         return Kind::Directory;
     case dirhandles::Kind::File:
@@ -177,8 +170,9 @@ void ExportDisk::removeDirectory(const QString &path)
         return;
     }
     QString why;
-    const dirhandles::Dir parent = openParent(names, &why);
-    const dirhandles::Result r = parent.isOpen() ? dirhandles::removeEntry(parent, names.last())
+    const DirRef parent = openParent(names, &why);
+    m_folders.forget(names); // before it goes: nothing reaches into it through a handle kept open
+    const dirhandles::Result r = parent ? dirhandles::removeEntry(*parent, names.last())
                                                  : dirhandles::Result{false, why, false};
     if (!r.ok)
         refuse(HuntERR::ERR_PATH_FILE_ACCESS,
@@ -202,10 +196,10 @@ void ExportDisk::makeDirectory(const QString &path)
     step("mkdir", path);
     if (!m_dry) {
         QString why;
-        const dirhandles::Dir parent = openParent(names, &why);
-        if (!parent.isOpen())
+        const DirRef parent = openParent(names, &why);
+        if (!parent)
             refuse(HuntERR::ERR_PATH_NOT_FOUND, QStringLiteral("Path not found: %1 (%2)").arg(path, why));
-        const dirhandles::Result r = dirhandles::makeDirectory(parent, names.last());
+        const dirhandles::Result r = dirhandles::makeDirectory(*parent, names.last());
         if (!r.ok)
             refuse(HuntERR::ERR_PATH_FILE_ACCESS,
                    QStringLiteral("Path/File access error: cannot create the directory %1 (%2)").arg(path, r.reason));
@@ -228,11 +222,11 @@ qint64 ExportDisk::stageFile(const QString &filePath, repo::ValueReader &source)
     QString tempName;
     if (!m_dry) {
         QString why;
-        const dirhandles::Dir parent = openParent(names, &why);
-        if (!parent.isOpen())
+        const DirRef parent = openParent(names, &why);
+        if (!parent)
             refuse(HuntERR::ERR_PATH_NOT_FOUND, QStringLiteral("Path not found: %1 (%2)").arg(filePath, why));
-        sweepLeftovers(parent, parentPath);
-        const dirhandles::Result r = dirhandles::writeTemporary(parent, source, &tempName, &written);
+        sweepLeftovers(*parent, parentPath);
+        const dirhandles::Result r = dirhandles::writeTemporary(*parent, source, &tempName, &written);
         if (!r.ok && r.nameRefused)
             refuse(HuntERR::ERR_PATH_FILE_ACCESS,
                    QStringLiteral("Path/File access error: cannot create a file in %1 (%2)").arg(parentPath, r.reason));
@@ -280,10 +274,10 @@ void ExportDisk::commitFile(const QString &stagedPath, const QString &finalPath)
                QStringLiteral("Write to file failed: %1 was written by this run and is kept").arg(finalPath));
     if (!m_dry) {
         QString why;
-        const dirhandles::Dir parent = openParent(names, &why);
-        if (!parent.isOpen())
+        const DirRef parent = openParent(names, &why);
+        if (!parent)
             refuse(HuntERR::ERR_PATH_NOT_FOUND, QStringLiteral("Path not found: %1 (%2)").arg(finalPath, why));
-        const dirhandles::Result r = dirhandles::renameEntry(parent, tempName, names.last());
+        const dirhandles::Result r = dirhandles::renameEntry(*parent, tempName, names.last());
         if (!r.ok)
             refuse(HuntERR::ERR_WRITE_FAILED,
                    QStringLiteral("Write to file failed: cannot create %1 (%2)").arg(finalPath, r.reason));
@@ -311,9 +305,9 @@ void ExportDisk::discardFile(const QString &stagedPath)
         return;
     QString why;
     const QStringList names = entryNames(stagedPath);
-    const dirhandles::Dir parent = openParent(names, &why);
-    if (parent.isOpen())
-        dirhandles::removeEntry(parent, tempName);
+    const DirRef parent = openParent(names, &why);
+    if (parent)
+        dirhandles::removeEntry(*parent, tempName);
 }
 
 QDateTime ExportDisk::dateFile(const QString &filePath, const QDateTime &when)
@@ -322,20 +316,20 @@ QDateTime ExportDisk::dateFile(const QString &filePath, const QDateTime &when)
         return when;
     const QStringList names = entryNames(filePath);
     QString why;
-    const dirhandles::Dir parent = openParent(names, &why);
+    const DirRef parent = openParent(names, &why);
     // A document waiting under its temporary name is dated there, before it takes its name.
     const QString staged = stagedName(filePath);
     const QString name = staged.isEmpty() ? names.last() : staged;
-    if (!parent.isOpen())
+    if (!parent)
         return {};
     // Some file systems clamp a date they cannot hold, others refuse it: then the nearest date
     // every one of them holds is tried. What the file carries is read back either way.
-    if (!dirhandles::setFileTime(parent, name, when)
-        && !dirhandles::setFileTime(parent, name, qBound(dirhandles::earliestFileTime(), when, dirhandles::latestFileTime())))
+    if (!dirhandles::setFileTime(*parent, name, when)
+        && !dirhandles::setFileTime(*parent, name, qBound(dirhandles::earliestFileTime(), when, dirhandles::latestFileTime())))
         return {};
     qint64 size = 0;
     QDateTime carried;
-    return dirhandles::fileFacts(parent, name, &size, &carried) ? carried : QDateTime();
+    return dirhandles::fileFacts(*parent, name, &size, &carried) ? carried : QDateTime();
 }
 
 bool ExportDisk::fileFacts(const QString &path, qint64 *size, QDateTime *date) const
@@ -349,8 +343,8 @@ bool ExportDisk::fileFacts(const QString &path, qint64 *size, QDateTime *date) c
     }
     const QStringList names = path.mid(m_prefix.size()).split(pathSeparator());
     QString why;
-    const dirhandles::Dir parent = openParent(names, &why);
-    return parent.isOpen() && dirhandles::fileFacts(parent, names.last(), size, date);
+    const DirRef parent = openParent(names, &why);
+    return parent && dirhandles::fileFacts(*parent, names.last(), size, date);
 }
 
 void ExportDisk::keepFile(const QString &filePath)
@@ -378,9 +372,9 @@ void ExportDisk::removeLeftovers(const QString &dir)
     QStringList names = entryNames(dir);
     names << QStringLiteral("x"); // the directory itself is the parent of a name in it
     QString why;
-    const dirhandles::Dir parent = openParent(names, &why);
-    if (parent.isOpen())
-        sweepLeftovers(parent, dir);
+    const DirRef parent = openParent(names, &why);
+    if (parent)
+        sweepLeftovers(*parent, dir);
 }
 
 QStringList ExportDisk::filesNotOfThisRun(const QString &dir) const
@@ -391,11 +385,11 @@ QStringList ExportDisk::filesNotOfThisRun(const QString &dir) const
     QStringList names = dir.mid(m_prefix.size()).split(pathSeparator());
     names << QStringLiteral("x"); // the directory itself is the parent of a name in it
     QString why;
-    const dirhandles::Dir parent = openParent(names, &why);
-    if (!parent.isOpen())
+    const DirRef parent = openParent(names, &why);
+    if (!parent)
         return result;
     const QChar sep = pathSeparator();
-    for (const QString &name : dirhandles::fileNames(parent)) {
+    for (const QString &name : dirhandles::fileNames(*parent)) {
         if (!dirhandles::isTemporaryName(name) && !wroteThisRun(dir + sep + name))
             result << dir + sep + name;
     }

@@ -2,8 +2,9 @@
 // What the export does to the disk: remove an entry with everything in it, create one directory
 // level, write one file, date it. Paths are full paths strictly below the destination; anything
 // else (the destination itself, a parent, a name that is not one entry) is refused before the
-// disk is touched. Each step walks down from the destination's handle one name at a time and
-// never through a symbolic link (see dirhandles.h).
+// disk is touched. Each step starts from a directory reached from the destination's handle one
+// name at a time and never through a symbolic link (see dirhandles.h), kept open a while
+// (openfolders.h).
 // A dry run keeps the same decisions on a picture of the disk (what exists, what it would have
 // removed and created), so its listing is what a real run does. Both remember what this run
 // made, so the walk can keep the run from replacing its own work.
@@ -15,6 +16,7 @@
 // and date files) while the walk makes directories, puts staged files in place and asks what this
 // run wrote; everything else is the walk's.
 
+#include "export/openfolders.h"
 #include "repository/valuereader.h"
 
 #include <QByteArray>
@@ -30,10 +32,6 @@
 namespace exporting {
 
 constexpr qint32 ERR_DISK_FULL = 61;
-
-namespace dirhandles {
-class Dir;
-}
 
 class ExportDisk {
 public:
@@ -89,7 +87,7 @@ private:
     // The names below the destination; raises when path is not strictly inside it.
     QStringList entryNames(const QString &path) const;
     // The directory holding the last name, reached without following links.
-    dirhandles::Dir openParent(const QStringList &names, QString *why) const;
+    DirRef openParent(const QStringList &names, QString *why) const;
     void checkLength(const QString &path, qint32 error) const;
     void sweepLeftovers(const dirhandles::Dir &dir, const QString &dirPath);
     // The temporary name staged for stagedPath: null when nothing is staged there, "" in a dry run.
@@ -106,6 +104,7 @@ private:
     // Guards every set above: workers stage and date files while the walk makes directories and
     // puts files in place. The bytes themselves are copied outside it.
     mutable QMutex m_lock;
+    mutable OpenFolders m_folders;
 };
 
 } // namespace exporting

@@ -132,7 +132,8 @@ void Exporter::startQueue(int jobs)
         [this](qint64 inFlight) {
             if (m_options.observer)
                 m_options.observer->documentBytes(inFlight);
-        });
+        },
+        [fetcher](DocumentJob &job, DocumentOutcome &outcome) { return fetcher->settledAsListed(job, outcome); });
 }
 
 void Exporter::stopQueue()

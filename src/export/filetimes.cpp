@@ -7,7 +7,29 @@
 #include "export/exportdisk.h"
 #include "repository/statements.h"
 
+#include <atomic>
+#include <limits>
+
 namespace exporting {
+
+namespace {
+
+// The local offset from UTC now. Asking the time zone means a look at the system's zone file
+// every time, which an update reading thousands of dates paid for each of them: it is asked
+// again once the second has changed, so it is as current as it was.
+int offsetNow()
+{
+    static std::atomic<qint64> askedIn{std::numeric_limits<qint64>::min()};
+    static std::atomic<int> offset{0};
+    const qint64 second = QDateTime::currentMSecsSinceEpoch() / 1000;
+    if (askedIn.load(std::memory_order_acquire) != second) {
+        offset.store(QDateTime::currentDateTime().offsetFromUtc(), std::memory_order_relaxed);
+        askedIn.store(second, std::memory_order_release);
+    }
+    return offset.load(std::memory_order_relaxed);
+}
+
+} // namespace
 
 // --- File dates ----------------------------------------------------------------------------
 
@@ -28,8 +50,7 @@ QDateTime fileDateFromRepositoryText(const QString &text)
         HuntERR::raise(5, QStringLiteral("Invalid procedure call or argument: \"%1\" is not a document date").arg(text));
     // Today's offset, not the one in force on the document's date: documents dated across a
     // daylight-saving change land one hour away from their true instant, as they always have.
-    const int offset = QDateTime::currentDateTime().offsetFromUtc();
-    return QDateTime(date, time, Qt::UTC).addSecs(-offset);
+    return QDateTime(date, time, Qt::UTC).addSecs(-offsetNow());
 }
 
 QDateTime documentDate(repo::Connection &cn, qint64 recId)

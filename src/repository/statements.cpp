@@ -23,9 +23,10 @@ QString dateText(const QString &column)
 // A folder's documents with the length of their bytes and their dates; bytes and joins as named.
 QString documentSizes(const QString &bytes, const QString &tables, const QString &joins, const QString &folderId)
 {
-    return QStringLiteral("select a.rec_id, DATALENGTH(") + bytes + QStringLiteral(") as File_Size, ")
-        + dateText(QStringLiteral("FileActualDate"), QStringLiteral("a.FileActualDate")) + QStringLiteral(", ")
-        + dateText(QStringLiteral("File_DateUploaded"), QStringLiteral("a.File_DateUploaded"))
+    // The same for every folder, and long: built once (statements are built for every folder).
+    static const QString dates = dateText(QStringLiteral("FileActualDate"), QStringLiteral("a.FileActualDate"))
+        + QStringLiteral(", ") + dateText(QStringLiteral("File_DateUploaded"), QStringLiteral("a.File_DateUploaded"));
+    return QStringLiteral("select a.rec_id, DATALENGTH(") + bytes + QStringLiteral(") as File_Size, ") + dates
         + QStringLiteral(" from ") + tables + QStringLiteral(" where ") + joins
         + QStringLiteral(" and a.folder_rec_id = ") + folderId;
 }
@@ -150,9 +151,10 @@ QString archiveDocument(const QString &recId, const QString &archiveDb)
 
 QString documentDates(const QString &recId)
 {
-    return QStringLiteral("select ") + dateText(QStringLiteral("FileActualDate")) + QStringLiteral(", ")
-        + QStringLiteral(" ") + dateText(QStringLiteral("File_DateUploaded")) + QStringLiteral(" ")
-        + QStringLiteral(" from zar_file  where rec_id = ") + recId;
+    static const QString head = QStringLiteral("select ") + dateText(QStringLiteral("FileActualDate"))
+        + QStringLiteral(", ") + QStringLiteral(" ") + dateText(QStringLiteral("File_DateUploaded"))
+        + QStringLiteral(" ") + QStringLiteral(" from zar_file  where rec_id = ");
+    return head + recId;
 }
 
 QString liveDocumentSizes(const QString &folderId)
