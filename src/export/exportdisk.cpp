@@ -76,7 +76,12 @@ QStringList ExportDisk::entryNames(const QString &path) const
 
 DirRef ExportDisk::openParent(const QStringList &names, QString *why) const
 {
-    return m_folders.parentOf(names, why);
+    return m_folders.toChange(names, why);
+}
+
+DirRef ExportDisk::lookParent(const QStringList &names, QString *why) const
+{
+    return m_folders.toLook(names, why);
 }
 
 void ExportDisk::checkLength(const QString &path, qint32 error) const
@@ -117,7 +122,7 @@ ExportDisk::Kind ExportDisk::kind(const QString &path) const
         return Kind::None;
     const QStringList names = path.mid(m_prefix.size()).split(pathSeparator());
     QString why;
-    const DirRef parent = openParent(names, &why);
+    const DirRef parent = lookParent(names, &why);
     if (!parent)
         return Kind::None;
     switch (dirhandles::kindOf(*parent, names.last())) {
@@ -225,7 +230,7 @@ qint64 ExportDisk::stageFile(const QString &filePath, repo::ValueReader &source)
         const DirRef parent = openParent(names, &why);
         if (!parent)
             refuse(HuntERR::ERR_PATH_NOT_FOUND, QStringLiteral("Path not found: %1 (%2)").arg(filePath, why));
-        sweepLeftovers(*parent, parentPath);
+        sweepLeftovers(*parent, parentPath, names);
         const dirhandles::Result r = dirhandles::writeTemporary(*parent, source, &tempName, &written);
         if (!r.ok && r.nameRefused)
             refuse(HuntERR::ERR_PATH_FILE_ACCESS,
@@ -239,7 +244,7 @@ qint64 ExportDisk::stageFile(const QString &filePath, repo::ValueReader &source)
     return written;
 }
 
-void ExportDisk::sweepLeftovers(const dirhandles::Dir &dir, const QString &dirPath)
+void ExportDisk::sweepLeftovers(const dirhandles::Dir &dir, const QString &dirPath, const QStringList &inside)
 {
     {
         // Decided under the lock, swept outside it: one worker sweeps, the others write on.
@@ -248,10 +253,20 @@ void ExportDisk::sweepLeftovers(const dirhandles::Dir &dir, const QString &dirPa
             return;
         m_swept.insert(fsKey(dirPath));
     }
-    // Names of this process are its own files in flight, never leftovers.
+    // Names of this process are its own files in flight, never leftovers. Looked for from
+    // wherever dir was reached, removed from the destination down.
+    QStringList leftovers;
     for (const QString &name : dirhandles::fileNames(dir)) {
         if (dirhandles::isTemporaryName(name) && !dirhandles::isOwnTemporaryName(name))
-            dirhandles::removeEntry(dir, name);
+            leftovers << name;
+    }
+    if (leftovers.isEmpty())
+        return;
+    QString why;
+    const DirRef fresh = openParent(inside, &why);
+    for (const QString &name : std::as_const(leftovers)) {
+        if (fresh)
+            dirhandles::removeEntry(*fresh, name);
     }
 }
 
@@ -343,7 +358,7 @@ bool ExportDisk::fileFacts(const QString &path, qint64 *size, QDateTime *date) c
     }
     const QStringList names = path.mid(m_prefix.size()).split(pathSeparator());
     QString why;
-    const DirRef parent = openParent(names, &why);
+    const DirRef parent = lookParent(names, &why);
     return parent && dirhandles::fileFacts(*parent, names.last(), size, date);
 }
 
@@ -372,9 +387,9 @@ void ExportDisk::removeLeftovers(const QString &dir)
     QStringList names = entryNames(dir);
     names << QStringLiteral("x"); // the directory itself is the parent of a name in it
     QString why;
-    const DirRef parent = openParent(names, &why);
+    const DirRef parent = lookParent(names, &why);
     if (parent)
-        sweepLeftovers(*parent, dir);
+        sweepLeftovers(*parent, dir, names);
 }
 
 QStringList ExportDisk::filesNotOfThisRun(const QString &dir) const
@@ -385,7 +400,7 @@ QStringList ExportDisk::filesNotOfThisRun(const QString &dir) const
     QStringList names = dir.mid(m_prefix.size()).split(pathSeparator());
     names << QStringLiteral("x"); // the directory itself is the parent of a name in it
     QString why;
-    const DirRef parent = openParent(names, &why);
+    const DirRef parent = lookParent(names, &why);
     if (!parent)
         return result;
     const QChar sep = pathSeparator();

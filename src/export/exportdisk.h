@@ -2,9 +2,9 @@
 // What the export does to the disk: remove an entry with everything in it, create one directory
 // level, write one file, date it. Paths are full paths strictly below the destination; anything
 // else (the destination itself, a parent, a name that is not one entry) is refused before the
-// disk is touched. Each step starts from a directory reached from the destination's handle one
-// name at a time and never through a symbolic link (see dirhandles.h), kept open a while
-// (openfolders.h).
+// disk is touched. Each step that changes the disk walks down from the destination's handle one
+// name at a time and never through a symbolic link (see dirhandles.h); what only looks may start
+// from a directory reached that way a little earlier and kept open (openfolders.h).
 // A dry run keeps the same decisions on a picture of the disk (what exists, what it would have
 // removed and created), so its listing is what a real run does. Both remember what this run
 // made, so the walk can keep the run from replacing its own work.
@@ -86,10 +86,13 @@ private:
     bool underRemoved(const QString &key) const;
     // The names below the destination; raises when path is not strictly inside it.
     QStringList entryNames(const QString &path) const;
-    // The directory holding the last name, reached without following links.
+    // The directory holding the last name, reached without following links: from the
+    // destination, to change anything there, or from a directory kept open, to look.
     DirRef openParent(const QStringList &names, QString *why) const;
+    DirRef lookParent(const QStringList &names, QString *why) const;
     void checkLength(const QString &path, qint32 error) const;
-    void sweepLeftovers(const dirhandles::Dir &dir, const QString &dirPath);
+    // inside: the names of an entry of dir (from the destination down).
+    void sweepLeftovers(const dirhandles::Dir &dir, const QString &dirPath, const QStringList &inside);
     // The temporary name staged for stagedPath: null when nothing is staged there, "" in a dry run.
     QString stagedName(const QString &stagedPath) const;
 

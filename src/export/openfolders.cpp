@@ -60,11 +60,21 @@ DirRef OpenFolders::deepestOpen(const QStringList &names, qsizetype depth, qsize
     return {};
 }
 
-DirRef OpenFolders::parentOf(const QStringList &names, QString *why)
+DirRef OpenFolders::toLook(const QStringList &names, QString *why)
+{
+    return parentOf(names, true, why);
+}
+
+DirRef OpenFolders::toChange(const QStringList &names, QString *why)
+{
+    return parentOf(names, false, why);
+}
+
+DirRef OpenFolders::parentOf(const QStringList &names, bool fromKept, QString *why)
 {
     const qsizetype depth = names.size() - 1;
     qsizetype reached = 0;
-    DirRef dir = deepestOpen(names, depth, &reached);
+    DirRef dir = fromKept ? deepestOpen(names, depth, &reached) : DirRef();
     if (!dir && !(dir = openTop(why)))
         return {};
     if (reached == depth)
@@ -77,8 +87,11 @@ DirRef OpenFolders::parentOf(const QStringList &names, QString *why)
         *why = r.reason;
         return {};
     }
+    // Freshly reached, so as good to look from as any kept.
+    const QString key = keyOf(names, depth);
     const QMutexLocker locked(&m_lock);
-    m_open.emplace_front(keyOf(names, depth), below);
+    m_open.remove_if([&](const std::pair<QString, DirRef> &open) { return open.first == key; });
+    m_open.emplace_front(key, below);
     if (m_open.size() > kKeptOpen)
         m_open.pop_back();
     return below;

@@ -1,10 +1,12 @@
 #pragma once
 // The directories of the destination an export has open. Reaching a directory one name at a time
 // from the destination costs a system call per level, and an update that finds its files in
-// place does little else: so the last directories reached stay open and a path is reached from
-// the deepest of them on its way. Each was reached without following a link; a directory the run
-// removes is forgotten with everything below it before it goes, so a name made again is reached
-// again. Only a few stay open, so a directory the walk has left is soon closed.
+// place does little else but look at them: so the last directories reached stay open, and what
+// only looks at the disk starts from the deepest of them on its way. Whatever changes the disk
+// walks down from the destination again: a directory moved out of the destination during a run
+// is never written through a handle kept from before it left. Each was reached without following
+// a link; a directory the run removes is forgotten with everything below it. Only a few stay
+// open, so a directory the walk has left is soon closed.
 //
 // Threads: every function may run on any thread at once (the walk and the workers share one).
 
@@ -26,13 +28,16 @@ class OpenFolders {
 public:
     explicit OpenFolders(QString destination);
     // The directory holding the last of names (names below the destination, the last one
-    // excluded); null when it cannot be reached, why then says why.
-    DirRef parentOf(const QStringList &names, QString *why);
+    // excluded); null when it cannot be reached, why then says why. To look only: from a
+    // directory kept open where one is on the way; to change anything: from the destination.
+    DirRef toLook(const QStringList &names, QString *why);
+    DirRef toChange(const QStringList &names, QString *why);
     // The directory names leads to and everything below it (names as the file system compares them).
     void forget(const QStringList &names);
 
 private:
     DirRef openTop(QString *why);
+    DirRef parentOf(const QStringList &names, bool fromKept, QString *why);
     // The deepest of the first depth names that is open, and how many names it took.
     DirRef deepestOpen(const QStringList &names, qsizetype depth, qsizetype *reached);
 

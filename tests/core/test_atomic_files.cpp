@@ -114,6 +114,29 @@ private slots:
             QVERIFY(disk.wroteThisRun(written));
         }
     }
+
+    // A directory looked at, then removed and made again by the run: what the run looks at
+    // afterwards is the new directory, never the one it removed.
+    void removedDirectoryIsLookedAtAnew()
+    {
+        const QString dest = m_tmp.filePath(QStringLiteral("again"));
+        const QString dir = dest + QStringLiteral("/A/B");
+        QVERIFY(QDir().mkpath(dir));
+        QFile old(dir + QStringLiteral("/old.txt"));
+        QVERIFY(old.open(QIODevice::WriteOnly) && old.write("old") == 3);
+        old.close();
+        ExportDisk disk(dest, false);
+        qint64 size = 0;
+        QDateTime date;
+        QVERIFY(disk.fileFacts(dir + QStringLiteral("/old.txt"), &size, &date) && size == 3);
+        disk.removeDirectory(dest + QStringLiteral("/A"));
+        disk.makeDirectory(dest + QStringLiteral("/A"));
+        disk.makeDirectory(dir);
+        QFile made(dir + QStringLiteral("/new.txt"));
+        QVERIFY(made.open(QIODevice::WriteOnly) && made.write("new!") == 4);
+        made.close();
+        QVERIFY(disk.fileFacts(dir + QStringLiteral("/new.txt"), &size, &date) && size == 4);
+    }
 };
 
 QTEST_GUILESS_MAIN(TestAtomicFiles)
