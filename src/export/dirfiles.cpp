@@ -8,6 +8,7 @@
 #include <QFile>
 
 #include <atomic>
+#include <cstring>
 #include <vector>
 
 #ifndef Q_OS_WIN
@@ -55,6 +56,13 @@ bool isTemporaryName(const QString &name)
 bool isOwnTemporaryName(const QString &name)
 {
     return isTemporaryName(name) && name.startsWith(ownPrefix());
+}
+
+QStringList temporaryFileNames(const Dir &parent)
+{
+    QStringList names = fileNames(parent, kTempPrefix);
+    names.removeIf([](const QString &name) { return !isTemporaryName(name); });
+    return names;
 }
 
 #ifndef Q_OS_WIN
@@ -124,9 +132,10 @@ Result renameEntry(const Dir &parent, const QString &from, const QString &to)
     return {};
 }
 
-QStringList fileNames(const Dir &parent)
+QStringList fileNames(const Dir &parent, const QString &prefix)
 {
     QStringList names;
+    const QByteArray start = QFile::encodeName(prefix);
     const int fd = openat(Access::fd(parent), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     DIR *dir = fd < 0 ? nullptr : fdopendir(fd);
     if (!dir) {
@@ -135,6 +144,8 @@ QStringList fileNames(const Dir &parent)
         return names;
     }
     while (const dirent *e = readdir(dir)) {
+        if (!start.isEmpty() && std::strncmp(e->d_name, start.constData(), size_t(start.size())) != 0)
+            continue;
         // Most file systems say what an entry is in the listing itself; asked only where not.
         bool regular = false;
 #ifdef DT_REG
@@ -262,7 +273,7 @@ Result renameEntry(const Dir &parent, const QString &from, const QString &to)
     return {};
 }
 
-QStringList fileNames(const Dir &parent)
+QStringList fileNames(const Dir &parent, const QString &prefix)
 {
     QStringList names;
     WIN32_FIND_DATAW found;
@@ -271,8 +282,9 @@ QStringList fileNames(const Dir &parent)
         return names;
     do {
         const DWORD a = found.dwFileAttributes;
-        if (!(a & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)))
-            names << QString::fromWCharArray(found.cFileName);
+        const QString name = QString::fromWCharArray(found.cFileName);
+        if (!(a & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) && name.startsWith(prefix))
+            names << name;
     } while (FindNextFileW(h, &found));
     FindClose(h);
     return names;

@@ -69,8 +69,11 @@ Result renameEntry(const Dir &parent, const QString &from, const QString &to);
 QString temporaryName(qint64 processId, quint64 serial);
 bool isTemporaryName(const QString &name);
 bool isOwnTemporaryName(const QString &name);
-// The names of the regular files (not links, not directories) in parent.
-QStringList fileNames(const Dir &parent);
+// The files in parent named as temporary files are (this process's own among them).
+QStringList temporaryFileNames(const Dir &parent);
+// The names of the regular files (not links, not directories) in parent; only those beginning
+// with prefix, when one is given (the others are not even decoded).
+QStringList fileNames(const Dir &parent, const QString &prefix = QString());
 // Seconds and bytes of a regular file, without following a link; false when there is none.
 bool fileFacts(const Dir &parent, const QString &name, qint64 *size, QDateTime *modified);
 // Gives the file the document's date without following a link: the creation time on Windows,

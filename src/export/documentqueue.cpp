@@ -291,9 +291,11 @@ DocumentQueue::Connections DocumentQueue::connections() const
     return c;
 }
 
-int DocumentQueue::workers() const
+bool DocumentQueue::sendsAhead() const
 {
-    return int(d->threads.size());
+    // The embedded server answers in this process: there is no round trip to hide, and handing
+    // a listing to a worker and back cost more than running it here.
+    return !d->threads.empty() && !d->own.isEmbedded();
 }
 
 int DocumentQueue::pending() const
@@ -332,7 +334,7 @@ void DocumentQueue::submit(DocumentJob job)
 
 bool DocumentQueue::prefetch(const QString &sql)
 {
-    if (d->threads.empty() || d->listings.contains(sql))
+    if (!sendsAhead() || d->listings.contains(sql))
         return true;
     if (d->listings.size() >= kMaxListings)
         return false;

@@ -7,8 +7,8 @@
 // lines, the error trail, the report) itself. So the disk, the log and the report come out the
 // same for any number of workers.
 // With one job there are no threads: each document is done on the walk's own connection at once.
-// With workers, the walk's own listings are also sent ahead on the workers' connections, so that
-// across a network the walk does not wait a round trip for every folder either.
+// With workers on a server across a network, the walk's own listings are also sent ahead on the
+// workers' connections, so that the walk does not wait a round trip for every folder either.
 //
 // Threads: a DocumentQueue is made, used and destroyed on the walk's thread; retire and progress
 // are called there too. Work runs on the workers' threads (or the walk's, with one job), each
@@ -102,7 +102,8 @@ public:
     void settle(const QString &path);
     // Takes every outcome back.
     void drain();
-    int workers() const;
+    // Whether prefetch sends anything ahead (workers, and a server with round trips to hide).
+    bool sendsAhead() const;
     // The workers asked for and those that could open their connection (waits until each has
     // tried); error: why the first that could not did not. One job: 1 of 1.
     struct Connections {

@@ -256,8 +256,8 @@ void ExportDisk::sweepLeftovers(const dirhandles::Dir &dir, const QString &dirPa
     // Names of this process are its own files in flight, never leftovers. Looked for from
     // wherever dir was reached, removed from the destination down.
     QStringList leftovers;
-    for (const QString &name : dirhandles::fileNames(dir)) {
-        if (dirhandles::isTemporaryName(name) && !dirhandles::isOwnTemporaryName(name))
+    for (const QString &name : dirhandles::temporaryFileNames(dir)) {
+        if (!dirhandles::isOwnTemporaryName(name))
             leftovers << name;
     }
     if (leftovers.isEmpty())

@@ -15,7 +15,7 @@ namespace exporting {
 // archive database most children are dropped by their probe: only the probes go ahead.
 void Exporter::prefetchBelow(repo::RecordSet rs)
 {
-    if (!m_documents || m_documents->workers() == 0)
+    if (!m_documents || !m_documents->sendsAhead())
         return;
     QList<qint64> ids;
     try {

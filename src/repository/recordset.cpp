@@ -2,8 +2,6 @@
 
 #include "errors/hunterr.h"
 
-#include <QHash>
-
 namespace repo {
 
 namespace {
@@ -14,16 +12,18 @@ const QString kAdoRecordset = QStringLiteral("ADODB.Recordset");
 struct RecordSet::Data : QSharedData {
     bool open = false;
     QStringList names;
-    QHash<QString, int> index; // lower-case name -> column, first of equal names
     QList<QVariantList> rows;
     qsizetype pos = 0;
 
+    // The first of equal names. A statement has a handful of columns: looking along them costs
+    // less than building and freeing an index for every record set.
     int column(const QString &field) const
     {
-        const QString key = field.trimmed().toLower();
-        const auto it = index.constFind(key);
-        if (it != index.constEnd())
-            return it.value();
+        const QString key = field.trimmed();
+        for (int c = 0; c < names.size(); ++c) {
+            if (names.at(c).compare(key, Qt::CaseInsensitive) == 0)
+                return c;
+        }
         // Some drivers hand back "a.rec_id" where SQL Server says "rec_id".
         for (int c = 0; c < names.size(); ++c) {
             const QString &name = names.at(c);
@@ -127,12 +127,6 @@ void RecordSet::setFields(const QStringList &names)
 {
     d->open = true;
     d->names = names;
-    d->index.clear();
-    for (int c = 0; c < names.size(); ++c) {
-        const QString key = names.at(c).toLower();
-        if (!d->index.contains(key))
-            d->index.insert(key, c);
-    }
     d->rows.clear();
     d->pos = 0;
 }

@@ -159,8 +159,9 @@ QString documentDates(const QString &recId)
 
 QString liveDocumentSizes(const QString &folderId)
 {
-    return documentSizes(QStringLiteral("a.file_data"), QStringLiteral("zar_file a, zar_fileLive b"),
-                         QStringLiteral("a.rec_id = b.rec_id"), folderId);
+    static const QString head = documentSizes(QStringLiteral("a.file_data"), QStringLiteral("zar_file a, zar_fileLive b"),
+                                              QStringLiteral("a.rec_id = b.rec_id"), QString());
+    return head + folderId;
 }
 
 // The documents archiveDocuments lists, with the bytes archiveDocument reads.
