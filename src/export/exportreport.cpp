@@ -53,21 +53,77 @@ ReportStatus reportStatusOf(const QString &text)
     return ReportStatus::None;
 }
 
+namespace {
+
+// A JSON string as QJsonDocument writes one: UTF-8; quotes, backslashes, control characters and
+// a surrogate without its pair escaped (so the text reads back as it was), nothing else.
+void appendJsonString(QByteArray &out, const QString &text)
+{
+    static const char hex[] = "0123456789abcdef";
+    const auto escaped = [&](char16_t u) {
+        out.append("\\u").append(hex[u >> 12]).append(hex[(u >> 8) & 15]).append(hex[(u >> 4) & 15]).append(hex[u & 15]);
+    };
+    out += '"';
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const char16_t u = text.at(i).unicode();
+        const char *named = u == '"' ? "\\\"" : u == '\\' ? "\\\\" : u == '\b' ? "\\b" : u == '\f' ? "\\f"
+            : u == '\n' ? "\\n" : u == '\r' ? "\\r" : u == '\t' ? "\\t" : nullptr;
+        if (named) {
+            out += named;
+        } else if (u < 0x20) {
+            escaped(u);
+        } else if (u < 0x80) {
+            out += char(u);
+        } else if (u < 0x800) {
+            out.append(char(0xc0 | (u >> 6))).append(char(0x80 | (u & 0x3f)));
+        } else if (!QChar::isSurrogate(u)) {
+            out.append(char(0xe0 | (u >> 12))).append(char(0x80 | ((u >> 6) & 0x3f))).append(char(0x80 | (u & 0x3f)));
+        } else if (QChar::isHighSurrogate(u) && i + 1 < text.size() && text.at(i + 1).isLowSurrogate()) {
+            const char32_t c = QChar::surrogateToUcs4(u, text.at(++i).unicode());
+            out.append(char(0xf0 | (c >> 18))).append(char(0x80 | ((c >> 12) & 0x3f)));
+            out.append(char(0x80 | ((c >> 6) & 0x3f))).append(char(0x80 | (c & 0x3f)));
+        } else {
+            escaped(u);
+        }
+    }
+    out += '"';
+}
+
+} // namespace
+
+// Written out field by field, in the order QJsonObject keeps its keys (by name), as the lines
+// always were: building a JSON object for every record cost an update more than all else it
+// does for a document left as it was.
 QByteArray toJsonLine(const ExportRecord &r)
 {
-    QJsonObject o;
-    o.insert(QStringLiteral("kind"), kindText(r.kind));
-    o.insert(QStringLiteral("id"), r.id);
-    o.insert(QStringLiteral("name"), r.name);
-    o.insert(QStringLiteral("path"), r.path);
-    o.insert(QStringLiteral("bytes"), r.bytes < 0 ? QJsonValue() : QJsonValue(r.bytes));
-    o.insert(QStringLiteral("sha256"), r.sha256.isEmpty() ? QJsonValue() : QJsonValue(r.sha256));
-    o.insert(QStringLiteral("date"), r.date.isValid() ? QJsonValue(dateText(r.date)) : QJsonValue());
-    o.insert(QStringLiteral("status"), reportStatusText(r.status));
-    o.insert(QStringLiteral("message"), r.message);
+    QByteArray out;
+    out.reserve(256 + r.name.size() + r.path.size() + r.message.size());
+    out += "{\"bytes\":";
+    out += r.bytes < 0 ? QByteArray("null") : QByteArray::number(r.bytes);
+    out += ",\"date\":";
+    if (r.date.isValid())
+        appendJsonString(out, dateText(r.date));
+    else
+        out += "null";
+    out += ",\"id\":" + QByteArray::number(r.id) + ",\"kind\":";
+    appendJsonString(out, kindText(r.kind));
+    out += ",\"message\":";
+    appendJsonString(out, r.message);
+    out += ",\"name\":";
+    appendJsonString(out, r.name);
+    out += ",\"path\":";
+    appendJsonString(out, r.path);
     if (r.kind == ExportRecord::Kind::Document)
-        o.insert(QStringLiteral("retries"), r.retries);
-    return QJsonDocument(o).toJson(QJsonDocument::Compact) + '\n';
+        out += ",\"retries\":" + QByteArray::number(r.retries);
+    out += ",\"sha256\":";
+    if (r.sha256.isEmpty())
+        out += "null";
+    else
+        appendJsonString(out, r.sha256);
+    out += ",\"status\":";
+    appendJsonString(out, reportStatusText(r.status));
+    out += "}\n";
+    return out;
 }
 
 namespace {
@@ -182,7 +238,12 @@ ReportReader::Next ReportReader::next(ExportRecord *r, QString *why)
     for (;;) {
         if (!m_file.isOpen())
             return Next::End;
-        const QByteArray line = m_file.readLine(kMaxLine + 2);
+        // Into one buffer for the whole report: asking for a new line of up to kMaxLine bytes
+        // each time costs the allocation of that much for every line.
+        if (m_buffer.isEmpty())
+            m_buffer.resize(kMaxLine + 3);
+        const qint64 n = m_file.readLine(m_buffer.data(), m_buffer.size()); // at most kMaxLine + 2
+        const QByteArray line = QByteArray::fromRawData(m_buffer.constData(), qMax<qint64>(n, 0));
         if (line.isEmpty()) {
             if (m_file.error() != QFileDevice::NoError)
                 m_error = m_file.errorString();

@@ -93,6 +93,7 @@ public:
 
 private:
     QFile m_file;
+    QByteArray m_buffer;
     int m_line = 0;
     QString m_error;
 };

@@ -373,10 +373,8 @@ Emitted Adapter::call(const Node &name, const QString &between, const Node &g)
     if (lname == u"right" && args.size() == 2) {
         // A count written out names the text once (the usual two-digit padding of a date part);
         // any other count needs the text's length, so the text is worked out twice.
-        bool literal = false;
-        const int count = arg(1).toInt(&literal);
-        if (literal && count > 0)
-            return {QStringLiteral("substr(%1, -%2)").arg(arg(0), QString::number(count)), true};
+        if (const int count = arg(1).toInt(); count > 0 && QString::number(count) == arg(1))
+            return {QStringLiteral("substr(%1, -%2)").arg(arg(0), arg(1)), true};
         return {QStringLiteral("substr(%1, max(length(%1) - (%2) + 1, 1))").arg(arg(0), arg(1)), true};
     }
     if (lname == u"left" && args.size() == 2)

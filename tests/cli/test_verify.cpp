@@ -6,6 +6,7 @@
 #include "clirun.h"
 #include "exportcheck.h"
 #include "testsupport.h"
+#include "export/exportreport.h"
 
 #include <QEventLoop>
 #include <QFileSystemWatcher>
@@ -204,6 +205,12 @@ private slots:
         QCOMPARE(statusOf.value(QStringLiteral("Docs/Duplicate title [1018].txt")), QStringLiteral("renamed"));
         QCOMPARE(statusOf.value(QStringLiteral("Docs/[1020].txt")), QStringLiteral("fallback"));
         QCOMPARE(statusOf.value(QStringLiteral("Docs/Agenda  Kick-off.txt")), QStringLiteral("written"));
+        // Names no demo document has read back as they were written.
+        for (const QString &name : {QStringLiteral("q\"b\\s/\b\f\n\r\t\x01\x1f\x7f"), QStringLiteral("é€\U0001F600"),
+                                    QString(QChar(0xd83d)) + QStringLiteral("x") + QChar(0xde00)}) {
+            exporting::ExportRecord r = exporting::ExportRecord::of(exporting::ExportRecord::Kind::Document, 1, name);
+            QCOMPARE(QJsonDocument::fromJson(exporting::toJsonLine(r)).object().value(QStringLiteral("name")).toString(), name);
+        }
     }
 
     // verify passes on an intact export, then names each damage: a flipped byte, a truncated
