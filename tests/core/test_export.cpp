@@ -408,6 +408,16 @@ private slots:
         QCOMPARE(QFileInfo(redated).lastModified(), dated);
         QCOMPARE(treeSnapshot(dest, {}), exported);
     }
+
+    // A report line gives back the names no demo document has, as they were written.
+    void reportLinesReadBack()
+    {
+        for (const QString &name : {QStringLiteral("q\"b\\s/\b\f\n\r\t\x01\x1f\x7f"), QStringLiteral("é€\U0001F600"),
+                                    QString(QChar(0xd83d)) + QStringLiteral("x") + QChar(0xde00)}) {
+            const auto r = exporting::ExportRecord::of(exporting::ExportRecord::Kind::Document, 1, name);
+            QCOMPARE(QJsonDocument::fromJson(exporting::toJsonLine(r)).object().value(QStringLiteral("name")).toString(), name);
+        }
+    }
 };
 
 QTEST_GUILESS_MAIN(TestExport)
