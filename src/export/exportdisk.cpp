@@ -178,7 +178,7 @@ void ExportDisk::removeDirectory(const QString &path)
     const DirRef parent = openParent(names, &why);
     m_folders.forget(names); // before it goes: nothing reaches into it through a handle kept open
     const dirhandles::Result r = parent ? dirhandles::removeEntry(*parent, names.last())
-                                                 : dirhandles::Result{false, why, false};
+                                        : dirhandles::Result{false, why, false};
     if (!r.ok)
         refuse(HuntERR::ERR_PATH_FILE_ACCESS,
                QStringLiteral("Path/File access error: cannot delete %1 (%2)").arg(path, r.reason));
