@@ -2,6 +2,7 @@
 // dated there and renamed into place, so that a run killed at any moment leaves either the whole
 // document under its name or nothing under it.
 
+#include "export/chunkbuffer.h"
 #include "export/dirhandles_p.h"
 
 #include <QCoreApplication>
@@ -9,7 +10,6 @@
 
 #include <atomic>
 #include <cstring>
-#include <memory>
 
 #ifndef Q_OS_WIN
 #include <dirent.h>
@@ -23,16 +23,6 @@ namespace exporting {
 namespace dirhandles {
 
 namespace {
-
-// How much of a document is in memory at a time on its way to the file.
-constexpr qsizetype kChunk = 1 << 20;
-// The chunk's memory, one per thread for all the documents it writes: a fresh megabyte for each
-// document had every small one pay for clearing and mapping all of it.
-char *chunkBuffer()
-{
-    thread_local const std::unique_ptr<char[]> buffer(new char[kChunk]);
-    return buffer.get();
-}
 
 const QString kTempPrefix = QStringLiteral(".parcelwise-");
 const QString kTempSuffix = QStringLiteral(".part");
@@ -100,7 +90,7 @@ Result writeTemporary(const Dir &parent, repo::ValueReader &source, QString *tem
     for (;;) {
         qint64 got = 0;
         try {
-            got = source.read(chunk, kChunk);
+            got = source.read(chunk, kChunkBytes);
         } catch (...) {
             torn(QString());
             throw;
@@ -245,7 +235,7 @@ Result writeTemporary(const Dir &parent, repo::ValueReader &source, QString *tem
     for (;;) {
         qint64 got = 0;
         try {
-            got = source.read(chunk, kChunk);
+            got = source.read(chunk, kChunkBytes);
         } catch (...) {
             torn(QString());
             throw;

@@ -1,6 +1,7 @@
 #include "export/verify.h"
 
 #include "errors/hunterr.h"
+#include "export/chunkbuffer.h"
 #include "export/exporter.h"
 #include "export/hashingreader.h"
 #include "repository/statements.h"
@@ -10,22 +11,7 @@
 #include <QDirIterator>
 #include <QFileInfo>
 
-#include <memory>
-
 namespace exporting {
-
-namespace {
-
-constexpr qint64 kChunk = 1 << 20;
-
-// One per thread, for every file it reads: not a cleared megabyte for each small file.
-char *chunkBuffer()
-{
-    thread_local const std::unique_ptr<char[]> buffer(new char[kChunk]);
-    return buffer.get();
-}
-
-} // namespace
 
 bool staysInside(const QString &rel)
 {
@@ -74,7 +60,7 @@ QString hashFile(QFile &f, qint64 *read)
     char *const chunk = chunkBuffer();
     *read = 0;
     for (;;) {
-        const qint64 got = f.read(chunk, kChunk);
+        const qint64 got = f.read(chunk, kChunkBytes);
         if (got <= 0)
             break;
         hash.addData(chunk, got);
@@ -164,7 +150,7 @@ FileCheck checkRepository(repo::Connection &cn, bool archive, const QString &arc
     }
     HashingReader hashing(*row.value);
     char *const chunk = chunkBuffer();
-    while (hashing.read(chunk, kChunk) > 0) {
+    while (hashing.read(chunk, kChunkBytes) > 0) {
     }
     row.value.reset(); // the statement ends before the date statement runs
     check.size = hashing.bytes();

@@ -46,9 +46,14 @@ ServerAddress serverAddress(const QString &dataSource)
     return a;
 }
 
+bool isFreeTds(const QString &driver)
+{
+    return driver.contains(u"tds", Qt::CaseInsensitive);
+}
+
 QString sqlServerOdbcText(const ConnectionString &cs, const QString &driver)
 {
-    const bool freeTds = driver.contains(u"tds", Qt::CaseInsensitive);
+    const bool freeTds = isFreeTds(driver);
     QString server = cs.dataSource.trimmed();
     if (server.startsWith(u"tcp:", Qt::CaseInsensitive))
         server = server.mid(4).trimmed();

@@ -25,6 +25,8 @@ ServerAddress serverAddress(const QString &dataSource);
 // extra driver attributes of odbcOptions(). Values holding ; { } = or outer blanks are put in
 // braces with "}" doubled.
 QString sqlServerOdbcText(const ConnectionString &cs, const QString &driver);
+// Whether driver is FreeTDS's (by its registered name), which takes its settings in the text.
+bool isFreeTds(const QString &driver);
 
 // Extra ODBC attributes appended to the SQL Server text as written ("Encryption=require;..."):
 // PARCELWISE_ODBC_OPTIONS, else the setting odbc/options; outer blanks and ";" trimmed.

@@ -16,6 +16,16 @@ namespace repo {
 
 namespace {
 
+// Moves to the statement's next result with columns: the driver may hand out what ended a
+// statement (its row count) as a result of its own. False when none is left or the driver failed.
+bool nextSelect(QSqlQuery &q)
+{
+    bool next = q.nextResult();
+    while (next && !q.isSelect())
+        next = q.nextResult();
+    return next;
+}
+
 class OdbcServer final : public Backend {
 public:
     using Backend::Backend;
@@ -28,7 +38,7 @@ public:
         // An unreachable server should not keep the window blocked for long. Drivers other than
         // FreeTDS (which takes its timeout in the text) end a request unanswered for this long.
         QString options = QStringLiteral("SQL_ATTR_LOGIN_TIMEOUT=5");
-        if (!sqlServerDriver().contains(u"tds", Qt::CaseInsensitive) && statementTimeout() > 0)
+        if (!isFreeTds(sqlServerDriver()) && statementTimeout() > 0)
             options += QStringLiteral(";SQL_ATTR_CONNECTION_TIMEOUT=%1").arg(statementTimeout());
         db.setConnectOptions(options);
         if (!db.open())
@@ -147,12 +157,7 @@ RecordSet OdbcServer::followingResult(const QString &following)
     std::unique_ptr<QSqlQuery> q = std::move(m_batch);
     if (!q)
         return Backend::followingResult(following); // another statement ended the batch
-    // The driver may first hand out what ended the first statement (its row count) as a result of
-    // its own, without columns.
-    bool next = q->nextResult();
-    while (next && !q->isSelect())
-        next = q->nextResult();
-    if (next) {
+    if (nextSelect(*q)) {
         RecordSet rs;
         if (!readRows(*q, rs))
             failWith(q);
@@ -177,9 +182,8 @@ QList<RecordSet> OdbcServer::executeAll(const QStringList &statements)
             RecordSet rs;
             ok = readRows(q, rs);
             results.append(rs);
-            // What ended a statement may come as a result of its own, without columns.
-            while (ok && results.size() < statements.size() && (ok = q.nextResult()) && !q.isSelect()) {
-            }
+            if (ok && results.size() < statements.size())
+                ok = nextSelect(q);
         }
         if (!ok)
             failure = sqlServerFailure(q.lastError(), false);
