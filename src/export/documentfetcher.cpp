@@ -9,6 +9,8 @@
 #include "export/hashingreader.h"
 #include "repository/statements.h"
 
+#include <utility>
+
 namespace exporting {
 
 using names::pathSeparator;
@@ -45,11 +47,13 @@ private:
     const StopRequest *m_stop;
 };
 
-// The document's statement with its date statement behind it: one round trip where the server
-// takes both at once. The dates are taken with cn.followingResult().
-repo::StreamedRow openDocument(repo::Connection &cn, const QString &sql, qint64 recId, DocumentOutcome &o)
+// The document's statement with its date statement behind it, and ahead (the statements of the
+// documents the connection does next) behind them: one round trip where the server takes several
+// at once. The dates are taken with cn.followingResult().
+repo::StreamedRow openDocument(repo::Connection &cn, const QString &sql, qint64 recId, DocumentOutcome &o,
+                               const QStringList &ahead = {})
 {
-    repo::StreamedRow row = cn.executeStreamed(sql, repo::statements::documentDates(QString::number(recId)));
+    repo::StreamedRow row = cn.executeStreamed(sql, QStringList{repo::statements::documentDates(QString::number(recId))} + ahead);
     if (row.fields.eof())
         HuntERR::raise(HuntERR::ERR_NO_CURRENT_RECORD,
                        QStringLiteral("Either BOF or EOF is True, or the current record has been deleted. "
@@ -69,13 +73,37 @@ DocumentFetcher::DocumentFetcher(FetchSettings settings, ExportDisk &disk)
 {
 }
 
-DocumentOutcome DocumentFetcher::fetch(const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted) const
+QString DocumentFetcher::documentStatement(qint64 recId) const
 {
+    const QString idText = QString::number(recId);
+    return m_settings.archive ? repo::statements::archiveDocument(idText, m_settings.archiveDb)
+                              : repo::statements::liveDocument(idText);
+}
+
+QStringList DocumentFetcher::statementsAhead(const std::vector<const DocumentJob *> &ahead) const
+{
+    // Only documents certain to be fetched as they stand: the results of any other would be
+    // read through for nothing, or the batch ended by the statements they send first.
+    QStringList statements;
+    if (m_settings.since.isValid())
+        return statements;
+    for (const DocumentJob *job : ahead) {
+        if (m_settings.update && !job->notAsListed)
+            break;
+        statements << documentStatement(job->recId) << repo::statements::documentDates(QString::number(job->recId));
+    }
+    return statements;
+}
+
+DocumentOutcome DocumentFetcher::fetch(const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted,
+                                       const std::vector<const DocumentJob *> &ahead) const
+{
+    QStringList sentAhead = cn.takesBatches() ? statementsAhead(ahead) : QStringList();
     const qint64 retriesBefore = cn.retries();
     DocumentOutcome o;
     int tried = 0;
     for (;;) {
-        fetchOnce(job, cn, counted, o);
+        fetchOnce(job, cn, counted, o, std::exchange(sentAhead, {}));
         // Statements are tried again by the connection itself; a stream cannot be, once bytes of
         // it are on disk. So when the connection broke while the bytes came, the document is
         // fetched again from its first byte on a reopened connection. Its temporary file went with
@@ -100,7 +128,7 @@ DocumentOutcome DocumentFetcher::fetch(const DocumentJob &job, repo::Connection 
 }
 
 void DocumentFetcher::fetchOnce(const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted,
-                                 DocumentOutcome &o) const
+                                 DocumentOutcome &o, const QStringList &ahead) const
 {
     if (stopRequested(m_settings.stop)) {
         o.abandoned = true; // no document starts once the run is asked to stop
@@ -121,12 +149,10 @@ void DocumentFetcher::fetchOnce(const DocumentJob &job, repo::Connection &cn, co
     }
     if (m_settings.update && job.listed.size >= 0 && !job.notAsListed && keptAsListed(job, o))
         return;
-    const QString idText = QString::number(job.recId);
-    const QString sql = m_settings.archive ? repo::statements::archiveDocument(idText, m_settings.archiveDb)
-                                           : repo::statements::liveDocument(idText);
+    const QString sql = documentStatement(job.recId);
     bool writing = false;
     try {
-        repo::StreamedRow row = openDocument(cn, sql, job.recId, o);
+        repo::StreamedRow row = openDocument(cn, sql, job.recId, o, ahead);
         // Not in its folder's size listing: the reader knows the size before a byte is read, so
         // an unchanged file still costs no bytes.
         if (m_settings.update && job.listed.size < 0 && row.value->size() >= 0) {

@@ -13,8 +13,10 @@
 
 #include <QDateTime>
 #include <QString>
+#include <QStringList>
 
 #include <functional>
+#include <vector>
 
 namespace exporting {
 
@@ -34,17 +36,22 @@ class DocumentFetcher {
 public:
     DocumentFetcher(FetchSettings settings, ExportDisk &disk);
 
-    // Never throws: what fails is in the outcome.
-    DocumentOutcome fetch(const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted) const;
+    // Never throws: what fails is in the outcome. ahead: the jobs cn does next (see DocumentQueue).
+    DocumentOutcome fetch(const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted,
+                          const std::vector<const DocumentJob *> &ahead = {}) const;
     // An update's document whose file is there as its folder's size listing gave it: kept without
     // a connection (true, o holds the outcome). When its file is not, the job is marked so, for
     // the check may have dated the file already. Never throws.
     bool settledAsListed(DocumentJob &job, DocumentOutcome &o) const;
 
 private:
-    // One try: the document's statement, its bytes to a temporary file and its date, into o.
+    // One try: the document's statement, its bytes to a temporary file and its date, into o;
+    // ahead: statements sent in the same batch for the documents after it.
     void fetchOnce(const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted,
-                   DocumentOutcome &o) const;
+                   DocumentOutcome &o, const QStringList &ahead) const;
+    QString documentStatement(qint64 recId) const;
+    // The statements of the jobs ahead that can travel with a document's own.
+    QStringList statementsAhead(const std::vector<const DocumentJob *> &ahead) const;
     // The streamed document written under a temporary name beside its file.
     void stage(const DocumentJob &job, repo::ValueReader &bytes, DocumentOutcome &o) const;
     // The document's file is there with size and the date dateOf gives (asked for only once the

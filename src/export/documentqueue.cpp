@@ -41,6 +41,9 @@ constexpr qsizetype kMaxListings = 256;
 // Listings a worker sends in one batch where the server takes several: across a network a round
 // trip costs more than the rows of a few folders.
 constexpr size_t kListingsPerTrip = 8;
+// Documents a worker takes at once where the server takes batches: their statements travel in
+// one round trip, and they are written one after another as their results come.
+constexpr size_t kDocumentsPerTrip = 4;
 
 // Everything a job may write, as the walk compares names: letter case never matters here, so
 // a document is waited for whenever it might stand in the way on any file system.
@@ -136,19 +139,38 @@ struct DocumentQueue::Impl {
             }
             if (queued.empty())
                 break;
-            Slot *slot = queued.front();
-            queued.pop_front();
-            slot->state = State::Taken;
-            held.unlock();
-            DocumentOutcome outcome = work(slot->job, cn, [this](qint64 n) { inFlight += n; });
-            held.lock();
-            slot->outcome = std::move(outcome);
-            slot->state = State::Done;
-            done.notify_all();
+            runDocuments(held, cn);
         }
         --alive;
         held.unlock();
         cn.close(); // in the thread that opened it, as Qt's connections want
+    }
+
+    // Takes the oldest queued documents (several where the server takes batches) and does them
+    // in order, each handed back as soon as it is done. Called and returning with held locked.
+    void runDocuments(std::unique_lock<std::mutex> &held, repo::Connection &cn)
+    {
+        std::vector<Slot *> taken;
+        const size_t most = cn.takesBatches() ? kDocumentsPerTrip : 1;
+        while (!queued.empty() && taken.size() < most) {
+            taken.push_back(queued.front());
+            queued.pop_front();
+            taken.back()->state = State::Taken;
+        }
+        held.unlock();
+        std::vector<const DocumentJob *> ahead;
+        for (size_t i = 1; i < taken.size(); ++i)
+            ahead.push_back(&taken[i]->job);
+        for (Slot *slot : taken) {
+            DocumentOutcome outcome = work(slot->job, cn, [this](qint64 n) { inFlight += n; }, ahead);
+            ahead.clear(); // the first one sent the others' statements along with its own
+            held.lock();
+            slot->outcome = std::move(outcome);
+            slot->state = State::Done;
+            done.notify_all();
+            held.unlock();
+        }
+        held.lock();
     }
 
     static void runListing(Listing &listing, repo::Connection &cn)
@@ -186,7 +208,7 @@ struct DocumentQueue::Impl {
             inFlight += n;
             if (progress)
                 progress(inFlight);
-        });
+        }, {});
         slot->state = State::Done;
     }
 

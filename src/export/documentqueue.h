@@ -7,7 +7,8 @@
 // lines, the error trail, the report) itself. So the disk, the log and the report come out the
 // same for any number of workers.
 // With one job there are no threads: each document is done on the walk's own connection at once.
-// With workers on a server across a network, the walk's own listings are also sent ahead on the
+// With workers on a server across a network, a worker takes a few documents at once, whose
+// statements then travel in one round trip, and the walk's own listings are sent ahead on the
 // workers' connections, so that the walk does not wait a round trip for every folder either.
 //
 // Threads: a DocumentQueue is made, used and destroyed on the walk's thread; retire and progress
@@ -22,6 +23,7 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <vector>
 
 namespace exporting {
 
@@ -70,7 +72,10 @@ class DocumentQueue {
 public:
     // Does one job on a connection; calls counted with each piece of bytes as it passes. Never throws.
     using Counted = std::function<void(qint64 bytes)>;
-    using Work = std::function<DocumentOutcome(const DocumentJob &, repo::Connection &, const Counted &counted)>;
+    // ahead: the jobs the same connection does right after this one, in order (a worker takes
+    // several at once where the server takes batches), so their statements may travel with its own.
+    using Work = std::function<DocumentOutcome(const DocumentJob &, repo::Connection &, const Counted &counted,
+                                               const std::vector<const DocumentJob *> &ahead)>;
     // Takes one outcome back, on the walk's thread, in the order the jobs were handed out.
     using Retire = std::function<void(const DocumentJob &, DocumentOutcome &)>;
     // Told, on the walk's thread, of the bytes written for documents not yet taken back.

@@ -125,9 +125,8 @@ void Exporter::startQueue(int jobs)
     const DocumentFetcher *fetcher = m_fetcher.get(); // all the workers see of the run
     m_documents = std::make_unique<DocumentQueue>(
         jobs, m_signIn.cnDb().connectionString, m_signIn.cnDb(),
-        [fetcher](const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted) {
-            return fetcher->fetch(job, cn, counted);
-        },
+        [fetcher](const DocumentJob &job, repo::Connection &cn, const DocumentQueue::Counted &counted,
+                  const std::vector<const DocumentJob *> &ahead) { return fetcher->fetch(job, cn, counted, ahead); },
         [this](const DocumentJob &job, DocumentOutcome &outcome) { retireDocument(job, outcome); },
         [this](qint64 inFlight) {
             if (m_options.observer)

@@ -109,10 +109,17 @@ void Backend::endValue()
     stream->m_backend = nullptr;
 }
 
-StreamedRow Backend::executeBatch(const QString &sql, const QString &following)
+StreamedRow Backend::executeBatch(const QString &sql, const QStringList &following)
 {
     Q_UNUSED(following);
     return executeStreamed(sql);
+}
+
+StreamedRow Backend::followingStreamed(const QString &following, int skipped)
+{
+    Q_UNUSED(skipped);
+    endStream();
+    return executeStreamed(following);
 }
 
 QList<RecordSet> Backend::executeAll(const QStringList &statements)

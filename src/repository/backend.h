@@ -55,12 +55,15 @@ public:
     // the servers that can read a value in pieces do so.
     virtual StreamedRow executeStreamed(const QString &sql);
     // executeStreamed(sql) with following sent in the same batch, where the server takes several
-    // statements at once; this default sends following only when followingResult asks for it.
-    virtual StreamedRow executeBatch(const QString &sql, const QString &following);
-    // The record set of following, the statement after the last executeBatch, once the streamed
-    // value is done with (it is ended here). Sent now when the server has not run it yet, or when
-    // another statement ended the batch first.
+    // statements at once; this default sends each only when it is asked for.
+    virtual StreamedRow executeBatch(const QString &sql, const QStringList &following);
+    // The record set of following, the batch's next statement, once the value streaming is done
+    // with (it is ended here). Sent now when the server has not run it yet, or when another
+    // statement ended the batch first.
     virtual RecordSet followingResult(const QString &following);
+    // The same for a later statement of the batch read as a streamed row: the results of the
+    // skipped statements before it are dropped unread.
+    virtual StreamedRow followingStreamed(const QString &following, int skipped);
     // Whether several statements go to the server in one batch (one round trip).
     virtual bool takesBatches() const { return false; }
     // Each statement's record set, in order; raises at the first failure. This default runs them

@@ -70,7 +70,7 @@ struct Connection::Impl {
     RetryPolicy policy;
     qint64 retries = 0;
     bool lost = false; // closed by a try again that could not open it
-    QString following;  // the statement batched after the last streamed one, not yet taken
+    QStringList following; // the statements batched after the last streamed one, not yet taken
 };
 
 namespace {
@@ -243,8 +243,16 @@ bool Connection::reopenAfterBreak(int *tried)
     return false;
 }
 
-StreamedRow Connection::executeStreamed(const QString &sql, const QString &following)
+StreamedRow Connection::executeStreamed(const QString &sql, const QStringList &following)
 {
+    // Sent ahead with the statements before it: read from the batch, the results it passes over
+    // dropped. On a reopened connection no batch is pending: the backend sends it on its own.
+    const qsizetype at = d->following.indexOf(sql);
+    if (at >= 0 && d->following.mid(at + 1, following.size()) == following) {
+        d->following.remove(0, at + 1);
+        traceStatement(sql);
+        return withRetries(*this, [&] { return ready().followingStreamed(sql, int(at)); });
+    }
     return withRetries(*this, [&] {
         Backend &backend = backendFor(sql);
         d->following = following;
@@ -254,11 +262,10 @@ StreamedRow Connection::executeStreamed(const QString &sql, const QString &follo
 
 RecordSet Connection::followingResult()
 {
-    const QString sql = std::exchange(d->following, QString());
-    if (sql.isEmpty())
+    if (d->following.isEmpty())
         HuntERR::raise(HuntERR::ERR_GENERAL, QStringLiteral("No statement follows the last one sent"), kProvider);
+    const QString sql = d->following.takeFirst();
     traceStatement(sql);
-    // On a reopened connection no batch is pending: the backend sends the statement on its own.
     return withRetries(*this, [&] { return ready().followingResult(sql); });
 }
 

@@ -78,14 +78,17 @@ public:
     // must be read or dropped before the connection runs anything else (a statement run
     // meanwhile ends it, and it then raises when read).
     StreamedRow executeStreamed(const QString &sql);
-    // executeStreamed(sql), with following (a statement that needs nothing sql gives) sent in the
+    // executeStreamed(sql), with following (statements that need nothing sql gives) sent in the
     // same batch where the server takes several statements at once (SQL Server: one round trip
-    // for both); elsewhere following is sent when followingResult asks for it. followingResult()
-    // then gives its record set, once the streamed value is read or dropped; it is also sent on
-    // its own if another statement ran in between. Each statement is traced as it is taken:
-    // following when followingResult asks for it, so the trace reads alike on every server (and a
-    // batch whose following result is never asked for leaves it untraced, though it was sent).
-    StreamedRow executeStreamed(const QString &sql, const QString &following);
+    // for all); elsewhere each is sent when it is asked for. followingResult() gives the next of
+    // them as a record set, once the streamed value is read or dropped. A later one that is
+    // itself streamed is asked for by executeStreamed with its own text and, as its following,
+    // the statements sent right behind it: it is then read from the batch, and the results of the
+    // statements passed over are dropped. Any other statement ends the batch; what it held is
+    // then sent on its own when asked for. Each statement is traced as it is taken, so the trace
+    // reads alike on every server (a statement of a batch never asked for stays untraced, though
+    // it was sent).
+    StreamedRow executeStreamed(const QString &sql, const QStringList &following);
     RecordSet followingResult();
     // Whether the server takes several statements in one batch (SQL Server; not the embedded one).
     bool takesBatches() const;

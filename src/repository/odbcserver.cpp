@@ -63,8 +63,12 @@ public:
 
     RecordSet execute(const QString &sql) override { return run(sql, sqlServerFailure); }
     StreamedRow executeStreamed(const QString &sql) override { return streamed(sql, {}); }
-    StreamedRow executeBatch(const QString &sql, const QString &following) override { return streamed(sql, following); }
+    StreamedRow executeBatch(const QString &sql, const QStringList &following) override
+    {
+        return streamed(sql, following);
+    }
     RecordSet followingResult(const QString &following) override;
+    StreamedRow followingStreamed(const QString &following, int skipped) override;
     bool takesBatches() const override { return true; }
     QList<RecordSet> executeAll(const QStringList &statements) override;
 
@@ -74,12 +78,25 @@ protected:
         if (m_batch)
             m_batch->finish(); // the results not read yet are dropped with it
         m_batch.reset();
-        m_followingFailure = DriverFailure();
     }
 
 private:
-    StreamedRow streamed(const QString &sql, const QString &following);
-    StreamedRow ownRow(std::unique_ptr<QSqlQuery> &q, const QString &sql);
+    StreamedRow streamed(const QString &sql, const QStringList &following);
+    // The batch moved on to the result of its next statement, past skipped ones; null when the
+    // batch is gone or gave no such result (the statement is then sent alone). Raises the failure
+    // of the statement where it ran in the batch.
+    std::unique_ptr<QSqlQuery> nextInBatch(int skipped);
+    // The current result's row into row, its last column left to stream (*last: its index, -1
+    // when there is no row); false when the driver failed reading it.
+    static bool leadingColumns(QSqlQuery &q, StreamedRow &row, int *last);
+    // The driver reads past the end of a result without rows into the next one: a failure there
+    // may be a later statement's. Sent alone, the statement tells whether it was its own; the
+    // batch is let go of, so each later statement is sent alone, with its own failure.
+    StreamedRow alone(std::unique_ptr<QSqlQuery> &q, const QString &sql)
+    {
+        q.reset();
+        return streamed(sql, {});
+    }
     // The statement's failure raised, the statement let go of first.
     [[noreturn]] void failWith(std::unique_ptr<QSqlQuery> &q)
     {
@@ -88,86 +105,97 @@ private:
         fail(f);
     }
 
-    std::unique_ptr<QSqlQuery> m_batch; // a batch whose following result is still to be read
-    DriverFailure m_followingFailure;   // or the failure that result is (number 0: none)
+    std::unique_ptr<QSqlQuery> m_batch; // a batch whose later results may still be asked for
 };
+
+bool OdbcServer::leadingColumns(QSqlQuery &q, StreamedRow &row, int *last)
+{
+    const QSqlRecord record = q.record();
+    *last = record.count() - 1;
+    QStringList names;
+    for (int c = 0; c < *last; ++c)
+        names << record.fieldName(c);
+    row.fields.setFields(names);
+    if (*last < 0)
+        return true;
+    if (!q.next()) {
+        *last = -1;
+        return !q.lastError().isValid();
+    }
+    QVariantList values;
+    for (int c = 0; c < *last; ++c)
+        values.append(q.isNull(c) ? QVariant() : q.value(c));
+    row.fields.appendRow(std::move(values));
+    return true;
+}
 
 // Qt's ODBC driver reads a row's columns only when asked, in order: the leading columns are read
 // through it, the last one is left to SQLGetData on the statement's own handle. With following,
-// both statements go in one batch (one round trip); the statement is kept for its next result.
-StreamedRow OdbcServer::streamed(const QString &sql, const QString &following)
+// every statement goes in one batch (one round trip); the statement is kept for its next results.
+StreamedRow OdbcServer::streamed(const QString &sql, const QStringList &following)
 {
     auto q = std::make_unique<QSqlQuery>(database());
     q->setForwardOnly(true);
-    const auto keep = [&] {
-        if (!following.isEmpty())
-            m_batch = std::move(q);
-    };
-    if (!q->exec(following.isEmpty() ? sql : sql + QStringLiteral(";\n") + following))
+    if (!q->exec((QStringList{sql} + following).join(QStringLiteral(";\n"))))
         failWith(q);
     StreamedRow row;
-    const QSqlRecord record = q->record();
-    const int last = record.count() - 1;
-    QStringList names;
-    for (int c = 0; c < last; ++c)
-        names << record.fieldName(c);
-    row.fields.setFields(names);
-    if (last < 0) {
-        keep();
-        return row;
-    }
-    if (!q->next()) {
-        if (q->lastError().isValid() && !following.isEmpty())
-            return ownRow(q, sql);
-        if (q->lastError().isValid())
+    int last = -1;
+    if (!leadingColumns(*q, row, &last)) {
+        if (following.isEmpty())
             failWith(q);
-        keep();
-        return row;
+        return alone(q, sql);
     }
-    QVariantList values;
-    for (int c = 0; c < last; ++c)
-        values.append(q->isNull(c) ? QVariant() : q->value(c));
-    row.fields.appendRow(std::move(values));
     if (following.isEmpty()) {
-        row.value = odbcValueStream(*this, std::move(q), last);
+        if (last >= 0)
+            row.value = odbcValueStream(*this, std::move(q), last);
         return row;
     }
-    row.value = odbcValueStream(*this, *q, last); // ends any value before it, and its batch
-    keep();
+    if (last >= 0)
+        row.value = odbcValueStream(*this, *q, last); // ends any value before it, and its batch
+    m_batch = std::move(q);
     return row;
 }
 
-// The driver reads past the end of a result without rows into the next one: a failure there may
-// be the following statement's. Sent alone, the statement tells whether it was its own; if not,
-// the following statement's result is that failure.
-StreamedRow OdbcServer::ownRow(std::unique_ptr<QSqlQuery> &q, const QString &sql)
+std::unique_ptr<QSqlQuery> OdbcServer::nextInBatch(int skipped)
 {
-    const DriverFailure f = sqlServerFailure(q->lastError(), false);
-    q.reset();
-    StreamedRow row = streamed(sql, {});
-    m_followingFailure = f;
+    std::unique_ptr<QSqlQuery> q = std::move(m_batch);
+    for (int i = 0; q && i <= skipped; ++i) {
+        if (nextSelect(*q))
+            continue;
+        if (i == skipped && q->lastError().isValid())
+            failWith(q);
+        q.reset();
+    }
+    return q;
+}
+
+StreamedRow OdbcServer::followingStreamed(const QString &following, int skipped)
+{
+    endValue();
+    std::unique_ptr<QSqlQuery> q = nextInBatch(skipped);
+    if (!q)
+        return Backend::followingStreamed(following, skipped);
+    StreamedRow row;
+    int last = -1;
+    if (!leadingColumns(*q, row, &last))
+        return alone(q, following);
+    if (last >= 0)
+        row.value = odbcValueStream(*this, *q, last);
+    m_batch = std::move(q);
     return row;
 }
 
 RecordSet OdbcServer::followingResult(const QString &following)
 {
     endValue();
-    if (m_followingFailure.number != 0)
-        fail(std::exchange(m_followingFailure, DriverFailure()));
-    std::unique_ptr<QSqlQuery> q = std::move(m_batch);
+    std::unique_ptr<QSqlQuery> q = nextInBatch(0);
     if (!q)
-        return Backend::followingResult(following); // another statement ended the batch
-    if (nextSelect(*q)) {
-        RecordSet rs;
-        if (!readRows(*q, rs))
-            failWith(q);
-        q->finish();
-        return rs;
-    }
-    if (q->lastError().isValid()) // the statement failed where it ran, in the batch
+        return Backend::followingResult(following);
+    RecordSet rs;
+    if (!readRows(*q, rs))
         failWith(q);
-    q.reset(); // the driver gave no second result: sent on its own
-    return Backend::followingResult(following);
+    m_batch = std::move(q); // a later statement of the batch may still be asked for
+    return rs;
 }
 
 QList<RecordSet> OdbcServer::executeAll(const QStringList &statements)

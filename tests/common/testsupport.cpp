@@ -117,8 +117,10 @@ bool StandinProcess::start(const QString &folder, const QStringList &extra)
     process.setProgram(program);
     process.setArguments(QStringList{QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--server"), folder,
                                      QStringLiteral("--max-seconds"), QStringLiteral("900")}
-                         + extra);
-    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+                         + extra + (logFile.isEmpty() ? QStringList() : QStringList{QStringLiteral("--log")}));
+    process.setProcessChannelMode(logFile.isEmpty() ? QProcess::ForwardedErrorChannel : QProcess::SeparateChannels);
+    if (!logFile.isEmpty())
+        process.setStandardErrorFile(logFile);
     process.start();
     if (!process.waitForStarted(10000))
         return false;

@@ -76,6 +76,7 @@ struct StandinProcess {
     QProcess process;
     int port = 0;
     QString server; // "127.0.0.1,PORT", the --server of a sign-in; empty until it is up
+    QString logFile; // set before start: what it tells of each request (--log) goes there
     bool start(const QString &folder, const QStringList &extra = {});
     ~StandinProcess();
 };

@@ -164,6 +164,7 @@ void Session::run()
                 payload.size() >= 4 && m_tds >= 0x72 ? qFromLittleEndian<quint32>(payload.constData()) : 0;
             const qsizetype skip = headers <= quint32(payload.size()) ? headers : 0;
             const QString text = utf16(payload, int(skip), int((payload.size() - skip) / 2));
+            log(QStringLiteral("batch: %1").arg(QString(text).replace(u'\n', u' ')));
             if (!m_options.stallOn.isEmpty() && text.contains(m_options.stallOn)) {
                 log(QStringLiteral("batch left unanswered: %1").arg(text));
                 continue;
