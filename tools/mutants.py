@@ -175,6 +175,12 @@ MUTANTS = [
     ("export-stream-restart-never", "src/export/documentfetcher.cpp",
      "if (!streamFailed || !o.written.isEmpty() || o.abandoned || !cn.lastFailureBroken())", "if (true)",
      "a document whose stream broke is logged without a second try"),
+    ("export-documents-one-per-trip", "src/export/documentqueue.cpp",
+     "constexpr size_t kDocumentsPerTrip = 4;", "constexpr size_t kDocumentsPerTrip = 1;",
+     "across a network every document waits a round trip of its own again"),
+    ("repo-batch-passed-over-kept", "src/repository/odbcserver.cpp",
+     "for (int i = 0; q && i <= skipped; ++i) {", "for (int i = 0; q && i <= 0; ++i) {",
+     "a document read from a batch after one that gave no date gets another statement's result"),
     # the SQL Server stand-in
     ("standin-textsize-ignored", "tools/sqlserver-standin/resultset.cpp",
      "b.truncate(textSize);", "(void)textSize;",
