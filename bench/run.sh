@@ -395,7 +395,7 @@ if ((WIRE_RUNS > 0)); then
                 "embedded export $(secs "$embedded_ms")" "$(ratio "$w" "$embedded_ms")× ($wire_statements statements)" "—"
         else
             r=$(ratio "$w" "$w0")
-            if [ "$latency" = 5 ]; then # a document costs one round trip, and four wait at once
+            if [ "$latency" = 5 ]; then # four documents to a round trip, on each of four connections
                 row "Live export through the stand-in, default settings, +$latency ms per reply" "$(secs "$w")" \
                     "+$first ms $(secs "$w0")" "**$r×** (≤ 2.5×)" "$(verdict "$r" 2.5)"
             else
