@@ -146,7 +146,9 @@ int runCommandLine(int argc, char **argv)
     std::unique_ptr<QCoreApplication> app;
     if (!QCoreApplication::instance())
         app = std::make_unique<QCoreApplication>(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("parcelwise"));
+    // The window's names: both faces read the one installation settings file.
+    QCoreApplication::setApplicationName(QStringLiteral("Parcelwise"));
+    QCoreApplication::setOrganizationName(QStringLiteral("zarnivo"));
     QCoreApplication::setApplicationVersion(QStringLiteral("%1.%2.%3")
                                                 .arg(PARCELWISE_VERSION_MAJOR)
                                                 .arg(PARCELWISE_VERSION_MINOR)

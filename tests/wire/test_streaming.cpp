@@ -15,6 +15,7 @@
 #include "testsupport.h"
 
 #include <QRandomGenerator>
+#include <QScopeGuard>
 
 #include <thread>
 
@@ -286,18 +287,22 @@ private slots:
     }
 
     // The server goes away in the middle of a document, or stops answering its statement: the
-    // document is fetched again from its first byte once, as --retries 1 allows, then logged, and
-    // no file (whole or torn) stands under its name.
+    // document is fetched again from its first byte once, as the installation's settings (the
+    // window's, read by the command line too) allow, then logged, and no file (whole or torn)
+    // stands under its name.
     void interruptedRead()
     {
         if (m_cutting.server.isEmpty())
             QSKIP("FreeTDS's ODBC driver is not registered (scripts/setup.sh installs tdsodbc)");
+        const QString settings = qEnvironmentVariable("XDG_CONFIG_HOME") + QStringLiteral("/zarnivo/Parcelwise.conf");
+        QVERIFY(writeFile(settings, "[odbc]\nretries=1\nretry-wait=0\n"));
+        const auto removed = qScopeGuard([&] { QFile::remove(settings); });
         StandinProcess stalling;
         QVERIFY(stalling.start(m_folder, {"--stall-on", "Rec_ID =3002)"}));
         for (const QString &jobs : {QStringLiteral("1"), QStringLiteral("4")}) {
             for (const StandinProcess *server : {&m_cutting, &stalling}) {
                 const Run r = exportRun(server->server, QStringLiteral("cut-%1-%2").arg(jobs).arg(server->port),
-                                        {"--folder", "Docs", "--jobs", jobs, "--retries", "1", "--retry-wait", "0", "--timeout", "1"});
+                                        {"--folder", "Docs", "--jobs", jobs, "--timeout", "1"});
                 QCOMPARE(r.exitCode, 1);
                 QVERIFY2(r.log.contains(QStringLiteral("File ID: 3002 , ")), qPrintable(r.log));
                 QVERIFY2(r.tree.filter(QStringLiteral("Chunk plus")).isEmpty(), qPrintable(r.tree.join(u'\n')));
