@@ -19,6 +19,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #endif
+#if defined(Q_OS_LINUX) && __has_include(<linux/openat2.h>)
+#include <atomic>
+#include <linux/openat2.h>
+#include <sys/syscall.h>
+#endif
 
 namespace exporting {
 
@@ -210,6 +215,55 @@ Result removeEntry(const Dir &parent, const QString &name)
 
 qsizetype maximumPathLength() { return PATH_MAX - 1; }
 
+namespace {
+
+// Linux's openat2 walks the whole relative path beneath top and fails on any link or any way out
+// of top, also when the tree is renamed meanwhile: what openChild after openChild checks, in
+// one call instead of one per level. Invalid (not an error) where the system lacks it.
+Dir openBeneath(const Dir &top, const QStringList &names, qsizetype count)
+{
+#if defined(SYS_openat2) && defined(RESOLVE_BENEATH)
+    static std::atomic<bool> lacking{false}; // no such call here (an old kernel, a sandbox)
+    if (count < 2 || lacking)
+        return {};
+    QByteArray path;
+    for (qsizetype i = 0; i < count; ++i) {
+        if (!singleEntryName(names.at(i)))
+            return {};
+        path += (i > 0 ? "/" : "") + QFile::encodeName(names.at(i));
+    }
+    open_how how{};
+    how.flags = kDirFlags;
+    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+    const long fd = syscall(SYS_openat2, Access::fd(top), path.constData(), &how, sizeof how);
+    if (fd < 0 && errno == ENOSYS)
+        lacking = true;
+    return Access::make(fd < 0 ? -1 : int(fd));
+#else
+    Q_UNUSED(top);
+    Q_UNUSED(names);
+    Q_UNUSED(count);
+    return {};
+#endif
+}
+
+} // namespace
+
+Dir openBelow(const Dir &top, const QStringList &names, qsizetype count, Result *result)
+{
+    Dir below = openBeneath(top, names, count);
+    if (below.isOpen()) {
+        *result = {};
+        return below;
+    }
+    for (qsizetype i = 0; i < count; ++i) {
+        below = openChild(i == 0 ? top : below, names.at(i), result);
+        if (!result->ok)
+            return {};
+    }
+    return below;
+}
+
 #else
 // --- Windows: best effort. Each directory is held as a checked long path ("\\?\" form); an
 // entry that is a reparse point (link, junction) is never entered and is removed as itself.
@@ -328,6 +382,17 @@ Result removeEntry(const Dir &parent, const QString &name)
 }
 
 qsizetype maximumPathLength() { return 32767 - 1; }
+
+Dir openBelow(const Dir &top, const QStringList &names, qsizetype count, Result *result)
+{
+    Dir below;
+    for (qsizetype i = 0; i < count; ++i) {
+        below = openChild(i == 0 ? top : below, names.at(i), result);
+        if (!result->ok)
+            return {};
+    }
+    return below;
+}
 
 #endif
 

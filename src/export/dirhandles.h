@@ -51,6 +51,11 @@ struct Result {
 Dir openTop(const QString &path, Result *result);
 // A directory entry of parent, never through a link.
 Dir openChild(const Dir &parent, const QString &name, Result *result);
+// The directory the first count of names leads to from top, each an entry of the one before,
+// never through a link (as openChild one after another; count > 0). On Linux in one call that
+// refuses every link and any way out of top; when that call fails, name by name again, so that
+// a failure says what openChild says.
+Dir openBelow(const Dir &top, const QStringList &names, qsizetype count, Result *result);
 Kind kindOf(const Dir &parent, const QString &name);
 Result makeDirectory(const Dir &parent, const QString &name);
 // Removes the entry; a directory with everything below it. Links are removed, not followed;

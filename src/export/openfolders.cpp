@@ -80,9 +80,7 @@ DirRef OpenFolders::parentOf(const QStringList &names, bool fromKept, QString *w
     if (reached == depth)
         return dir;
     dirhandles::Result r;
-    auto below = std::make_shared<dirhandles::Dir>();
-    for (qsizetype i = reached; r.ok && i < depth; ++i)
-        *below = dirhandles::openChild(i == reached ? *dir : *below, names.at(i), &r);
+    auto below = std::make_shared<dirhandles::Dir>(dirhandles::openBelow(*dir, names.mid(reached), depth - reached, &r));
     if (!r.ok) {
         *why = r.reason;
         return {};
