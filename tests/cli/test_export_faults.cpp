@@ -160,24 +160,36 @@ private slots:
     {
         QTest::addColumn<QString>("step");   // the disk step before which a link is swapped in; "" = before the run
         QTest::addColumn<bool>("failures"); // documents that could not be written are logged
-        QTest::newRow("link where a directory goes") << QString() << false;
-        QTest::newRow("swapped in before a removal") << QStringLiteral("remove") << false;
-        QTest::newRow("swapped in before a write") << QStringLiteral("write") << true;
-        QTest::newRow("swapped in before a second write") << QStringLiteral("write 2") << true;
+        QTest::addColumn<qint64>("folder");  // the folder exported
+        QTest::addColumn<QString>("swapped"); // the directory a link takes the place of
+        QTest::addColumn<QString>("below");   // the step's path lies below this
+        const QString docs = QStringLiteral("Docs");
+        QTest::newRow("link where a directory goes") << QString() << false << qint64(7) << docs << docs;
+        QTest::newRow("swapped in before a removal") << QStringLiteral("remove") << false << qint64(7) << docs << docs;
+        QTest::newRow("swapped in before a write") << QStringLiteral("write") << true << qint64(7) << docs << docs;
+        QTest::newRow("swapped in before a second write") << QStringLiteral("write 2") << true << qint64(7) << docs << docs;
+        QTest::newRow("swapped in three levels above a write") << QStringLiteral("write") << true << qint64(14)
+                                                               << QStringLiteral("Projects")
+                                                               << QStringLiteral("Projects/Plans/2016/Reports");
     }
 
     void linksAreNeverFollowed()
     {
         QFETCH(QString, step);
         QFETCH(bool, failures);
+        QFETCH(qint64, folder);
+        QFETCH(QString, swapped);
+        QFETCH(QString, below);
         const QString top = fresh(QStringLiteral("links"));
         const QString dest = top + QStringLiteral("/dest"), outside = top + QStringLiteral("/outside");
         const QString moved = top + QStringLiteral("/moved");
         QVERIFY(writeFile(outside + QStringLiteral("/Minutes 12 03 2015.txt"), "not the document"));
         QVERIFY(writeFile(outside + QStringLiteral("/sentinel/keep.txt"), "keep"));
-        QVERIFY(writeFile(dest + QStringLiteral("/Docs/earlier.txt"), "earlier"));
+        // Where a link followed would lead the deeper write.
+        QVERIFY(writeFile(outside + QStringLiteral("/Plans/2016/Reports/keep.txt"), "keep"));
+        const QString docs = dest + QLatin1Char('/') + swapped;
+        QVERIFY(writeFile(docs + QStringLiteral("/earlier.txt"), "earlier"));
         const auto outsideBefore = picture(outside);
-        const QString docs = dest + QStringLiteral("/Docs");
         auto swap = [&] {
             QVERIFY(QDir().rename(docs, moved));
             QVERIFY(QFile::link(outside, docs));
@@ -189,7 +201,7 @@ private slots:
         QMap<QString, QByteArray> movedAtSwap;
         int nth = qMax(1, step.section(QLatin1Char(' '), 1).toInt()); // "write 2": before the second write
         const DiskStepHookScope hook([&](const QString &what, const QString &path) {
-            if (what == step.section(QLatin1Char(' '), 0, 0) && path.startsWith(docs) && --nth == 0) {
+            if (what == step.section(QLatin1Char(' '), 0, 0) && path.startsWith(dest + QLatin1Char('/') + below) && --nth == 0) {
                 swap();
                 movedAtSwap = picture(moved);
             }
@@ -197,7 +209,7 @@ private slots:
 
         DemoSession d(m_cli.fx.demo, QStringLiteral("Acme"));
         QVERIFY(d.click(1));
-        QVERIFY(d.tick(7)); // Docs
+        QVERIFY(d.tick(folder));
         Recorder rec;
         const auto e = exporterTo(d, dest, &rec);
         QCOMPARE(e->run(), failures);
