@@ -1,8 +1,8 @@
 #pragma once
 // The one place that touches the export's destination through the operating system. Everything
-// is done relative to an open handle of a directory, one name at a time, and symbolic links are
-// never followed: a link is an entry like a file, removed or refused, never entered. That keeps
-// every change inside the destination even when the tree below it changes during a run.
+// is done relative to an open handle of a directory, and symbolic links are never followed: a
+// link is an entry like a file, removed or refused, never entered. That keeps every change
+// inside the destination even when the tree below it changes during a run.
 //
 // Threads: every function may run on any thread at once; each works on the handles it is given
 // and keeps no state of its own.

@@ -1,7 +1,7 @@
 #pragma once
-// The directories of the destination an export has open. Reaching a directory one name at a time
-// from the destination costs a system call per level, and an update that finds its files in
-// place does little else but look at them: so the last directories reached stay open, and what
+// The directories of the destination an export has open. Reaching a directory from the
+// destination costs at least a system call, and an update that finds its files in place does
+// little else but look at them: so the last directories reached stay open, and what
 // only looks at the disk starts from the deepest of them on its way. Whatever changes the disk
 // walks down from the destination again: a directory moved out of the destination during a run
 // is never written through a handle kept from before it left. Each was reached without following
