@@ -249,21 +249,6 @@ Dir openBeneath(const Dir &top, const QStringList &names, qsizetype count)
 
 } // namespace
 
-Dir openBelow(const Dir &top, const QStringList &names, qsizetype count, Result *result)
-{
-    Dir below = openBeneath(top, names, count);
-    if (below.isOpen()) {
-        *result = {};
-        return below;
-    }
-    for (qsizetype i = 0; i < count; ++i) {
-        below = openChild(i == 0 ? top : below, names.at(i), result);
-        if (!result->ok)
-            return {};
-    }
-    return below;
-}
-
 #else
 // --- Windows: best effort. Each directory is held as a checked long path ("\\?\" form); an
 // entry that is a reparse point (link, junction) is never entered and is removed as itself.
@@ -383,9 +368,22 @@ Result removeEntry(const Dir &parent, const QString &name)
 
 qsizetype maximumPathLength() { return 32767 - 1; }
 
+namespace {
+
+// No call here reaches a directory deep down in one go while refusing links on the way.
+Dir openBeneath(const Dir &, const QStringList &, qsizetype) { return {}; }
+
+} // namespace
+
+#endif
+
 Dir openBelow(const Dir &top, const QStringList &names, qsizetype count, Result *result)
 {
-    Dir below;
+    Dir below = openBeneath(top, names, count);
+    if (below.isOpen()) {
+        *result = {};
+        return below;
+    }
     for (qsizetype i = 0; i < count; ++i) {
         below = openChild(i == 0 ? top : below, names.at(i), result);
         if (!result->ok)
@@ -393,8 +391,6 @@ Dir openBelow(const Dir &top, const QStringList &names, qsizetype count, Result 
     }
     return below;
 }
-
-#endif
 
 } // namespace dirhandles
 

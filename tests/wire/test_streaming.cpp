@@ -148,6 +148,12 @@ class TestStreaming : public QObject {
         return r;
     }
 
+    // The demo's company database, on the embedded server or through the stand-in.
+    QString acme(bool wire) const
+    {
+        return QStringLiteral("User ID=demo;Initial Catalog=Acme;Data Source=%1;Password=").arg(wire ? m_standin.server : m_folder);
+    }
+
     // A one-job run on the stand-in: the same files, dates, log, report and statements as on the
     // embedded server.
     static void sameAsEmbedded(const Run &wire, const Run &embedded)
@@ -376,7 +382,7 @@ private slots:
             if (wire && m_standin.server.isEmpty())
                 continue;
             repo::Connection cn;
-            cn.open(QStringLiteral("User ID=demo;Initial Catalog=Acme;Data Source=%1;Password=").arg(wire ? m_standin.server : m_folder));
+            cn.open(acme(wire));
             repo::StreamedRow row = cn.executeStreamed(document(kBigId));
             QVERIFY(!row.fields.eof());
             QCOMPARE(row.fields.text(QStringLiteral("File_Description")), QStringLiteral("Noise"));
@@ -445,7 +451,7 @@ private slots:
             if (wire && m_standin.server.isEmpty())
                 continue;
             repo::Connection cn;
-            cn.open(QStringLiteral("User ID=demo;Initial Catalog=Acme;Data Source=%1;Password=").arg(wire ? m_standin.server : m_folder));
+            cn.open(acme(wire));
             const QString count = QStringLiteral("select count(*) as n from zar_fileLive");
             const QString dated = QStringLiteral("select 7 as n");
             QByteArray chunk(int(kChunk), 'x');
