@@ -223,7 +223,9 @@ namespace {
 Dir openBeneath(const Dir &top, const QStringList &names, qsizetype count)
 {
 #if defined(SYS_openat2) && defined(RESOLVE_BENEATH)
-    static std::atomic<bool> lacking{false}; // no such call here (an old kernel, a sandbox)
+    // No such call here: an old kernel (ENOSYS), or a sandbox that refuses calls it does not know
+    // (ENOSYS or EPERM, which opening a directory never gives otherwise).
+    static std::atomic<bool> lacking{false};
     if (count < 2 || lacking)
         return {};
     QByteArray path;
@@ -236,7 +238,7 @@ Dir openBeneath(const Dir &top, const QStringList &names, qsizetype count)
     how.flags = kDirFlags;
     how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
     const long fd = syscall(SYS_openat2, Access::fd(top), path.constData(), &how, sizeof how);
-    if (fd < 0 && errno == ENOSYS)
+    if (fd < 0 && (errno == ENOSYS || errno == EPERM))
         lacking = true;
     return Access::make(fd < 0 ? -1 : int(fd));
 #else
