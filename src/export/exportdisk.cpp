@@ -264,10 +264,10 @@ void ExportDisk::sweepLeftovers(const dirhandles::Dir &dir, const QString &dirPa
         return;
     QString why;
     const DirRef fresh = openParent(inside, &why);
-    for (const QString &name : std::as_const(leftovers)) {
-        if (fresh)
-            dirhandles::removeEntry(*fresh, name);
-    }
+    if (!fresh)
+        return;
+    for (const QString &name : std::as_const(leftovers))
+        dirhandles::removeEntry(*fresh, name);
 }
 
 void ExportDisk::commitFile(const QString &stagedPath, const QString &finalPath)

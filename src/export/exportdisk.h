@@ -2,9 +2,9 @@
 // What the export does to the disk: remove an entry with everything in it, create one directory
 // level, write one file, date it. Paths are full paths strictly below the destination; anything
 // else (the destination itself, a parent, a name that is not one entry) is refused before the
-// disk is touched. Each step that changes the disk walks down from the destination's handle one
-// name at a time and never through a symbolic link (see dirhandles.h); what only looks may start
-// from a directory reached that way a little earlier and kept open (openfolders.h).
+// disk is touched. Each step that changes the disk walks down from the destination's handle,
+// never through a symbolic link (see dirhandles.h); what only looks may start from a directory
+// reached that way a little earlier and kept open (openfolders.h).
 // A dry run keeps the same decisions on a picture of the disk (what exists, what it would have
 // removed and created), so its listing is what a real run does. Both remember what this run
 // made, so the walk can keep the run from replacing its own work.
