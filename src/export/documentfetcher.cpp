@@ -53,7 +53,7 @@ private:
 repo::StreamedRow openDocument(repo::Connection &cn, const QString &sql, qint64 recId, DocumentOutcome &o,
                                const QStringList &ahead = {})
 {
-    repo::StreamedRow row = cn.executeStreamed(sql, QStringList{repo::statements::documentDates(QString::number(recId))} + ahead);
+    repo::StreamedRow row = cn.executeStreamed(sql, {repo::statements::documentDates(QString::number(recId))}, ahead);
     if (row.fields.eof())
         HuntERR::raise(HuntERR::ERR_NO_CURRENT_RECORD,
                        QStringLiteral("Either BOF or EOF is True, or the current record has been deleted. "

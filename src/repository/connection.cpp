@@ -243,7 +243,7 @@ bool Connection::reopenAfterBreak(int *tried)
     return false;
 }
 
-StreamedRow Connection::executeStreamed(const QString &sql, const QStringList &following)
+StreamedRow Connection::executeStreamed(const QString &sql, const QStringList &following, const QStringList &ahead)
 {
     // Sent ahead with the statements before it: read from the batch, the results it passes over
     // dropped. On a reopened connection no batch is pending: the backend sends it on its own.
@@ -253,10 +253,12 @@ StreamedRow Connection::executeStreamed(const QString &sql, const QStringList &f
         traceStatement(sql);
         return withRetries(*this, [&] { return ready().followingStreamed(sql, int(at)); });
     }
+    bool first = true;
     return withRetries(*this, [&] {
         Backend &backend = backendFor(sql);
-        d->following = following;
-        return backend.executeBatch(sql, following);
+        const QStringList batch = std::exchange(first, false) ? following + ahead : following;
+        d->following = batch;
+        return backend.executeBatch(sql, batch);
     });
 }
 

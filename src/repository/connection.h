@@ -87,8 +87,11 @@ public:
     // statements passed over are dropped. Any other statement ends the batch; what it held is
     // then sent on its own when asked for. Each statement is traced as it is taken, so the trace
     // reads alike on every server (a statement of a batch never asked for stays untraced, though
-    // it was sent).
-    StreamedRow executeStreamed(const QString &sql, const QStringList &following);
+    // it was sent). ahead: more statements for the batch, behind following, taken the same way,
+    // that go only the first time: when the connection broke and sql is sent again, it goes with
+    // following alone, so that what broke the link once (a reply too large for it, say) does not
+    // take the statements ahead down with it; they are sent on their own when asked for.
+    StreamedRow executeStreamed(const QString &sql, const QStringList &following, const QStringList &ahead = {});
     RecordSet followingResult();
     // Whether the server takes several statements in one batch (SQL Server; not the embedded one).
     bool takesBatches() const;
